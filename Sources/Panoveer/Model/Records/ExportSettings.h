@@ -1,0 +1,91 @@
+#pragma once
+
+#include "Panoveer/Model/Records/OutputResolution.h"
+#include "Panoveer/Model/Records/ProjectionFormat.h"
+#include "Platform/Core/FourCC.h"
+#include "Platform/Core/URL.h"
+
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <string>
+#include <vector>
+
+namespace panoveer {
+
+enum class ExportMode { singleMovie, separateClips };
+enum class ExportBitrateMode { automatic, custom };
+enum class ExportFrameRateMode { automatic, custom };
+enum class ExportAudioMode { automatic, stereo, none };
+enum class ExportColorMode { convertToSDR, preserveHDR, hdrHLG };
+
+// Whether spherical metadata is written. Only `automatic` and `off` are offered; the others stay readable for old
+// projects and are mapped to `automatic` when one is loaded.
+enum class VRMetadataMode {
+    automatic,
+    off,
+    equirectangularMono,
+    equirectangularStereoOverUnder,
+    equirectangularStereoSideBySide,
+    appleSpatialVideo,
+};
+
+enum class ExportCodec {
+    hevc8,
+    hevc10,
+    mvhevc8,
+    mvhevc10,
+    hevcWithAlpha,
+    h264,
+    proRes,
+    proRes422Proxy,
+    proRes422LT,
+    proRes422HQ,
+    proRes4444,
+    proRes4444XQ,
+};
+
+struct ExportResolutionPreset;
+
+// Every choice of an export. Stored in projects as it stands; consumers read the effective and validated values.
+struct ExportSettings {
+    ExportMode mode = ExportMode::separateClips;
+    ExportCodec codec = ExportCodec::hevc10;
+    ProjectionFormat outputFormat = ProjectionFormat::equirectangular;
+    std::int64_t customWidth = 3840;  // whole frame, both eyes included
+    std::int64_t customHeight = 1920; // whole frame, both eyes included
+    std::optional<URL> mirrorDomeWarpMeshURL;
+    std::optional<std::vector<std::uint8_t>> mirrorDomeWarpMeshBookmark;
+    StereoVideoLayout stereoLayout = StereoVideoLayout::mono; // as asked for; see effectiveStereoLayout()
+    VRMetadataMode vrMetadataMode = VRMetadataMode::automatic;
+    ExportBitrateMode bitrateMode = ExportBitrateMode::automatic;
+    double customBitrateMbps = 80.0;
+    ExportFrameRateMode frameRateMode = ExportFrameRateMode::automatic;
+    double customFrameRate = 30.0;
+    ExportColorMode colorMode = ExportColorMode::convertToSDR;
+    ExportAudioMode audioMode = ExportAudioMode::automatic;
+
+    // Mono for a mirror dome, side by side for a multiview codec, else the layout asked for.
+    StereoVideoLayout effectiveStereoLayout() const;
+    // The size that is really written.
+    OutputResolution validatedResolution() const;
+
+    void normalizeResolution();
+    // Setters that keep the record consistent: the eye size survives a change of packing.
+    void setStereoLayout(StereoVideoLayout layout);
+    void setCodec(ExportCodec newCodec);
+    void setWidth(std::int64_t width);
+    void setHeight(std::int64_t height);
+    void applyPreset(const ExportResolutionPreset& preset);
+
+    // The rate that a single movie of differing sources is retimed to; none when nothing needs retiming.
+    std::optional<double> singleMovieTargetFrameRate(std::span<const double> sourceFrameRates) const;
+    std::string effectiveFrameRateText(std::span<const double> sourceFrameRates) const;
+    // Mbit/s; none for ProRes, whose quality governs.
+    std::optional<double> automaticBitrateMbps(double frameRate) const;
+    std::string mirrorDomeWarpMeshDisplayName() const;
+
+    friend bool operator==(const ExportSettings&, const ExportSettings&) = default;
+};
+
+} // namespace panoveer

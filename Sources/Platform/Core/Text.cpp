@@ -1,0 +1,117 @@
+#include "Platform/Core/Text.h"
+
+#include <memory>
+
+#include <unicode/coll.h>
+#include <unicode/dtptngen.h>
+#include <unicode/smpdtfmt.h>
+#include <unicode/timezone.h>
+#include <unicode/uchar.h>
+#include <unicode/unistr.h>
+
+namespace panoveer {
+
+namespace {
+
+icu::UnicodeString unicode(std::string_view text) {
+    return icu::UnicodeString::fromUTF8(icu::StringPiece(text.data(), int32_t(text.size())));
+}
+
+std::string utf8(const icu::UnicodeString& text) {
+    std::string result;
+    text.toUTF8String(result);
+    return result;
+}
+
+bool isNumber(UChar32 c) {
+    const auto category = u_charType(c);
+    return category == U_DECIMAL_DIGIT_NUMBER || category == U_LETTER_NUMBER || category == U_OTHER_NUMBER;
+}
+
+std::unique_ptr<icu::Collator> makeFileNameCollator() {
+    UErrorCode status = U_ZERO_ERROR;
+    std::unique_ptr<icu::Collator> collator(icu::Collator::createInstance(icu::Locale::getDefault(), status));
+    if (U_FAILURE(status))
+        return nullptr;
+    collator->setAttribute(UCOL_NUMERIC_COLLATION, UCOL_ON, status);
+    return collator;
+}
+
+} // namespace
+
+std::string lowercased(std::string_view text) { return utf8(unicode(text).toLower(icu::Locale::getRoot())); }
+
+std::string uppercased(std::string_view text) { return utf8(unicode(text).toUpper(icu::Locale::getRoot())); }
+
+std::string trimmed(std::string_view text) {
+    const auto source = unicode(text);
+    int32_t begin = 0;
+    int32_t end = source.length();
+    while (begin < end && u_isUWhiteSpace(source.char32At(begin)))
+        begin = source.moveIndex32(begin, 1);
+    while (end > begin && u_isUWhiteSpace(source.char32At(source.moveIndex32(end, -1))))
+        end = source.moveIndex32(end, -1);
+    return utf8(source.tempSubStringBetween(begin, end));
+}
+
+std::string trimmed(std::string_view text, std::string_view characters) {
+    const auto begin = text.find_first_not_of(characters);
+    if (begin == std::string_view::npos)
+        return {};
+    return std::string(text.substr(begin, text.find_last_not_of(characters) - begin + 1));
+}
+
+std::vector<std::string> splitAtWhiteSpace(std::string_view text) {
+    const auto source = unicode(text);
+    std::vector<std::string> pieces;
+    int32_t begin = 0;
+    for (int32_t i = 0; i <= source.length(); i = source.moveIndex32(i, 1)) {
+        const bool atEnd = i == source.length();
+        if (!atEnd && !u_isUWhiteSpace(source.char32At(i)))
+            continue;
+        if (i > begin)
+            pieces.push_back(utf8(source.tempSubStringBetween(begin, i)));
+        if (atEnd)
+            break;
+        begin = source.moveIndex32(i, 1);
+    }
+    return pieces;
+}
+
+std::string withoutTrailingNumbers(std::string_view text) {
+    const auto source = unicode(text);
+    int32_t end = source.length();
+    while (end > 0 && isNumber(source.char32At(source.moveIndex32(end, -1))))
+        end = source.moveIndex32(end, -1);
+    return utf8(source.tempSubStringBetween(0, end));
+}
+
+int localizedStandardCompare(std::string_view left, std::string_view right) {
+    // Collators are not safe to share between threads while they compare.
+    thread_local const auto collator = makeFileNameCollator();
+    if (!collator)
+        return left.compare(right);
+    UErrorCode status = U_ZERO_ERROR;
+    return collator->compare(unicode(left), unicode(right), status);
+}
+
+std::string formatDate(std::chrono::system_clock::time_point time, std::string_view skeleton, std::string_view locale,
+                       std::string_view timeZone) {
+    UErrorCode status = U_ZERO_ERROR;
+    const icu::Locale place(std::string(locale).c_str());
+    const std::unique_ptr<icu::DateTimePatternGenerator> generator(
+        icu::DateTimePatternGenerator::createInstance(place, status));
+    if (U_FAILURE(status))
+        return {};
+    const auto pattern = generator->getBestPattern(unicode(skeleton), status);
+    icu::SimpleDateFormat format(pattern, place, status);
+    if (U_FAILURE(status))
+        return {};
+    format.adoptTimeZone(icu::TimeZone::createTimeZone(unicode(timeZone)));
+    icu::UnicodeString result;
+    format.format(
+        UDate(std::chrono::duration_cast<std::chrono::milliseconds>(time.time_since_epoch()).count()), result);
+    return utf8(result);
+}
+
+} // namespace panoveer

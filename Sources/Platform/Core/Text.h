@@ -1,0 +1,33 @@
+#pragma once
+
+#include <chrono>
+#include <string>
+#include <string_view>
+#include <vector>
+
+// Text as people read it: Unicode rules from ICU. All strings are UTF-8. Pure functions, any thread.
+namespace panoveer {
+
+std::string lowercased(std::string_view text);
+std::string uppercased(std::string_view text);
+
+// Without white space and line breaks at both ends (Unicode White_Space).
+std::string trimmed(std::string_view text);
+// Without any of the given ASCII characters at both ends.
+std::string trimmed(std::string_view text, std::string_view characters);
+
+// The pieces between runs of white space; no empty ones.
+std::vector<std::string> splitAtWhiteSpace(std::string_view text);
+
+// Without the run of numeric characters (general categories Nd, Nl, No) at its end.
+std::string withoutTrailingNumbers(std::string_view text);
+
+// The order in which a file browser lists names: the user's collation, case ignored at first, runs of digits by value.
+// Negative, 0 or positive.
+int localizedStandardCompare(std::string_view left, std::string_view right);
+
+// A date by skeleton ("yyyyMMdd", "jmm") in the order and spelling of a locale ("en_US") and an Olson time zone.
+std::string formatDate(std::chrono::system_clock::time_point time, std::string_view skeleton, std::string_view locale,
+                       std::string_view timeZone);
+
+} // namespace panoveer
