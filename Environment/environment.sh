@@ -158,7 +158,10 @@ prepare_environment() {
 # Runs a command inside, in a child process: natively, or in the root with the host's devices, home,
 # temporary folder and checkout at their own paths.
 enter_environment() {
+    local corpus
+    corpus=$(cd "$checkout/../shared/media" 2>/dev/null && pwd -P || true)
     local settings=(
+        "PANOVEER_CORPUS=${PANOVEER_CORPUS:-$corpus}"
         "PANOVEER_INSIDE=1" "PANOVEER_CALLER_DIRECTORY=$PWD" "PANOVEER_CACHE=$panoveer_cache"
         "CCACHE_DIR=${CCACHE_DIR:-$panoveer_cache/ccache}" "CCACHE_BASEDIR=$checkout" "CCACHE_NOHASHDIR=1"
         "CCACHE_SLOPPINESS=pch_defines,time_macros"
