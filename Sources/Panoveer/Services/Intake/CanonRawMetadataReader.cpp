@@ -1,7 +1,12 @@
 #include "Panoveer/Services/Intake/CanonRawMetadataReader.h"
 
+#include "Platform/Core/FileDescriptor.h"
 #include "Platform/Core/FourCC.h"
 #include "Platform/Core/Localization.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <array>
@@ -12,10 +17,6 @@
 #include <span>
 #include <string>
 #include <vector>
-
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 namespace panoveer {
 
@@ -49,7 +50,8 @@ std::optional<std::uint64_t> durationAt(std::span<const std::uint8_t> bytes, std
         return duration == std::numeric_limits<std::uint64_t>::max() ? std::nullopt : std::optional(duration);
     }
     const auto duration = uint32At(bytes, offset);
-    return duration == std::numeric_limits<std::uint32_t>::max() ? std::nullopt : std::optional<std::uint64_t>(duration);
+    return duration == std::numeric_limits<std::uint32_t>::max() ? std::nullopt
+                                                                 : std::optional<std::uint64_t>(duration);
 }
 
 std::uint64_t checkedSum(std::uint64_t left, std::uint64_t right) {
@@ -69,25 +71,13 @@ struct ISOBox {
     std::uint64_t end() const { return offset + size; }
 };
 
-struct FileDescriptor {
-    int value;
-
-    explicit FileDescriptor(int descriptor) : value(descriptor) {}
-    ~FileDescriptor() {
-        if (value >= 0)
-            ::close(value);
-    }
-    FileDescriptor(const FileDescriptor&) = delete;
-    FileDescriptor& operator=(const FileDescriptor&) = delete;
-};
-
 // A regular file, read at any place.
 class MovieFile {
 public:
     // A pipe that somebody named like a movie is opened without waiting for its writer, and refused.
     explicit MovieFile(const URL& url) : descriptor_(::open(url.path().c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK)) {
         struct stat status;
-        if (descriptor_.value < 0 || ::fstat(descriptor_.value, &status) != 0)
+        if (!descriptor_ || ::fstat(descriptor_.get(), &status) != 0)
             throw posixError("open " + url.lastPathComponent(), errno);
         if (!S_ISREG(status.st_mode))
             fail(CanonRawMetadataError::Case::noVideoTrack);
@@ -100,7 +90,8 @@ public:
     std::span<const std::uint8_t> read(std::uint64_t offset, std::span<std::uint8_t> buffer) const {
         std::size_t count = 0;
         while (count < buffer.size()) {
-            const auto got = ::pread(descriptor_.value, buffer.data() + count, buffer.size() - count, off_t(offset + count));
+            const auto got =
+                ::pread(descriptor_.get(), buffer.data() + count, buffer.size() - count, off_t(offset + count));
             if (got < 0 && errno != EINTR)
                 throw posixError("read", errno);
             if (got == 0)
@@ -313,7 +304,8 @@ private:
 
     // 8.5.2: version, flags and a count, then the entries, which are boxes.
     void parseSampleEntryTypes(const ISOBox& box, TrackInfo& track) {
-        forEachBox(box.payload() + 8, box.end(), [&](const ISOBox& entry) { track.sampleEntryTypes.push_back(entry.type); });
+        forEachBox(box.payload() + 8, box.end(),
+                   [&](const ISOBox& entry) { track.sampleEntryTypes.push_back(entry.type); });
     }
 
     // 8.6.1.2. Where the count promises more than the box holds, what is there counts.

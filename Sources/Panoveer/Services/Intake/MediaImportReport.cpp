@@ -6,23 +6,6 @@
 
 namespace panoveer {
 
-namespace {
-
-std::string text(const MediaImportSkipReason& reason) {
-    using enum MediaImportSkipReason::Case;
-    switch (reason.value) {
-    case imageSequence: return localized("import.skip.image_sequence", reason.frameCount);
-    case unreadable: return reason.message;
-    case unstitchedCameraOriginal: return localized("import.skip.unstitched");
-    case photo: return localized("import.skip.photo");
-    case noVideo: return localized("import.skip.no_video");
-    case emptyFolder: return localized("import.skip.empty_folder");
-    }
-    return {};
-}
-
-} // namespace
-
 MediaImportSkipReason MediaImportSkipReason::imageSequence(std::int64_t frameCount) {
     MediaImportSkipReason reason(Case::imageSequence);
     reason.frameCount = frameCount;
@@ -33,6 +16,19 @@ MediaImportSkipReason MediaImportSkipReason::unreadable(std::string message) {
     MediaImportSkipReason reason(Case::unreadable);
     reason.message = std::move(message);
     return reason;
+}
+
+std::string describe(const MediaImportSkipReason& reason) {
+    using enum MediaImportSkipReason::Case;
+    switch (reason.value) {
+    case imageSequence: return localized("import.skip.image_sequence", reason.frameCount);
+    case unreadable: return reason.message;
+    case unstitchedCameraOriginal: return localized("import.skip.unstitched");
+    case photo: return localized("import.skip.photo");
+    case noVideo: return localized("import.skip.no_video");
+    case emptyFolder: return localized("import.skip.empty_folder");
+    }
+    return {};
 }
 
 std::string MediaImportReport::title() const {
@@ -49,7 +45,7 @@ std::optional<std::string> MediaImportReport::message() const {
     for (std::size_t i = 0; i < listed; ++i) {
         if (i > 0)
             lines += '\n';
-        lines += localized("import.report.line", skipped[i].name, text(skipped[i].reason));
+        lines += localized("import.report.line", skipped[i].name, describe(skipped[i].reason));
     }
     if (skipped.size() > listed)
         lines += '\n' + localized("import.report.more", skipped.size() - listed);

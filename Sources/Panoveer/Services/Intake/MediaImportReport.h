@@ -33,6 +33,9 @@ struct MediaImportSkipReason {
     friend bool operator==(const MediaImportSkipReason&, const MediaImportSkipReason&) = default;
 };
 
+// What a report says of it, in the language in force: one sentence, or two when there is something to be done.
+std::string describe(const MediaImportSkipReason& reason);
+
 struct MediaImportSkippedItem {
     std::string name; // as the person knows the item: its last path component
     MediaImportSkipReason reason;

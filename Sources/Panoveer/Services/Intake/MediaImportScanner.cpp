@@ -21,7 +21,7 @@ constexpr std::string_view projectExtension = "pnvee";
 // FFmpeg also draws text files as pictures (every .nfo beside a film is an "ansi" video to it) and gives every still
 // picture a duration of one frame. The kinds that need no mention among the image codecs' common ones.
 constexpr std::array<std::string_view, 23> otherStillCodecs{
-    "ansi", "bintext", "gem", "hdr", "idf", "jpegls", "jpegxl",  "pam", "pbm",  "pcx", "pfm", "pgm",
+    "ansi", "bintext", "gem", "hdr", "idf", "jpegls", "jpegxl",  "pam",   "pbm",  "pcx",  "pfm", "pgm",
     "phm",  "ppm",     "psd", "qoi", "sgi", "svg",    "sunrast", "targa", "wbmp", "xbin", "xwd"};
 
 template<std::size_t count>
@@ -94,9 +94,9 @@ std::vector<MediaImportSkippedItem> imageItems(const std::vector<URL>& images) {
                 .push_back(url);
     }
     for (const auto& [key, files] : sequences)
-        items.push_back(
-            {files.front().lastPathComponent(),
-             files.size() > 1 ? Reason::imageSequence(std::int64_t(files.size())) : Reason(Reason::Case::photo)});
+        items.push_back({files.front().lastPathComponent(), files.size() > 1
+                                                                ? Reason::imageSequence(std::int64_t(files.size()))
+                                                                : Reason(Reason::Case::photo)});
     return items;
 }
 

@@ -38,9 +38,7 @@ bool requiresDecodeValidation(const URL& url) {
 }
 
 // Pixels; anything a damaged header may hold ends within the range of int.
-int roundedPixels(double length) {
-    return std::isfinite(length) ? int(std::lround(std::clamp(length, 0.0, 1e6))) : 0;
-}
+int roundedPixels(double length) { return std::isfinite(length) ? int(std::lround(std::clamp(length, 0.0, 1e6))) : 0; }
 
 // What all roads say alike of a file.
 VideoAsset makeAsset(const URL& url, CGSizeValue naturalSize, double duration, double frameRate) {
@@ -51,7 +49,8 @@ VideoAsset makeAsset(const URL& url, CGSizeValue naturalSize, double duration, d
     asset.duration = std::isfinite(duration) ? std::max(duration, 0.0) : 0.0;
     asset.frameRate = std::isfinite(frameRate) && frameRate > 0 ? frameRate : fallbackFrameRate;
     asset.naturalSize = naturalSize;
-    asset.detectedFormat = detectedProjectionFormat(roundedPixels(naturalSize.width), roundedPixels(naturalSize.height));
+    asset.detectedFormat =
+        detectedProjectionFormat(roundedPixels(naturalSize.width), roundedPixels(naturalSize.height));
     asset.playbackStatus = lowercasedExtension(url) == canonRawExtension ? VideoPlaybackStatus::conversionRequired
                                                                          : VideoPlaybackStatus::playable;
     return asset;
@@ -86,7 +85,7 @@ VideoColorMetadata colorMetadata(const ColorAttachments& color) {
     switch (color.matrix) {
     case 5: // the same coefficients under the name of the 625-line system
     case 6: result.yCbCrMatrix = VideoYCbCrMatrix::bt601; break;
-    case 9: // non-constant and
+    case 9:                                                        // non-constant and
     case 10: result.yCbCrMatrix = VideoYCbCrMatrix::bt2020; break; // constant luminance
     default: result.yCbCrMatrix = VideoYCbCrMatrix::bt709; break;
     }
@@ -135,22 +134,8 @@ VideoAsset readNatively(const URL& url, const std::stop_token& stop) {
     return asset;
 }
 
-VideoAsset readCanonRaw(const URL& url) {
-    const auto found = CanonRawMetadataReader::read(url);
-    auto asset = makeAsset(url, {std::round(found.width), std::round(found.height)}, found.duration, found.frameRate);
-    asset.videoDecodingBackend = VideoDecodingBackend::ffmpeg;
-    return asset;
-}
-
-} // namespace
-
-VideoMetadataError::VideoMetadataError(Case reason)
-    : Error(localized("error.metadata.no_video_track")), reason_(reason) {}
-
-VideoMetadataReader::VideoMetadataReader(PlaybackClockBuilder buildPlaybackClock)
-    : buildPlaybackClock_(std::move(buildPlaybackClock)) {}
-
-VideoAsset VideoMetadataReader::readWithFFmpeg(const URL& url, const std::stop_token& stop) const {
+VideoAsset readWithFFmpeg(const URL& url, const std::stop_token& stop,
+                          const VideoMetadataReader::PlaybackClockBuilder& buildPlaybackClock) {
     const auto found = FFmpegRuntime::probe(url);
     throwIfCancelled(stop);
     CGSizeValue size{double(found.width), double(found.height)};
@@ -162,16 +147,24 @@ VideoAsset VideoMetadataReader::readWithFFmpeg(const URL& url, const std::stop_t
     asset.videoDecodingBackend = VideoDecodingBackend::ffmpeg;
     asset.sourceOrientation = found.sourceOrientation;
     asset.colorMetadata = found.colorMetadata;
-    if (buildPlaybackClock_)
-        asset.ffmpegPlaybackClockURL = buildPlaybackClock_(url, asset.duration, found.hasAudioStream, stop);
+    if (buildPlaybackClock)
+        asset.ffmpegPlaybackClockURL = buildPlaybackClock(url, asset.duration, found.hasAudioStream, stop);
     return asset;
 }
 
-VideoAsset VideoMetadataReader::readByAnyRoad(const URL& url, const std::stop_token& stop) const {
+VideoAsset readCanonRaw(const URL& url) {
+    const auto found = CanonRawMetadataReader::read(url);
+    auto asset = makeAsset(url, {std::round(found.width), std::round(found.height)}, found.duration, found.frameRate);
+    asset.videoDecodingBackend = VideoDecodingBackend::ffmpeg;
+    return asset;
+}
+
+VideoAsset readByAnyRoad(const URL& url, const std::stop_token& stop,
+                         const VideoMetadataReader::PlaybackClockBuilder& buildPlaybackClock) {
     const auto extension = lowercasedExtension(url);
     if (MediaFileSupport::ffmpegContainerPathExtensions.contains(extension)) {
         FFmpegRuntime::addExplicitSoftwarePreviewURL(url);
-        return readWithFFmpeg(url, stop);
+        return readWithFFmpeg(url, stop, buildPlaybackClock);
     }
     std::exception_ptr nativeFailure;
     try {
@@ -181,7 +174,7 @@ VideoAsset VideoMetadataReader::readByAnyRoad(const URL& url, const std::stop_to
     }
     throwIfCancelled(stop);
     try {
-        return readWithFFmpeg(url, stop);
+        return readWithFFmpeg(url, stop, buildPlaybackClock);
     } catch (const Error& failure) {
         if (extension == canonRawExtension)
             return readCanonRaw(url);
@@ -193,9 +186,15 @@ VideoAsset VideoMetadataReader::readByAnyRoad(const URL& url, const std::stop_to
     }
 }
 
-VideoAsset VideoMetadataReader::readStreams(const URL& url, const std::stop_token& stop) const {
+} // namespace
+
+VideoMetadataError::VideoMetadataError(Case reason)
+    : Error(localized("error.metadata.no_video_track")), reason_(reason) {}
+
+VideoAsset VideoMetadataReader::readStreams(const URL& url, const std::stop_token& stop,
+                                            const PlaybackClockBuilder& buildPlaybackClock) {
     throwIfCancelled(stop);
-    auto asset = readByAnyRoad(url, stop);
+    auto asset = readByAnyRoad(url, stop, buildPlaybackClock);
     if (asset.videoDecodingBackend == VideoDecodingBackend::ffmpeg)
         FFmpegRuntime::addExplicitSoftwarePreviewURL(url);
     return asset;

@@ -29,7 +29,7 @@ private:
 //   FFmpeg       FFmpegRuntime; reads nearly everything.
 //   Canon raw    the box walk of CanonRawMetadataReader, for .crm alone, whose codec no decoder knows.
 //
-// Holds nothing but its collaborators. Blocking; any thread, several at once.
+// Holds no state. Blocking; any thread, several at once.
 class VideoMetadataReader {
 public:
     // Makes, or finds, the audio file whose clock drives the preview of a file that FFmpeg decodes. Duration in
@@ -37,19 +37,12 @@ public:
     using PlaybackClockBuilder = std::function<std::optional<URL>(const URL& sourceURL, double duration,
                                                                   bool hasAudioStream, const std::stop_token& stop)>;
 
-    // Without a builder no asset gets a playback clock, which only a preview misses.
-    explicit VideoMetadataReader(PlaybackClockBuilder buildPlaybackClock = {});
-
     // The asset as its streams describe it, under a new id: detectedFormat is a guess from the size, formatDetection
     // and securityScopedBookmark are absent. Throws VideoMetadataError, CanonRawMetadataError, FFmpegReaderError, or
-    // an Error of the platform layer; Cancelled between two steps once a stop was requested.
-    VideoAsset readStreams(const URL& url, const std::stop_token& stop = {}) const;
-
-private:
-    VideoAsset readByAnyRoad(const URL& url, const std::stop_token& stop) const;
-    VideoAsset readWithFFmpeg(const URL& url, const std::stop_token& stop) const;
-
-    PlaybackClockBuilder buildPlaybackClock_;
+    // an Error of the platform layer; Cancelled between two steps once a stop was requested. Without a builder no asset
+    // gets a playback clock, which only previews need.
+    static VideoAsset readStreams(const URL& url, const std::stop_token& stop = {},
+                                  const PlaybackClockBuilder& buildPlaybackClock = {});
 };
 
 } // namespace panoveer

@@ -1,13 +1,11 @@
 #include "Panoveer/Services/Intake/CanonRawMetadataReader.h"
-
 #include "Support/MediaFactory.h"
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <algorithm>
 #include <cctype>
-
-#include <sys/stat.h>
 
 namespace panoveer {
 namespace {
@@ -87,7 +85,7 @@ struct ReadableMovie {
 
 class ReadableCanonRawMovies : public testing::TestWithParam<ReadableMovie> {};
 
-TEST_P(ReadableCanonRawMovies, giveTheirSizeDurationAndRate) {
+TEST_P(ReadableCanonRawMovies, GiveTheirSizeDurationAndRate) {
     const auto found = read(GetParam().content);
     EXPECT_EQ(found.width, GetParam().expected.width);
     EXPECT_EQ(found.height, GetParam().expected.height);
@@ -98,13 +96,14 @@ TEST_P(ReadableCanonRawMovies, giveTheirSizeDurationAndRate) {
 INSTANTIATE_TEST_SUITE_P(
     CanonRaw, ReadableCanonRawMovies,
     testing::Values(
-        ReadableMovie{"the media header decides the duration",
-                      fileType + box("moov", times("mvhd", 1000, 99000) +
-                                                 box("trak", trackHeader(88000, 5952, 3140) +
-                                                                 media(times("mdhd", 30000, 300300) + videoHandler,
-                                                                       canonSamples))) +
-                          openBox("mdat", zeros(4096)),
-                      {5952, 3140, 10.01, 30000.0 / 1001}},
+        ReadableMovie{
+            "the media header decides the duration",
+            fileType +
+                box("moov", times("mvhd", 1000, 99000) +
+                                box("trak", trackHeader(88000, 5952, 3140) +
+                                                media(times("mdhd", 30000, 300300) + videoHandler, canonSamples))) +
+                openBox("mdat", zeros(4096)),
+            {5952, 3140, 10.01, 30000.0 / 1001}},
         ReadableMovie{"64-bit layouts and a 64-bit media box in front",
                       fileType + longBox("mdat", zeros(100)) +
                           longBox("moov", times("mvhd", 1000, 5000, 1) +
@@ -116,15 +115,15 @@ INSTANTIATE_TEST_SUITE_P(
                       openBox("moov", times("mvhd", 600, 1200) +
                                           openBox("trak", trackHeader(1800, 64, 32) + openBox("mdia", videoHandler))),
                       {64, 32, 3, 30}},
-        ReadableMovie{"an unknown media duration falls to the track's",
-                      box("moov", times("mvhd", 600, 1200) +
-                                      box("trak", trackHeader(1800, 64, 32) +
-                                                      media(times("mdhd", 25, 0xffffffff) + videoHandler,
-                                                            sampleTimes({{50, 1}})))),
-                      {64, 32, 3, 25}},
+        ReadableMovie{
+            "an unknown media duration falls to the track's",
+            box("moov", times("mvhd", 600, 1200) +
+                            box("trak", trackHeader(1800, 64, 32) + media(times("mdhd", 25, 0xffffffff) + videoHandler,
+                                                                          sampleTimes({{50, 1}})))),
+            {64, 32, 3, 25}},
         ReadableMovie{"an unknown track duration falls to the movie's",
-                      box("moov", times("mvhd", 600, 1200) + box("trak", trackHeader(0xffffffff, 64, 32) +
-                                                                             media(videoHandler, canonSamples))),
+                      box("moov", times("mvhd", 600, 1200) +
+                                      box("trak", trackHeader(0xffffffff, 64, 32) + media(videoHandler, canonSamples))),
                       {64, 32, 2, 30}},
         ReadableMovie{"a media timescale of zero leaves no duration",
                       box("moov", box("trak", canonSize + media(times("mdhd", 0, 0) + videoHandler, canonSamples))),
@@ -132,12 +131,12 @@ INSTANTIATE_TEST_SUITE_P(
         ReadableMovie{"without a media header the samples run at thirty a second",
                       box("moov", box("trak", canonSize + media(videoHandler, canonSamples))),
                       {5952, 3140, 10, 30}},
-        ReadableMovie{"an unknown media duration without a movie header is counted in samples",
-                      box("moov", box("trak", canonSize + media(times("mdhd", 30000, 0xffffffff) + videoHandler,
-                                                                canonSamples))),
-                      {5952, 3140, 10.01, 30000.0 / 1001}},
-        ReadableMovie{"no samples at all", box("moov", box("trak", canonSize + media(videoHandler, {}))),
-                      {5952, 3140, 0, 30}},
+        ReadableMovie{
+            "an unknown media duration without a movie header is counted in samples",
+            box("moov", box("trak", canonSize + media(times("mdhd", 30000, 0xffffffff) + videoHandler, canonSamples))),
+            {5952, 3140, 10.01, 30000.0 / 1001}},
+        ReadableMovie{
+            "no samples at all", box("moov", box("trak", canonSize + media(videoHandler, {}))), {5952, 3140, 0, 30}},
         ReadableMovie{"a raw track without a handler is found by its sample entry",
                       box("moov", box("trak", trackHeader(0, 1, 1) + media(handler("soun"), sampleEntry("twos"))) +
                                       box("trak", canonSize + media({}, canonSamples))),
@@ -147,10 +146,12 @@ INSTANTIATE_TEST_SUITE_P(
                                       box("trak", canonSize + media(videoHandler, sampleTimes({{60, 1}})))),
                       {5952, 3140, 2, 30}},
         ReadableMovie{"a table that promises more entries than it holds, and padding behind boxes",
-                      box("moov", box("trak", canonSize +
-                                                  media(times("mdhd", 10, 0xffffffff) + videoHandler,
-                                                        box("stts", u32(0) + u32(1000000) + u32(20) + u32(1))) +
-                                                  zeros(4))) +
+                      box("moov",
+                          box("trak",
+                              canonSize +
+                                  media(times("mdhd", 10, 0xffffffff) + videoHandler,
+                                        box("stts", u32(0) + u32(1000000) + u32(20) + u32(1))) +
+                                  zeros(4))) +
                           zeros(3),
                       {5952, 3140, 2, 10}}),
     [](const auto& parameter) { return testName(parameter.param.name); });
@@ -163,7 +164,7 @@ struct UnreadableMovie {
 
 class UnreadableCanonRawMovies : public testing::TestWithParam<UnreadableMovie> {};
 
-TEST_P(UnreadableCanonRawMovies, endInTheErrorThatFits) {
+TEST_P(UnreadableCanonRawMovies, EndInTheErrorThatFits) {
     try {
         read(GetParam().content);
         FAIL() << "was read";
@@ -173,9 +174,7 @@ TEST_P(UnreadableCanonRawMovies, endInTheErrorThatFits) {
     }
 }
 
-Bytes movieWith(const Bytes& table) {
-    return box("moov", box("trak", canonSize + media(videoHandler, table)));
-}
+Bytes movieWith(const Bytes& table) { return box("moov", box("trak", canonSize + media(videoHandler, table))); }
 
 INSTANTIATE_TEST_SUITE_P(
     CanonRaw, UnreadableCanonRawMovies,
@@ -191,13 +190,12 @@ INSTANTIATE_TEST_SUITE_P(
                         Case::invalidBox},
         UnreadableMovie{"media cut off in front of the movie box", fileType + u32(1 << 20) + text("mdat") + zeros(64),
                         Case::invalidBox},
-        UnreadableMovie{"child larger than its parent",
-                        box("moov", u32(100) + text("trak") + zeros(8)) + zeros(200), Case::invalidBox},
+        UnreadableMovie{"child larger than its parent", box("moov", u32(100) + text("trak") + zeros(8)) + zeros(200),
+                        Case::invalidBox},
         UnreadableMovie{"sample entry larger than its table",
                         movieWith(box("stsd", u32(0) + u32(1) + u32(1000) + text("CRAW"))), Case::invalidBox},
         UnreadableMovie{"durations that overflow",
-                        movieWith(sampleTimes({{0xffffffff, 0xffffffff}, {0xffffffff, 0xffffffff}})),
-                        Case::invalidBox},
+                        movieWith(sampleTimes({{0xffffffff, 0xffffffff}, {0xffffffff, 0xffffffff}})), Case::invalidBox},
         UnreadableMovie{"tracks of other kinds",
                         box("moov", box("trak", canonSize + media(handler("soun"), sampleEntry("twos")))),
                         Case::noVideoTrack},
@@ -209,24 +207,24 @@ INSTANTIATE_TEST_SUITE_P(
                         Case::noVideoTrack}),
     [](const auto& parameter) { return testName(parameter.param.name); });
 
-TEST(CanonRawMetadataReader, gives_up_on_a_flood_of_boxes) {
+TEST(CanonRawMetadataReader, GivesUpOnAFloodOfBoxes) {
     Bytes flood;
     for (int i = 0; i < (1 << 16) + 1; ++i)
         flood = std::move(flood) + box("free", {});
     EXPECT_THROW(read(flood + movieWith(canonSamples)), CanonRawMetadataError);
 }
 
-TEST(CanonRawMetadataReader, stops_anywhere_in_a_truncated_movie_without_reading_beyond_it) {
-    const auto whole = fileType + box("moov", times("mvhd", 1000, 1000) +
-                                                  box("trak", canonSize + media(times("mdhd", 30, 30) + videoHandler,
-                                                                                canonSamples)));
+TEST(CanonRawMetadataReader, StopsAnywhereInATruncatedMovieWithoutReadingBeyondIt) {
+    const auto whole =
+        fileType + box("moov", times("mvhd", 1000, 1000) +
+                                   box("trak", canonSize + media(times("mdhd", 30, 30) + videoHandler, canonSamples)));
     ASSERT_EQ(read(whole).duration, 1);
     for (std::size_t length = 0; length < whole.size(); ++length)
         EXPECT_THROW(read(Bytes(whole.begin(), whole.begin() + std::ptrdiff_t(length))), CanonRawMetadataError)
             << length;
 }
 
-TEST(CanonRawMetadataReader, refuses_what_is_no_regular_file_at_once) {
+TEST(CanonRawMetadataReader, RefusesWhatIsNoRegularFileAtOnce) {
     const test::TemporaryFolder folder;
     ASSERT_EQ(::mkfifo((folder / "pipe.crm").c_str(), 0600), 0);
     EXPECT_THROW(CanonRawMetadataReader::read(URL::fromFilePath(folder / "pipe.crm")), CanonRawMetadataError);

@@ -1,12 +1,10 @@
 #include "Panoveer/Services/Intake/MediaImportScanner.h"
-
 #include "Platform/Core/Error.h"
 #include "Platform/Core/Localization.h"
 #include "Support/MediaFactory.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -56,40 +54,42 @@ protected:
     bool recognizesVideo = false;
 };
 
-TEST_F(MediaImportScannerTests, known_extensions_decide_alone_and_only_unknown_ones_are_opened) {
+TEST_F(MediaImportScannerTests, KnownExtensionsDecideAloneAndOnlyUnknownOnesAreOpened) {
     makeFiles({"film.MP4", "take.crm", "show.PnVee", "lens.insv", "lens.insp", "lens.360", "notes.txt", "README"});
     const auto found = scanFolder();
     EXPECT_THAT(names(found.videoURLs), ElementsAre("film.MP4", "take.crm"));
     EXPECT_THAT(names(found.projectURLs), ElementsAre("show.PnVee"));
-    EXPECT_THAT(found.skipped, ElementsAre(skipped("lens.360", Reason::Case::unstitchedCameraOriginal),
-                                           skipped("lens.insp", Reason::Case::unstitchedCameraOriginal),
-                                           skipped("lens.insv", Reason::Case::unstitchedCameraOriginal),
-                                           skipped("notes.txt", Reason::Case::noVideo),
-                                           skipped("README", Reason::Case::noVideo)));
+    EXPECT_THAT(found.skipped,
+                ElementsAre(skipped("lens.360", Reason::Case::unstitchedCameraOriginal),
+                            skipped("lens.insp", Reason::Case::unstitchedCameraOriginal),
+                            skipped("lens.insv", Reason::Case::unstitchedCameraOriginal),
+                            skipped("notes.txt", Reason::Case::noVideo), skipped("README", Reason::Case::noVideo)));
     EXPECT_THAT(tested, ElementsAre("notes.txt", "README"));
     recognizesVideo = true;
     EXPECT_THAT(names(scan({url("README")}).videoURLs), ElementsAre("README"));
 }
 
-TEST_F(MediaImportScannerTests, walks_folders_to_the_bottom_in_the_order_of_a_file_browser) {
-    makeFiles({"clip 10.mov", "clip 2.mov", "Day 2/a.mov", "day 10/a.mov", ".hidden.mov", ".trash/b.mov", "._clip.mov"});
+TEST_F(MediaImportScannerTests, WalksFoldersToTheBottomInTheOrderOfAFileBrowser) {
+    makeFiles(
+        {"clip 10.mov", "clip 2.mov", "Day 2/a.mov", "day 10/a.mov", ".hidden.mov", ".trash/b.mov", "._clip.mov"});
     std::vector<std::string> paths;
     for (const auto& video : scanFolder().videoURLs)
         paths.push_back(video.path().lexically_relative(folder.path()).string());
     EXPECT_THAT(paths, ElementsAre("clip 2.mov", "clip 10.mov", "Day 2/a.mov", "day 10/a.mov"));
 }
 
-TEST_F(MediaImportScannerTests, numbered_pictures_become_one_item_for_each_folder_stem_and_kind) {
+TEST_F(MediaImportScannerTests, NumberedPicturesBecomeOneItemForEachFolderStemAndKind) {
     makeFiles({"a/frame12.jpg", "a/shot_01.jpg", "a/shot_01.png", "b/0001.png", "b/0002.png", "b/x001.png",
                "b/x002.PNG", "b/portrait.heic", "c/x001.png", "c/x٠٢.png"});
     EXPECT_THAT(scanFolder().skipped,
                 ElementsAre(skipped("portrait.heic", Reason::Case::photo), skipped("frame12.jpg", Reason::Case::photo),
                             skipped("shot_01.jpg", Reason::Case::photo), skipped("shot_01.png", Reason::Case::photo),
-                            skipped("0001.png", Reason::imageSequence(2)), skipped("x001.png", Reason::imageSequence(2)),
+                            skipped("0001.png", Reason::imageSequence(2)),
+                            skipped("x001.png", Reason::imageSequence(2)),
                             skipped("x001.png", Reason::imageSequence(2))));
 }
 
-TEST_F(MediaImportScannerTests, a_sequence_beside_a_movie_is_counted_once) {
+TEST_F(MediaImportScannerTests, ASequenceBesideAMovieIsCountedOnce) {
     for (int i = 1; i <= 300; ++i)
         test::writeFile(folder / ("render." + std::to_string(1000 + i) + ".png"), {});
     makeFiles({"render.mp4"});
@@ -98,23 +98,23 @@ TEST_F(MediaImportScannerTests, a_sequence_beside_a_movie_is_counted_once) {
     EXPECT_THAT(found.skipped, ElementsAre(skipped("render.1001.png", Reason::imageSequence(300))));
 }
 
-TEST_F(MediaImportScannerTests, pictures_given_one_by_one_group_across_the_whole_drop) {
+TEST_F(MediaImportScannerTests, PicturesGivenOneByOneGroupAcrossTheWholeDrop) {
     makeFiles({"a1.png", "a2.png", "film.mov"});
     EXPECT_THAT(scan({url("a1.png"), url("film.mov"), url("a2.png")}).skipped,
                 ElementsAre(skipped("a1.png", Reason::imageSequence(2))));
 }
 
-TEST_F(MediaImportScannerTests, a_folder_without_media_is_empty_even_when_it_holds_projects) {
+TEST_F(MediaImportScannerTests, AFolderWithoutMediaIsEmptyEvenWhenItHoldsProjects) {
     fs::create_directories(folder / "nothing");
     makeFiles({"projects/a.pnvee", "pictures/a.png", "pictures/.b.mov"});
     const auto found = scan({url("nothing"), url("projects"), url("pictures")});
     EXPECT_THAT(names(found.projectURLs), ElementsAre("a.pnvee"));
     EXPECT_THAT(found.skipped,
-                ElementsAre(skipped("nothing", Reason::Case::emptyFolder), skipped("projects", Reason::Case::emptyFolder),
-                            skipped("a.png", Reason::Case::photo)));
+                ElementsAre(skipped("nothing", Reason::Case::emptyFolder),
+                            skipped("projects", Reason::Case::emptyFolder), skipped("a.png", Reason::Case::photo)));
 }
 
-TEST_F(MediaImportScannerTests, missing_items_are_reported_unless_their_extension_is_known) {
+TEST_F(MediaImportScannerTests, MissingItemsAreReportedUnlessTheirExtensionIsKnown) {
     const auto missing = localized("import.skip.missing");
     const auto found = scan({url("gone"), url("gone.txt"), url("gone.mov"), url("gone.pnvee")});
     EXPECT_THAT(found.skipped, ElementsAre(skipped("gone", Reason::unreadable(missing)),
@@ -124,7 +124,7 @@ TEST_F(MediaImportScannerTests, missing_items_are_reported_unless_their_extensio
     EXPECT_THAT(tested, IsEmpty());
 }
 
-TEST_F(MediaImportScannerTests, links_to_files_count_and_loops_of_links_end) {
+TEST_F(MediaImportScannerTests, LinksToFilesCountAndLoopsOfLinksEnd) {
     makeFiles({"media/film.mov", "drop/inner/own.mov"});
     fs::create_directory_symlink(folder.path() / "drop", folder / "drop/inner/up");
     fs::create_symlink(folder.path() / "media/film.mov", folder / "drop/linked.mov");
@@ -138,7 +138,7 @@ TEST_F(MediaImportScannerTests, links_to_files_count_and_loops_of_links_end) {
     EXPECT_THAT(names(scan({url("shortcut")}).videoURLs), ElementsAre("film.mov"));
 }
 
-TEST_F(MediaImportScannerTests, pipes_are_never_opened) {
+TEST_F(MediaImportScannerTests, PipesAreNeverOpened) {
     ASSERT_EQ(::mkfifo((folder / "pipe.mov").c_str(), 0600), 0);
     EXPECT_THAT(scan({url("pipe.mov")}).skipped, ElementsAre(skipped("pipe.mov", Reason::Case::noVideo)));
     EXPECT_THAT(scanFolder().skipped, ElementsAre(skipped(url().lastPathComponent(), Reason::Case::emptyFolder)));
@@ -157,7 +157,7 @@ private:
     uid_t user_;
 };
 
-TEST_F(MediaImportScannerTests, folders_that_cannot_be_read_are_reported_beside_what_can) {
+TEST_F(MediaImportScannerTests, FoldersThatCannotBeReadAreReportedBesideWhatCan) {
     makeFiles({"open/film.mov", "closed/film.mov"});
     fs::permissions(folder.path(), fs::perms::all);
     fs::permissions(folder / "closed", fs::perms::none);
@@ -173,7 +173,7 @@ TEST_F(MediaImportScannerTests, folders_that_cannot_be_read_are_reported_beside_
     EXPECT_THAT(found.skipped[0].reason.message, testing::HasSubstr("Permission denied"));
 }
 
-TEST_F(MediaImportScannerTests, a_stop_request_ends_a_scan) {
+TEST_F(MediaImportScannerTests, AStopRequestEndsAScan) {
     makeFiles({"film.mov"});
     std::stop_source source;
     source.request_stop();
@@ -182,7 +182,7 @@ TEST_F(MediaImportScannerTests, a_stop_request_ends_a_scan) {
                  Cancelled);
 }
 
-TEST_F(MediaImportScannerTests, odd_extensions_are_judged_by_their_content) {
+TEST_F(MediaImportScannerTests, OddExtensionsAreJudgedByTheirContent) {
     const auto film = test::makeMovie(folder, {.name = "film.mov", .frameCount = 5});
     fs::rename(film, folder / "film.dat");
     fs::rename(test::makeMovie(folder, {.name = "still.mov", .frameCount = 1, .codec = "png", .pixelFormat = "rgb24"}),
@@ -194,21 +194,24 @@ TEST_F(MediaImportScannerTests, odd_extensions_are_judged_by_their_content) {
     const std::vector<URL> urls{url()};
     const auto found = MediaImportScanner::scan(urls);
     EXPECT_THAT(names(found.videoURLs), ElementsAre("film.dat"));
-    EXPECT_THAT(found.skipped, ElementsAre(skipped("note.nfo", Reason::Case::noVideo),
-                                           skipped("sound.dat", Reason::Case::noVideo),
-                                           skipped("still.dat", Reason::Case::noVideo)));
+    EXPECT_THAT(found.skipped,
+                ElementsAre(skipped("note.nfo", Reason::Case::noVideo), skipped("sound.dat", Reason::Case::noVideo),
+                            skipped("still.dat", Reason::Case::noVideo)));
 }
 
-TEST(MediaImportReport, says_how_much_came_in_and_lists_at_most_eight_items) {
+TEST(MediaImportReport, SaysHowMuchCameInAndListsAtMostEightItems) {
     setLanguage("en");
     MediaImportReport report;
     EXPECT_EQ(report.title(), "Nothing was imported");
     EXPECT_EQ(report.message(), std::nullopt);
 
     report.importedCount = 1;
-    report.skipped = {{"a1.png", Reason::imageSequence(300)}, {"b", Reason::unreadable("It broke.")},
-                      {"c.insv", Reason::Case::unstitchedCameraOriginal}, {"d.jpg", Reason::Case::photo},
-                      {"e.txt", Reason::Case::noVideo}, {"f", Reason::Case::emptyFolder}};
+    report.skipped = {{"a1.png", Reason::imageSequence(300)},
+                      {"b", Reason::unreadable("It broke.")},
+                      {"c.insv", Reason::Case::unstitchedCameraOriginal},
+                      {"d.jpg", Reason::Case::photo},
+                      {"e.txt", Reason::Case::noVideo},
+                      {"f", Reason::Case::emptyFolder}};
     EXPECT_EQ(report.title(), "1 movie imported, 6 items left out");
     const auto message = report.message().value();
     EXPECT_EQ(std::ranges::count(message, '\n'), 5);
