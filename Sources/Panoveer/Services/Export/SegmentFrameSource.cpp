@@ -66,7 +66,8 @@ public:
     FFmpegSegmentSource(const VRClipSegment& segment, bool containsAlpha, std::stop_token stop)
         : segment_(segment),
           reader_(segment.sourceURL, segment.start, std::max(segment.end - segment.start, 0.0), std::nullopt, false),
-          containsAlpha_(containsAlpha), stop_(std::move(stop)) {}
+          containsAlpha_(containsAlpha),
+          stop_(std::move(stop)) {}
 
     std::optional<SegmentFrame> next() override {
         giveWayToPreview();

@@ -27,8 +27,7 @@ std::optional<Request> requestForFormat(ProjectionFormat format, StereoMode ster
     using enum ProjectionFormat;
     using Kind = Request::ProjectionKind;
     switch (format) {
-    case equirectangular:
-        return Request{{Kind::equirectangular, false}, false, stereo, extendedUsage("equi", stereo)};
+    case equirectangular: return Request{{Kind::equirectangular, false}, false, stereo, extendedUsage("equi", stereo)};
     case halfEquirectangular:
         return Request{{Kind::equirectangular, true}, false, stereo, extendedUsage("hequ", stereo)};
     case cubemap: return Request{{Kind::cubemap, false}, false, stereo, std::nullopt};
