@@ -69,7 +69,7 @@ void writeFrame(const FrameArguments& arguments, const std::stop_token& stop) {
         ->render(std::move(frame.picture), frame.description, clip.transform, output, VRColorOutputMode::sdr,
                  VRResamplingQuality::final, keepsAlpha)
         ->wait();
-    PictureFile::writePNG(*output, URL::fromFilePath(target));
+    writePNG(*output, target);
     std::cout << std::format("{}  {}x{}\n", target.string(), size.width, size.height);
 }
 
