@@ -64,6 +64,11 @@ void patchV2Metadata(MP4Movie& movie, const Request& request) {
         entry.children->push_back(SpatialMetadataBoxes::stereo3D(request.stereoMode));
     if (request.hasProjection())
         entry.children->push_back(SpatialMetadataBoxes::sphericalVideo(request.projection));
+    // A box that the encoder stamped is kept unless the request brings its own.
+    if (request.extendedUsage) {
+        removeChildren(entry, "vexu");
+        entry.children->push_back(SpatialMetadataBoxes::videoExtendedUsage(*request.extendedUsage));
+    }
 }
 
 void patchVideoTrack(const ByteSource& source, MP4Movie& movie, const Request& request) {

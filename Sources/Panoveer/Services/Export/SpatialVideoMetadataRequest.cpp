@@ -16,17 +16,29 @@ StereoMode stereoMode(StereoVideoLayout layout) {
     return StereoMode::mono;
 }
 
+Request::ExtendedUsage extendedUsage(FourCC projectionKind, StereoMode stereo) {
+    Request::ExtendedUsage usage{projectionKind, std::nullopt};
+    if (stereo != StereoMode::mono)
+        usage.viewPackingKind = stereo == StereoMode::leftRight ? FourCC("side") : FourCC("over");
+    return usage;
+}
+
 std::optional<Request> requestForFormat(ProjectionFormat format, StereoMode stereo) {
     using enum ProjectionFormat;
+    using Kind = Request::ProjectionKind;
     switch (format) {
-    case equirectangular: return Request{{Request::ProjectionKind::equirectangular, false}, false, stereo};
-    case halfEquirectangular: return Request{{Request::ProjectionKind::equirectangular, true}, false, stereo};
-    case cubemap: return Request{{Request::ProjectionKind::cubemap, false}, false, stereo};
+    case equirectangular: return Request{{Kind::equirectangular, false}, false, stereo, extendedUsage("equi", stereo)};
+    case halfEquirectangular:
+        return Request{{Kind::equirectangular, true}, false, stereo, extendedUsage("hequ", stereo)};
+    case cubemap: return Request{{Kind::cubemap, false}, false, stereo, std::nullopt};
     case standard:
+        if (stereo != StereoMode::mono)
+            return Request{{}, true, stereo, extendedUsage("rect", stereo)};
+        break;
     case domemaster:
     case eac:
         if (stereo != StereoMode::mono)
-            return Request{{}, true, stereo};
+            return Request{{}, true, stereo, std::nullopt};
         break;
     case mirrorDome: break;
     }
