@@ -16,6 +16,8 @@ if(PANOVEER_SANITIZERS)
 endif()
 
 set(CMAKE_CXX_EXTENSIONS OFF)
+# No source uses C++ modules. The flags of the scan for them would keep ccache and clang-tidy from working.
+set(CMAKE_CXX_SCAN_FOR_MODULES OFF)
 set(CMAKE_POSITION_INDEPENDENT_CODE ON)
 set(CMAKE_RUNTIME_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/bin")
 

@@ -29,7 +29,11 @@ struct VRClipSegment {
     SourceVideoOrientation sourceOrientation = SourceVideoOrientation::up;
     VideoColorMetadata colorMetadata;
 
-    // Both halves of a cut at a source time; none when either would be shorter than the minimum.
+    // A copy that can be cut and exported: start not below 0, end at least the minimum behind it, transform normalised.
+    VRClipSegment normalized(double minimumDuration) const;
+
+    // Both halves of a cut at a source time; none when either would be shorter than the minimum
+    // or empty.
     //
     //   before   |------ a ------|------ b ------|
     //   after    |------ a ------||----- b ------|     fresh ids, everything else copied

@@ -47,12 +47,12 @@ struct VRTransform {
     bool sourceEyesSwapped = false; // the source's left image is the right eye
     StereoVideoLayout outputStereoLayout = StereoVideoLayout::mono;
     StereoEye monoStereoEye = StereoEye::left; // which eye of a stereo source a mono output shows
-    double fovDegrees = 60;          // field of view of the output
-    double standardDistance = 1.0;   // virtual distance of a flat source, 0.25 to 4
-    double yawDegrees = 0;           // -180 to 180
-    double pitchDegrees = 0;         // -90 to 90
-    double rollDegrees = 0;          // -180 to 180
-    double domemasterThetaDegrees = 180; // full aperture of a fisheye or domemaster source, 1 to 360
+    double fovDegrees = 60;                    // field of view of the output
+    double standardDistance = 1.0;             // virtual distance of a flat source, 0.25 to 4
+    double yawDegrees = 0;                     // -180 to 180
+    double pitchDegrees = 0;                   // -90 to 90
+    double rollDegrees = 0;                    // -180 to 180
+    double domemasterThetaDegrees = 180;       // full aperture of a fisheye or domemaster source, 1 to 360
     OutputResolution outputResolution{3840, 2160};
     std::optional<URL> mirrorDomeWarpMeshURL; // none: the standard mesh of the output's shape
     std::optional<FisheyeCircle> fisheyeCircle;

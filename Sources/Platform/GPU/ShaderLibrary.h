@@ -1,0 +1,45 @@
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace panoveer {
+
+// A compiled kernel: SPIR-V 1.5 with the entry point "main".
+struct ShaderFunction {
+    std::string name;
+    std::vector<std::uint32_t> code;
+};
+
+// Kernels that travel as GLSL text. GLSL knows one entry point a program, so the text holds each kernel's main()
+// between `#if defined(KERNEL_name)` and `#endif`, and is compiled once for every kernel that is asked for. A value;
+// safe from any thread.
+class ShaderLibrary {
+public:
+    // `name` is what messages of the compiler call the text. Compiled kernels are kept in `cacheDirectory`; an empty
+    // path keeps none.
+    ShaderLibrary(std::string name, std::string source, std::filesystem::path cacheDirectory = userCacheDirectory());
+
+    // Throws Error when the file cannot be read.
+    static ShaderLibrary fromFile(const std::filesystem::path& file,
+                                  std::filesystem::path cacheDirectory = userCacheDirectory());
+
+    // $XDG_CACHE_HOME, else ~/.cache, below it "Panoveer Studio/Shaders".
+    static std::filesystem::path userCacheDirectory();
+
+    // No value when the text has no such kernel. Throws Error with the compiler's messages when it does not compile.
+    std::optional<ShaderFunction> function(std::string_view functionName) const;
+
+private:
+    std::vector<std::uint32_t> compile(const std::string& macro) const;
+
+    std::string name_;
+    std::string source_;
+    std::filesystem::path cacheDirectory_;
+};
+
+} // namespace panoveer
