@@ -25,9 +25,10 @@ double timed(const std::function<void()>& work) {
 
 void printTable(const std::vector<Comparison>& comparisons) {
     for (const auto& item : comparisons)
-        std::cout << std::format("{}\n  {:44} {:9.2f} ms a {}\n  {:44} {:9.2f} ms a {}\n  ratio, ours over the peer's {:.3f}\n",
-                                 item.name, item.ours, item.oursSeconds * 1e3, item.unit, item.peer,
-                                 item.peerSeconds * 1e3, item.unit, item.oursSeconds / item.peerSeconds);
+        std::cout << std::format(
+            "{}\n  {:44} {:9.2f} ms a {}\n  {:44} {:9.2f} ms a {}\n  ratio, ours over the peer's {:.3f}\n", item.name,
+            item.ours, item.oursSeconds * 1e3, item.unit, item.peer, item.peerSeconds * 1e3, item.unit,
+            item.oursSeconds / item.peerSeconds);
 }
 
 void printJSON(const std::vector<Comparison>& comparisons) {

@@ -9,10 +9,10 @@ namespace panoveer::bench {
 // One comparison: how long the peer and this program took for the same work, in the same run.
 struct Comparison {
     std::string name;
-    std::string ours;           // engine or command
+    std::string ours; // engine or command
     std::string peer;
-    double oursSeconds = 0;     // median, per unit
-    double peerSeconds = 0;     // median, per unit
+    double oursSeconds = 0; // median, per unit
+    double peerSeconds = 0; // median, per unit
     std::string unit = "frame";
 };
 

@@ -1,13 +1,13 @@
 #include "Benchmarks/BenchmarkReport.h"
 
+#include <unistd.h>
+
 #include <cstdlib>
 #include <filesystem>
 #include <format>
 #include <fstream>
 #include <iostream>
 #include <stdexcept>
-
-#include <unistd.h>
 
 namespace panoveer::bench {
 
@@ -42,9 +42,10 @@ std::vector<Comparison> exportBenchmark(int runs) {
     const auto peer = std::format("ffmpeg -y -i {} -vf v360=e:fisheye:h_fov=180:v_fov=180:w={}:h={}:interp=lanczos "
                                   "-an -c:v libx264 -b:v {}M {}",
                                   source, domeSize, domeSize, megabitsPerSecond, (folder / "peer.mp4").string());
-    const auto ours = std::format("{} convert {} --source-format equirectangular --format domemaster --size {}x{} --codec h264 "
-                                  "--bitrate {} -o {} --overwrite",
-                                  panoveer(), source, domeSize, domeSize, megabitsPerSecond, (folder / "ours.mp4").string());
+    const auto ours =
+        std::format("{} convert {} --source-format equirectangular --format domemaster --size {}x{} --codec h264 "
+                    "--bitrate {} -o {} --overwrite",
+                    panoveer(), source, domeSize, domeSize, megabitsPerSecond, (folder / "ours.mp4").string());
     std::vector<double> oursSeconds;
     std::vector<double> peerSeconds;
     for (int i = 0; i < runs; ++i) {
@@ -52,8 +53,8 @@ std::vector<Comparison> exportBenchmark(int runs) {
         oursSeconds.push_back(timed([&] { run(ours); }) / frames);
     }
     fs::remove_all(folder);
-    return {{.name = std::format("convert {} frames of {}x{} H.264 to a {} domemaster, H.264 at {} Mbit/s", frames, sourceWidth,
-                                 sourceHeight, domeSize, megabitsPerSecond),
+    return {{.name = std::format("convert {} frames of {}x{} H.264 to a {} domemaster, H.264 at {} Mbit/s", frames,
+                                 sourceWidth, sourceHeight, domeSize, megabitsPerSecond),
              .ours = "panoveer convert, 8 taps",
              .peer = "ffmpeg with v360, lanczos",
              .oursSeconds = median(oursSeconds),

@@ -1,6 +1,5 @@
 #include "Benchmarks/BenchmarkReport.h"
 #include "Benchmarks/V360Peer.h"
-
 #include "Panoveer/Rendering/Projection/SphericalTestChart.h"
 #include "Panoveer/Rendering/Projection/VRMetalProjectionRenderer.h"
 #include "Platform/GPU/GPUDevice.h"
@@ -48,8 +47,9 @@ std::vector<Comparison> reprojectBenchmark(int runs) {
     std::vector<Comparison> result;
     for (const auto& pair : {Pair{VRResamplingQuality::final, "8 taps", "lanczos"},
                              Pair{VRResamplingQuality::interactive, "2 taps", "linear"}}) {
-        V360Peer peer(sourceWidth, sourceHeight,
-                      std::format("e:fisheye:h_fov=180:v_fov=180:w={0}:h={0}:interp={1}", domeSize, pair.peerInterpolation));
+        V360Peer peer(
+            sourceWidth, sourceHeight,
+            std::format("e:fisheye:h_fov=180:v_fov=180:w={0}:h={0}:interp={1}", domeSize, pair.peerInterpolation));
         const auto renderOurs = [&] {
             renderer.render(source, {}, transform, output, VRColorOutputMode::sdr, pair.ours, false)->wait();
         };
@@ -70,11 +70,12 @@ std::vector<Comparison> reprojectBenchmark(int runs) {
                            }) /
                            ourFramesPerRun);
         }
-        result.push_back({.name = std::format("equirectangular {}x{} to domemaster {}", sourceWidth, sourceHeight, domeSize),
-                          .ours = std::format("{}, {}", renderer.name(), pair.oursName),
-                          .peer = std::format("FFmpeg v360, {}", pair.peerInterpolation),
-                          .oursSeconds = median(ours),
-                          .peerSeconds = median(theirs)});
+        result.push_back(
+            {.name = std::format("equirectangular {}x{} to domemaster {}", sourceWidth, sourceHeight, domeSize),
+             .ours = std::format("{}, {}", renderer.name(), pair.oursName),
+             .peer = std::format("FFmpeg v360, {}", pair.peerInterpolation),
+             .oursSeconds = median(ours),
+             .peerSeconds = median(theirs)});
     }
     return result;
 }

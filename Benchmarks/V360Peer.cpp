@@ -40,10 +40,10 @@ struct V360Peer::State {
 
 V360Peer::V360Peer(int width, int height, const std::string& options) : state_(std::make_unique<State>()) {
     auto& state = *state_;
-    const auto arguments =
-        std::format("video_size={}x{}:pix_fmt={}:time_base=1/30:pixel_aspect=1/1", width, height, int(AV_PIX_FMT_YUV420P));
-    require(avfilter_graph_create_filter(&state.source, avfilter_get_by_name("buffer"), "in", arguments.c_str(), nullptr,
-                                         state.graph.get()),
+    const auto arguments = std::format("video_size={}x{}:pix_fmt={}:time_base=1/30:pixel_aspect=1/1", width, height,
+                                       int(AV_PIX_FMT_YUV420P));
+    require(avfilter_graph_create_filter(&state.source, avfilter_get_by_name("buffer"), "in", arguments.c_str(),
+                                         nullptr, state.graph.get()),
             "no source");
     require(avfilter_graph_create_filter(&state.sink, avfilter_get_by_name("buffersink"), "out", nullptr, nullptr,
                                          state.graph.get()),

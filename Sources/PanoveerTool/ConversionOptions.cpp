@@ -43,8 +43,9 @@ OutputResolution parseSize(const std::string& text) {
 }
 
 ExportColorMode parseColor(const std::string& text) {
-    static const std::map<std::string, ExportColorMode> modes = {
-        {"sdr", ExportColorMode::convertToSDR}, {"hdr", ExportColorMode::preserveHDR}, {"hlg", ExportColorMode::hdrHLG}};
+    static const std::map<std::string, ExportColorMode> modes = {{"sdr", ExportColorMode::convertToSDR},
+                                                                 {"hdr", ExportColorMode::preserveHDR},
+                                                                 {"hlg", ExportColorMode::hdrHLG}};
     if (const auto found = modes.find(text); found != modes.end())
         return found->second;
     throw UsageError(std::format("--color: '{}' is none of: sdr, hdr, hlg", text));
@@ -58,7 +59,8 @@ VRMetadataMode parseMetadataMode(const std::string& text) {
     throw UsageError(std::format("--vr-metadata: '{}' is none of: automatic, off", text));
 }
 
-void applyInRange(double& field, const std::optional<double>& value, double lower, double upper, std::string_view option) {
+void applyInRange(double& field, const std::optional<double>& value, double lower, double upper,
+                  std::string_view option) {
     if (!value)
         return;
     if (!(*value >= lower && *value <= upper))
@@ -75,14 +77,17 @@ void ConversionOptions::declare(CLI::App& command) {
     command.add_option("--size", size, "WxH of the whole frame, both eyes included")->group(output);
     command.add_option("--codec", codec, "Codec: " + rawValues<ExportCodec>())->group(output);
     command.add_option("--stereo", stereo, "Layout: " + rawValues<StereoVideoLayout>())->group(output);
-    command.add_option("--bitrate", bitrateMbps, "Megabits per second (1 to 2000); else chosen from size and rate")->group(output);
-    command.add_option("--fps", framesPerSecond, "Rate of a single movie made from sources of differing rates")->group(output);
+    command.add_option("--bitrate", bitrateMbps, "Megabits per second (1 to 2000); else chosen from size and rate")
+        ->group(output);
+    command.add_option("--fps", framesPerSecond, "Rate of a single movie made from sources of differing rates")
+        ->group(output);
     command.add_option("--color", color, "sdr, hdr (PQ) or hlg")->group(output);
     command.add_option("--vr-metadata", vrMetadata, "automatic or off")->group(output);
 
     const auto* source = "Source and framing";
     command.add_option("--source-format", sourceFormat, "Projection of the source")->group(source);
-    command.add_option("--source-stereo", sourceStereo, "Layout of the source: " + rawValues<StereoVideoLayout>())->group(source);
+    command.add_option("--source-stereo", sourceStereo, "Layout of the source: " + rawValues<StereoVideoLayout>())
+        ->group(source);
     command.add_flag("--swap-eyes", swapEyes, "The source's left image is the right eye")->group(source);
     command.add_option("--fov", fovDegrees, "Field of view of the output, degrees")->group(source);
     command.add_option("--yaw", yawDegrees, "Degrees to the right")->group(source);
@@ -106,7 +111,8 @@ ExportSettings ConversionOptions::settings() const {
         result.applyPreset(exportPreset(*named));
         result.vrMetadataMode = recipe(*named).vrMetadataMode;
     }
-    // In this order: the format decides what sizes mean, the codec may force a layout, and the size is of the whole frame.
+    // In this order: the format decides what sizes mean, the codec may force a layout, and the size is of the whole
+    // frame.
     if (format)
         result.outputFormat = parse<ProjectionFormat>(*format, "--format");
     if (codec)

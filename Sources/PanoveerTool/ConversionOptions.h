@@ -13,8 +13,8 @@ class App;
 
 namespace panoveer::tool {
 
-// What `convert` and `frame` take: how the output is to be, and how the source is to be framed. Every field is as it was
-// typed; absent means that the preset, the file or the default decides.
+// What `convert` and `frame` take: how the output is to be, and how the source is to be framed. Every field is as it
+// was typed; absent means that the preset, the file or the default decides.
 struct ConversionOptions {
     std::optional<std::string> preset;
     std::optional<std::string> format;

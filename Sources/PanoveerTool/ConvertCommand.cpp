@@ -1,13 +1,13 @@
 #include "Panoveer/Services/Export/ExportPlanner.h"
 #include "Panoveer/Services/Export/VRNativeExporter.h"
-#include "Platform/Core/Error.h"
-#include "Platform/Core/Text.h"
 #include "PanoveerTool/Commands.h"
 #include "PanoveerTool/ConversionOptions.h"
 #include "PanoveerTool/Exit.h"
 #include "PanoveerTool/ProgressDisplay.h"
 #include "PanoveerTool/RenderEngine.h"
 #include "PanoveerTool/Sources.h"
+#include "Platform/Core/Error.h"
+#include "Platform/Core/Text.h"
 
 #include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
@@ -54,7 +54,8 @@ ExportMode exportMode(const ConvertArguments& arguments, const URL& output) {
 }
 
 // A movie of the plan may stand on no other file that somebody still needs.
-void checkTargets(const std::vector<ExportOutputDescriptor>& plan, const std::vector<VideoAsset>& assets, bool overwrite) {
+void checkTargets(const std::vector<ExportOutputDescriptor>& plan, const std::vector<VideoAsset>& assets,
+                  bool overwrite) {
     for (const auto& movie : plan) {
         const auto target = movie.url.path();
         std::error_code ignored;
@@ -73,7 +74,7 @@ void checkTargets(const std::vector<ExportOutputDescriptor>& plan, const std::ve
 ProgressStyle progressStyle(const ConvertArguments& arguments) {
     if (!arguments.progress)
         return ProgressDisplay::automaticStyle();
-    return *arguments.progress == "json" ? ProgressStyle::json
+    return *arguments.progress == "json"  ? ProgressStyle::json
            : *arguments.progress == "bar" ? ProgressStyle::bar
                                           : ProgressStyle::none;
 }

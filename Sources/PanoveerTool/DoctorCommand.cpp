@@ -2,12 +2,13 @@
 #include "Panoveer/Model/Records/RecordEnums.h"
 #include "Panoveer/Services/Export/ExportSizeEstimator.h"
 #include "Panoveer/Services/Export/ExportVideoSettings.h"
+#include "PanoveerTool/Commands.h"
 #include "Platform/Core/Error.h"
 #include "Platform/GPU/GPUDevice.h"
 #include "Platform/Media/AssetWriter.h"
-#include "PanoveerTool/Commands.h"
 
 #include <CLI/CLI.hpp>
+#include <dlfcn.h>
 #include <nlohmann/json.hpp>
 
 #include <cstdlib>
@@ -15,8 +16,6 @@
 #include <format>
 #include <iostream>
 #include <thread>
-
-#include <dlfcn.h>
 
 namespace panoveer::tool {
 
@@ -85,16 +84,19 @@ void printText(const JSON& report) {
     std::cout << "Rendering\n";
     for (const auto& device : report["devices"])
         std::cout << std::format("  {}{}  Vulkan {}\n", device["name"].get<std::string>(),
-                                 device["software"].get<bool>() ? " (software)" : "", device["vulkan"].get<std::string>());
+                                 device["software"].get<bool>() ? " (software)" : "",
+                                 device["vulkan"].get<std::string>());
     if (report["devices"].empty())
         std::cout << "  no Vulkan driver: install mesa-vulkan-drivers, or the driver of your GPU\n";
     std::cout << "Encoders\n";
     for (const auto& encoder : report["encoders"])
         std::cout << std::format("  {:16} {}\n", encoder["codec"].get<std::string>(),
-                                 encoder["works"].get<bool>() ? "works" : "no: " + encoder["reason"].get<std::string>());
+                                 encoder["works"].get<bool>() ? "works"
+                                                              : "no: " + encoder["reason"].get<std::string>());
     const auto& multiview = report["multiviewLibrary"];
     std::cout << "Multiview library\n  " << multiview["library"].get<std::string>() << ": "
-              << (multiview["found"].get<bool>() ? "found" : "not found; " + multiview["reason"].get<std::string>()) << '\n';
+              << (multiview["found"].get<bool>() ? "found" : "not found; " + multiview["reason"].get<std::string>())
+              << '\n';
     std::cout << std::format("Machine\n  {} processors\n  {} free in {}\n", report["processors"].get<unsigned>(),
                              ExportSizeEstimator::formattedDecimalSize(report["space"]["freeBytes"].get<double>()),
                              report["space"]["folder"].get<std::string>());

@@ -1,13 +1,13 @@
 #include "Panoveer/Rendering/Projection/ProjectionRenderer.h"
 #include "Panoveer/Services/Export/ExportDiagnostics.h"
 #include "Panoveer/Services/Export/SegmentFrameSource.h"
-#include "Platform/Core/Error.h"
-#include "Platform/Media/PictureFile.h"
 #include "PanoveerTool/Commands.h"
 #include "PanoveerTool/ConversionOptions.h"
 #include "PanoveerTool/Exit.h"
 #include "PanoveerTool/RenderEngine.h"
 #include "PanoveerTool/Sources.h"
+#include "Platform/Core/Error.h"
+#include "Platform/Media/PictureFile.h"
 
 #include <CLI/CLI.hpp>
 

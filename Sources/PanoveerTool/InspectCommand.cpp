@@ -78,16 +78,14 @@ JSON describe(const VideoExtendedUsageReport& report) {
 }
 
 JSON describe(const SpatialAudioReport& report) {
-    return {{"ambisonicOrder", report.ambisonicOrder},
-            {"channelOrdering", report.channelOrdering},
-            {"normalization", report.normalization},
-            {"channelCount", report.channelCount},
-            {"channelMap", report.channelMap},
-            {"headLockedStereo", report.headLockedStereo}};
+    return {{"ambisonicOrder", report.ambisonicOrder}, {"channelOrdering", report.channelOrdering},
+            {"normalization", report.normalization},   {"channelCount", report.channelCount},
+            {"channelMap", report.channelMap},         {"headLockedStereo", report.headLockedStereo}};
 }
 
 JSON describe(const SpatialTrackReport& track) {
-    JSON result = {{"track", track.trackID}, {"handler", track.handler.text()}, {"sampleEntry", track.sampleEntry.text()}};
+    JSON result = {
+        {"track", track.trackID}, {"handler", track.handler.text()}, {"sampleEntry", track.sampleEntry.text()}};
     if (track.width > 0) {
         result["width"] = track.width;
         result["height"] = track.height;

@@ -2,10 +2,10 @@
 
 #include "PanoveerTool/Exit.h"
 
+#include <unistd.h>
+
 #include <csignal>
 #include <ctime>
-
-#include <unistd.h>
 
 namespace panoveer::tool {
 

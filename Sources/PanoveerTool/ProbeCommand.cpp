@@ -1,8 +1,8 @@
 #include "Panoveer/Model/Records/RecordEnums.h"
 #include "Panoveer/Services/Intake/FFmpegRuntime.h"
 #include "Panoveer/Services/Intake/VideoMetadataReader.h"
-#include "Platform/Core/Error.h"
 #include "PanoveerTool/Commands.h"
+#include "Platform/Core/Error.h"
 
 #include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
@@ -82,10 +82,11 @@ void printText(const JSON& file) {
     std::cout << file["file"].get<std::string>() << '\n';
     std::cout << std::format("  picture    {:g}x{:g}, {:.3f} fps, {:.3f} s, {} {}\n", file["width"].get<double>(),
                              file["height"].get<double>(), file["framesPerSecond"].get<double>(),
-                             file["durationSeconds"].get<double>(), file.value("codec", ""), file.value("pixelFormat", ""));
+                             file["durationSeconds"].get<double>(), file.value("codec", ""),
+                             file.value("pixelFormat", ""));
     std::cout << std::format("  color      {} primaries, {} transfer, {} matrix\n",
-                             file["color"]["primaries"].get<std::string>(), file["color"]["transfer"].get<std::string>(),
-                             file["color"]["matrix"].get<std::string>());
+                             file["color"]["primaries"].get<std::string>(),
+                             file["color"]["transfer"].get<std::string>(), file["color"]["matrix"].get<std::string>());
     std::cout << std::format("  read with  {}, orientation {}{}\n", file["decoder"].get<std::string>(),
                              file["orientation"].get<std::string>(), file["alpha"].get<bool>() ? ", with alpha" : "");
     std::cout << std::format("  format     {} (from its shape)\n", file["format"].get<std::string>());

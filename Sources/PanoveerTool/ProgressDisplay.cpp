@@ -1,14 +1,13 @@
 #include "PanoveerTool/ProgressDisplay.h"
 
 #include <nlohmann/json.hpp>
+#include <sys/ioctl.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cstdio>
 #include <format>
 #include <iostream>
-
-#include <sys/ioctl.h>
-#include <unistd.h>
 
 namespace panoveer::tool {
 

@@ -1,14 +1,14 @@
+#include "Panoveer/Model/Records/ClipDefaults.h"
 #include "Panoveer/Rendering/Projection/SphericalTestChart.h"
 #include "Panoveer/Services/Export/ExportWaits.h"
 #include "Panoveer/Services/Export/VRNativeExporter.h"
 #include "Panoveer/Services/Intake/VideoMetadataReader.h"
-#include "Panoveer/Model/Records/ClipDefaults.h"
-#include "Platform/Core/Error.h"
-#include "Platform/Media/AssetWriter.h"
 #include "PanoveerTool/Commands.h"
 #include "PanoveerTool/Exit.h"
 #include "PanoveerTool/ProgressDisplay.h"
 #include "PanoveerTool/RenderEngine.h"
+#include "Platform/Core/Error.h"
+#include "Platform/Media/AssetWriter.h"
 
 #include <CLI/CLI.hpp>
 
@@ -43,14 +43,15 @@ void writeChartMovie(const URL& url, const std::stop_token& stop) {
     settings.profile = VideoProfile::h264High;
     settings.averageBitRate = sampleBitRate;
     settings.maximumKeyFrameInterval = sampleFramesPerSecond;
-    settings.color = {.primaries = 1, .transfer = 1, .matrix = 1,
-                      .masteringDisplayColorVolume = {}, .contentLightLevelInfo = {}};
+    settings.color = {
+        .primaries = 1, .transfer = 1, .matrix = 1, .masteringDisplayColorVolume = {}, .contentLightLevelInfo = {}};
     writer.setMovieTimeScale(sampleFramesPerSecond);
     const auto require = [&](bool done) {
         if (!done)
             throw writer.error().value_or(Error("The sample movie cannot be written."));
     };
-    auto* input = writer.addVideoInput(settings, pixelFormat::yCbCr420VideoRange, sampleFramesPerSecond, sampleFrameCount);
+    auto* input =
+        writer.addVideoInput(settings, pixelFormat::yCbCr420VideoRange, sampleFramesPerSecond, sampleFrameCount);
     require(input != nullptr);
     require(writer.startWriting());
     writer.startSession({0, sampleFramesPerSecond});

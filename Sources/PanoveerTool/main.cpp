@@ -1,9 +1,9 @@
 // The command line of Panoveer Studio: the whole engine without a window.
 
-#include "Platform/Core/Error.h"
 #include "PanoveerTool/Commands.h"
 #include "PanoveerTool/Exit.h"
 #include "PanoveerTool/Interrupt.h"
+#include "Platform/Core/Error.h"
 
 #include <CLI/CLI.hpp>
 

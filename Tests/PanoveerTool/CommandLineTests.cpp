@@ -1,15 +1,14 @@
 #include "PanoveerTool/CommandLine.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <poll.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <csignal>
 #include <cstdlib>
-
-#include <fcntl.h>
-#include <poll.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 namespace panoveer::test {
 namespace {
@@ -55,8 +54,8 @@ TEST_F(CommandLine, TellsWrongUsageFromFailure) {
 TEST_F(CommandLine, KeepsAMovieThatExistsUnlessToldOtherwise) {
     const auto source = movie({.frameCount = 5});
     const auto target = path("made.mp4");
-    const std::vector<std::string> arguments = {"convert", source,    "-o",     target,    "--format", "standard",
-                                                "--size",  "160x90", "--codec", "h264"};
+    const std::vector<std::string> arguments = {"convert",  source,   "-o",     target,    "--format",
+                                                "standard", "--size", "160x90", "--codec", "h264"};
     ASSERT_EQ(panoveer(arguments).exitCode, 0);
     const auto before = readFile(target);
     const auto refused = panoveer(arguments);
@@ -86,8 +85,8 @@ TEST_F(CommandLine, KeepsNamesApartThatDifferOnlyInCase) {
     const auto made = movie({.frameCount = 5});
     fs::copy_file(made, folder / "in/a/clip.MOV");
     fs::copy_file(made, folder / "in/b/CLIP.mov");
-    const auto result = panoveer({"convert", path("in"), "-o", path("out"), "--format", "standard", "--size", "160x90",
-                                  "--codec", "h264"});
+    const auto result = panoveer(
+        {"convert", path("in"), "-o", path("out"), "--format", "standard", "--size", "160x90", "--codec", "h264"});
     ASSERT_EQ(result.exitCode, 0) << result.standardError;
     EXPECT_EQ(namesIn(folder / "out"), (Names{"clip - standard.mp4", "CLIP - standard (2).mp4"}));
 }
@@ -98,10 +97,9 @@ TEST_F(CommandLine, LeavesNothingBehindWhenItCannotWrite) {
     const std::string program = PANOVEER_PROGRAM;
     for (const std::string extension : {"mp4", "mov"}) {
         const auto target = path("limited/movie." + extension);
-        const auto result = runProgram({"bash", "-c",
-                                        "trap '' XFSZ; ulimit -f 40; exec \"$0\" \"$@\"", program, "convert", source, "-o", target,
-                                        "--format", "standard", "--size", "640x360", "--codec",
-                                        extension == "mov" ? "proRes" : "h264", "--bitrate", "30"});
+        const auto result = runProgram({"bash", "-c", "trap '' XFSZ; ulimit -f 40; exec \"$0\" \"$@\"", program,
+                                        "convert", source, "-o", target, "--format", "standard", "--size", "640x360",
+                                        "--codec", extension == "mov" ? "proRes" : "h264", "--bitrate", "30"});
         EXPECT_EQ(result.exitCode, 1) << result.standardError;
         EXPECT_NE(result.standardError.find("not written"), std::string::npos) << result.standardError;
         EXPECT_EQ(namesIn(folder / "limited"), Names{}) << extension;
@@ -122,8 +120,8 @@ public:
         process_ = fork();
         if (process_ == 0) {
             dup2(ends[1], STDERR_FILENO);
-            execl(PANOVEER_PROGRAM, PANOVEER_PROGRAM, "convert", source.c_str(), "-o", target.c_str(), "--format", "standard",
-                  "--size", "640x360", "--codec", "proRes", "--progress", "json", nullptr);
+            execl(PANOVEER_PROGRAM, PANOVEER_PROGRAM, "convert", source.c_str(), "-o", target.c_str(), "--format",
+                  "standard", "--size", "640x360", "--codec", "proRes", "--progress", "json", nullptr);
             _exit(127);
         }
         close(ends[1]);
@@ -182,8 +180,8 @@ TEST_F(CommandLine, LeavesNothingUnderTheFinalNameWhenInterruptedOrKilled) {
 
 TEST_F(CommandLine, PrintsOneJSONResultAndProgressBesideIt) {
     const auto source = movie({.frameCount = 10});
-    const auto result = panoveer({"convert", source, "-o", path("a.mp4"), "--format", "standard", "--size", "160x90", "--codec",
-                                  "h264", "--json", "--progress", "json"});
+    const auto result = panoveer({"convert", source, "-o", path("a.mp4"), "--format", "standard", "--size", "160x90",
+                                  "--codec", "h264", "--json", "--progress", "json"});
     ASSERT_EQ(result.exitCode, 0) << result.standardError;
     const auto json = nlohmann::json::parse(result.standardOutput);
     EXPECT_EQ(json["movies"][0]["path"], path("a.mp4"));
@@ -211,8 +209,8 @@ TEST_F(CommandLine, ListsPresetsAndWhatWorksHere) {
 TEST_F(CommandLine, RetimesASingleMovieOfMixedRates) {
     const auto slow = movie({.name = "slow.mov", .frameRate = "25", .frameCount = 25});
     const auto fast = movie({.name = "fast.mov", .frameRate = "50", .frameCount = 50});
-    const auto result = panoveer({"convert", slow, fast, "-o", path("both.mp4"), "--format", "standard", "--size", "160x90",
-                                  "--codec", "h264"});
+    const auto result = panoveer(
+        {"convert", slow, fast, "-o", path("both.mp4"), "--format", "standard", "--size", "160x90", "--codec", "h264"});
     ASSERT_EQ(result.exitCode, 0) << result.standardError;
     const auto stream = videoStream(path("both.mp4"), {"-count_frames"});
     EXPECT_EQ(stream["nb_read_frames"], "100");
@@ -234,7 +232,8 @@ TEST_P(FrameRates, KeepEveryFrameAtItsExactTime) {
     ASSERT_EQ(result.exitCode, 0) << result.standardError;
     const auto stream = videoStream(path("out.mov"), {"-count_frames"});
     EXPECT_EQ(stream["nb_read_frames"], std::to_string(frames));
-    EXPECT_EQ(stream["r_frame_rate"], std::string(GetParam().rate) + (std::string(GetParam().rate).contains('/') ? "" : "/1"));
+    EXPECT_EQ(stream["r_frame_rate"],
+              std::string(GetParam().rate) + (std::string(GetParam().rate).contains('/') ? "" : "/1"));
     EXPECT_EQ(std::stod(stream["start_time"].get<std::string>()), 0);
 }
 

@@ -1,13 +1,13 @@
 #include "Platform/Core/Text.h"
 
-#include <memory>
-
 #include <unicode/coll.h>
 #include <unicode/dtptngen.h>
 #include <unicode/smpdtfmt.h>
 #include <unicode/timezone.h>
 #include <unicode/uchar.h>
 #include <unicode/unistr.h>
+
+#include <memory>
 
 namespace panoveer {
 
@@ -109,8 +109,8 @@ std::string formatDate(std::chrono::system_clock::time_point time, std::string_v
         return {};
     format.adoptTimeZone(icu::TimeZone::createTimeZone(unicode(timeZone)));
     icu::UnicodeString result;
-    format.format(
-        UDate(std::chrono::duration_cast<std::chrono::milliseconds>(time.time_since_epoch()).count()), result);
+    format.format(UDate(std::chrono::duration_cast<std::chrono::milliseconds>(time.time_since_epoch()).count()),
+                  result);
     return utf8(result);
 }
 

@@ -25,9 +25,9 @@ struct VideoSettings {
     int width = 0;
     int height = 0;
     VideoProfile profile = VideoProfile::automatic;
-    std::optional<std::int64_t> averageBitRate;   // bits per second; absent for ProRes, whose quality governs
-    std::optional<int> maximumKeyFrameInterval;   // frames
-    std::optional<int> expectedSourceFrameRate;   // frames per second
+    std::optional<std::int64_t> averageBitRate; // bits per second; absent for ProRes, whose quality governs
+    std::optional<int> maximumKeyFrameInterval; // frames
+    std::optional<int> expectedSourceFrameRate; // frames per second
     // Of the output, H.273 code points; written as `colr` and into the stream. Mastering display and light level
     // go into `mdcv` and `clli`: from here, or else from the first appended picture.
     ColorAttachments color;
@@ -74,8 +74,9 @@ public:
     // remembered for the life of the process.
     bool canApply(const VideoSettings& settings, std::string* reason = nullptr) const;
 
-    // Pictures are to come in `pictureFormat`. `mediaTimeScale` is the track's timescale; `plannedFrameCount` the number
-    // of pictures to expect, from which room for an mp4's sample tables is reserved (0: not known). Null when refused.
+    // Pictures are to come in `pictureFormat`. `mediaTimeScale` is the track's timescale; `plannedFrameCount` the
+    // number of pictures to expect, from which room for an mp4's sample tables is reserved (0: not known). Null when
+    // refused.
     VideoInput* addVideoInput(const VideoSettings& settings, FourCC pictureFormat, std::int32_t mediaTimeScale,
                               std::int64_t plannedFrameCount);
 

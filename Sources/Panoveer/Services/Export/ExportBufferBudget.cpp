@@ -22,7 +22,8 @@ std::uint64_t bytesPerBuffer(FourCC format, std::uint64_t pixels) {
 
 ExportBufferBudget ExportBufferBudget::make(FourCC outputFormat, std::int64_t width, std::int64_t height,
                                             const ExportMemory& memory) {
-    const auto pixels = std::uint64_t(std::max<std::int64_t>(width, 1)) * std::uint64_t(std::max<std::int64_t>(height, 1));
+    const auto pixels =
+        std::uint64_t(std::max<std::int64_t>(width, 1)) * std::uint64_t(std::max<std::int64_t>(height, 1));
     ExportBufferBudget budget;
     budget.bytesPerPixelBuffer = bytesPerBuffer(outputFormat, pixels);
 
@@ -33,8 +34,8 @@ ExportBufferBudget ExportBufferBudget::make(FourCC outputFormat, std::int64_t wi
                             : floor;
     budget.bufferMemoryBudgetBytes = std::min(memoryCap, gpuCap);
 
-    const auto count =
-        std::max<std::uint64_t>(budget.bufferMemoryBudgetBytes / std::max<std::uint64_t>(budget.bytesPerPixelBuffer, 1), 2);
+    const auto count = std::max<std::uint64_t>(
+        budget.bufferMemoryBudgetBytes / std::max<std::uint64_t>(budget.bytesPerPixelBuffer, 1), 2);
     budget.encoderPixelBufferLimit = int(std::min<std::uint64_t>(count, 8));
     budget.inFlightFrameLimit = int(std::min<std::uint64_t>(count, 4)) - 1;
     return budget;

@@ -20,7 +20,8 @@ struct ExportBufferBudget {
     int encoderPixelBufferLimit = 2; // output pictures alive at once, 2 to 8
     int inFlightFrameLimit = 1;      // frames that rendering may run ahead, 1 to 3: always one short of the buffers
 
-    static ExportBufferBudget make(FourCC outputFormat, std::int64_t width, std::int64_t height, const ExportMemory& memory);
+    static ExportBufferBudget make(FourCC outputFormat, std::int64_t width, std::int64_t height,
+                                   const ExportMemory& memory);
 };
 
 } // namespace panoveer

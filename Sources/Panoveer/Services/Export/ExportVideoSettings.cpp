@@ -52,14 +52,23 @@ ColorAttachments outputColor(ExportColorMode mode) {
     switch (mode) {
     case ExportColorMode::convertToSDR: break;
     case ExportColorMode::preserveHDR:
-        return {.primaries = h273::bt2020, .transfer = h273::pqTransfer, .matrix = h273::bt2020,
-                .masteringDisplayColorVolume = {}, .contentLightLevelInfo = {}};
+        return {.primaries = h273::bt2020,
+                .transfer = h273::pqTransfer,
+                .matrix = h273::bt2020,
+                .masteringDisplayColorVolume = {},
+                .contentLightLevelInfo = {}};
     case ExportColorMode::hdrHLG:
-        return {.primaries = h273::bt2020, .transfer = h273::hlgTransfer, .matrix = h273::bt2020,
-                .masteringDisplayColorVolume = {}, .contentLightLevelInfo = {}};
+        return {.primaries = h273::bt2020,
+                .transfer = h273::hlgTransfer,
+                .matrix = h273::bt2020,
+                .masteringDisplayColorVolume = {},
+                .contentLightLevelInfo = {}};
     }
-    return {.primaries = h273::bt709, .transfer = h273::bt709, .matrix = h273::bt709,
-            .masteringDisplayColorVolume = {}, .contentLightLevelInfo = {}};
+    return {.primaries = h273::bt709,
+            .transfer = h273::bt709,
+            .matrix = h273::bt709,
+            .masteringDisplayColorVolume = {},
+            .contentLightLevelInfo = {}};
 }
 
 void attachColorMetadata(PixelBuffer& output, ExportColorMode mode, const ColorAttachments& source) {
@@ -70,8 +79,9 @@ void attachColorMetadata(PixelBuffer& output, ExportColorMode mode, const ColorA
     }
 }
 
-VideoSettings videoSettings(ExportCodec codec, std::int64_t width, std::int64_t height, std::optional<double> bitrateMbps,
-                            std::optional<double> targetFrameRate, ExportColorMode colorMode) {
+VideoSettings videoSettings(ExportCodec codec, std::int64_t width, std::int64_t height,
+                            std::optional<double> bitrateMbps, std::optional<double> targetFrameRate,
+                            ExportColorMode colorMode) {
     VideoSettings settings;
     settings.codec = properties(codec).codecType;
     settings.width = int(width);
@@ -137,7 +147,9 @@ FourCC preferredNativeOutputPixelFormat(ExportCodec codec, ExportColorMode color
 FourCC preferredNativeSourcePixelFormat(std::string_view codecName, std::string_view pixelFormatName) {
     const auto codec = lowercased(codecName);
     const auto format = lowercased(pixelFormatName);
-    const auto has = [](const std::string& text, std::string_view part) { return text.find(part) != std::string::npos; };
+    const auto has = [](const std::string& text, std::string_view part) {
+        return text.find(part) != std::string::npos;
+    };
     if (has(format, "yuva") || has(format, "alpha"))
         return pixelFormat::bgra;
     if (has(codec, "prores"))

@@ -14,8 +14,9 @@ namespace panoveer {
 
 // What the writer's video track is to be. A key frame every 60 frames, or every second when the rate is known; ProRes,
 // whose frames are all key frames and whose quality governs, gets neither interval nor bit rate.
-VideoSettings videoSettings(ExportCodec codec, std::int64_t width, std::int64_t height, std::optional<double> bitrateMbps,
-                            std::optional<double> targetFrameRate, ExportColorMode colorMode);
+VideoSettings videoSettings(ExportCodec codec, std::int64_t width, std::int64_t height,
+                            std::optional<double> bitrateMbps, std::optional<double> targetFrameRate,
+                            ExportColorMode colorMode);
 
 // The colours of an output: BT.709, BT.2020 with PQ, or BT.2020 with HLG, as H.273 code points.
 ColorAttachments outputColor(ExportColorMode mode);
@@ -34,8 +35,8 @@ double estimatedOutputBytes(const ExportOutputDescriptor& descriptor);
 // The format that the renderer fills and the encoder takes.
 FourCC preferredNativeOutputPixelFormat(ExportCodec codec, ExportColorMode colorMode);
 
-// The format to decode to: the stream's own chroma sampling and depth, so that nothing is converted before the renderer,
-// and BGRA for what has alpha or no such layout. Names as libavcodec and libavutil spell them, in any case.
+// The format to decode to: the stream's own chroma sampling and depth, so that nothing is converted before the
+// renderer, and BGRA for what has alpha or no such layout. Names as libavcodec and libavutil spell them, in any case.
 FourCC preferredNativeSourcePixelFormat(std::string_view codecName, std::string_view pixelFormatName);
 
 // A picture's colours: from its attachments where they say something, else from the clip's metadata.

@@ -31,11 +31,10 @@ void throwIfStopped(const std::stop_token& stop) {
 } // namespace
 
 ExportWaitClock ExportWaitClock::system() {
-    return {.uptimeSeconds =
-                [] {
-                    return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
-                },
-            .sleep = [](std::chrono::nanoseconds interval) { std::this_thread::sleep_for(interval); }};
+    return {
+        .uptimeSeconds =
+            [] { return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count(); },
+        .sleep = [](std::chrono::nanoseconds interval) { std::this_thread::sleep_for(interval); }};
 }
 
 void throwWriterError(const ExportWriterStatus& writer) {

@@ -1,21 +1,21 @@
 #include "Panoveer/Services/Export/MovieExport.h"
 
 #include "Panoveer/Model/Records/ExportCodec.h"
+#include "Panoveer/Model/Records/RecordEnums.h"
 #include "Panoveer/Services/Export/ExportArtifactTransaction.h"
 #include "Panoveer/Services/Export/ExportArtifactValidator.h"
 #include "Panoveer/Services/Export/ExportVideoSettings.h"
 #include "Panoveer/Services/Export/SpatialVideoMetadataInjector.h"
 #include "Panoveer/Services/Export/VRExportError.h"
-#include "Panoveer/Model/Records/RecordEnums.h"
 #include "Panoveer/Services/Intake/FFmpegRuntime.h"
 #include "Platform/Core/Log.h"
 #include "Platform/Core/Text.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <cmath>
 #include <filesystem>
-
-#include <unistd.h>
 
 namespace panoveer {
 
@@ -25,8 +25,8 @@ namespace {
 
 constexpr Logger logger("Export");
 constexpr std::int32_t fragmentTimescale = 600;
-constexpr MediaTime initialFragmentInterval{fragmentTimescale, fragmentTimescale};   // 1 s
-constexpr MediaTime fragmentInterval{10 * fragmentTimescale, fragmentTimescale};     // 10 s
+constexpr MediaTime initialFragmentInterval{fragmentTimescale, fragmentTimescale}; // 1 s
+constexpr MediaTime fragmentInterval{10 * fragmentTimescale, fragmentTimescale};   // 10 s
 
 double duration(const VRClipSegment& segment) { return std::max(segment.end - segment.start, 0.0); }
 
@@ -34,13 +34,18 @@ std::uint64_t physicalMemoryBytes() {
     return std::uint64_t(sysconf(_SC_PHYS_PAGES)) * std::uint64_t(sysconf(_SC_PAGE_SIZE));
 }
 
-std::string sizeText(const OutputResolution& size) { return std::to_string(size.width) + "x" + std::to_string(size.height); }
+std::string sizeText(const OutputResolution& size) {
+    return std::to_string(size.width) + "x" + std::to_string(size.height);
+}
 
 } // namespace
 
 MovieExport::MovieExport(ProjectionRenderer& renderer, const ExportOutputDescriptor& descriptor,
                          ExportDiagnostics& diagnostics, std::stop_token stop)
-    : renderer_(renderer), descriptor_(descriptor), diagnostics_(diagnostics), stop_(std::move(stop)),
+    : renderer_(renderer),
+      descriptor_(descriptor),
+      diagnostics_(diagnostics),
+      stop_(std::move(stop)),
       clock_(outputFrameRate(descriptor)) {}
 
 MovieExport::~MovieExport() {
@@ -75,15 +80,17 @@ void MovieExport::run(const Report& report) {
 }
 
 void MovieExport::prepareDestination() {
-    diagnostics_.markStage("preparing_destination", {{"output_path", descriptor_.url.path().string()}, {"estimated_bytes", estimatedOutputBytes(descriptor_)}});
+    diagnostics_.markStage("preparing_destination", {{"output_path", descriptor_.url.path().string()},
+                                                     {"estimated_bytes", estimatedOutputBytes(descriptor_)}});
     const auto folder = descriptor_.url.deletingLastPathComponent().path();
     std::error_code failure;
     fs::create_directories(folder, failure);
     if (failure)
         throw posixError(folder.string(), failure.value());
     staged_ = ExportArtifactTransaction::stagedFileURL(descriptor_.url);
-    writer_ = std::make_unique<AssetWriter>(
-        staged_, properties(descriptor_.codec).fileExtension == "mov" ? MovieFileType::quickTimeMovie : MovieFileType::mp4);
+    writer_ = std::make_unique<AssetWriter>(staged_, properties(descriptor_.codec).fileExtension == "mov"
+                                                         ? MovieFileType::quickTimeMovie
+                                                         : MovieFileType::mp4);
     if (lowercased(descriptor_.url.pathExtension()) == "mov") {
         writer_->setInitialMovieFragmentInterval(initialFragmentInterval);
         writer_->setMovieFragmentInterval(fragmentInterval);
@@ -103,7 +110,8 @@ void MovieExport::configureWriter() {
     std::string reason;
     if (!writer_->canApply(settings, &reason)) {
         logger.error("encoder refused codec={} size={} reason={}", rawValue(descriptor_.codec), sizeText(size), reason);
-        VRExportError refusal(VRExportError::Case::unsupportedVideoSettings, descriptor_.codec, size.width, size.height);
+        VRExportError refusal(VRExportError::Case::unsupportedVideoSettings, descriptor_.codec, size.width,
+                              size.height);
         refusal.setUnderlying(std::make_shared<Error>(reason));
         throw refusal;
     }
@@ -141,9 +149,7 @@ void MovieExport::configureWriter() {
                 rawValue(descriptor_.codec), double(clock_.timescale) / double(clock_.frameDuration));
 }
 
-std::int64_t MovieExport::plannedFrameCount() const {
-    return clock_.frameIndex(totalDurationSeconds(descriptor_));
-}
+std::int64_t MovieExport::plannedFrameCount() const { return clock_.frameIndex(totalDurationSeconds(descriptor_)); }
 
 void MovieExport::exportSegments() {
     double timelineStart = 0;
@@ -210,7 +216,8 @@ void MovieExport::exportSegment(SegmentRun& run) {
         holdLastFrame(run);
 }
 
-std::unique_ptr<SegmentFrameSource> MovieExport::fallBackToFFmpeg(const VRClipSegment& segment, const std::string& reason) {
+std::unique_ptr<SegmentFrameSource> MovieExport::fallBackToFFmpeg(const VRClipSegment& segment,
+                                                                  const std::string& reason) {
     diagnostics_.record("ffmpeg_video_fallback", {{"avfoundation_diagnostic", reason}});
     logger.info("AVFoundation video reader failed for {}; trying FFmpeg", segment.sourceURL.lastPathComponent());
     return openFFmpegSource(segment, stop_);
@@ -241,12 +248,12 @@ bool MovieExport::renderFrame(SegmentRun& run, SegmentFrame frame) {
     auto render = renderer_.render(std::move(frame.picture), frame.description, run.segment.transform, output,
                                    VRColorOutputMode(descriptor_.colorMode), VRResamplingQuality::final,
                                    properties(descriptor_.codec).keepsAlpha);
-    run.pending.push_back({.outputPixelBuffer = std::move(output),
-                           .render = std::move(render),
-                           .sourceColor = std::move(sourceColor),
-                           .frameIndex = slot,
-                           .safeRelativeSeconds =
-                               std::isfinite(frame.relativeSeconds) ? std::max(frame.relativeSeconds, 0.0) : 0.0});
+    run.pending.push_back(
+        {.outputPixelBuffer = std::move(output),
+         .render = std::move(render),
+         .sourceColor = std::move(sourceColor),
+         .frameIndex = slot,
+         .safeRelativeSeconds = std::isfinite(frame.relativeSeconds) ? std::max(frame.relativeSeconds, 0.0) : 0.0});
     return true;
 }
 
@@ -290,8 +297,8 @@ void MovieExport::appendAtSlot(SegmentRun& run, const PixelBufferPtr& picture, s
     run.lastAppended = picture;
 }
 
-// A source whose pictures end before its sound, or whose last pictures are damaged, keeps its length: players, too, show
-// the last picture until the end.
+// A source whose pictures end before its sound, or whose last pictures are damaged, keeps its length: players, too,
+// show the last picture until the end.
 void MovieExport::holdLastFrame(SegmentRun& run) {
     const auto missing = run.slots.frameCount - run.nextSlot;
     if (missing <= 0 || !run.lastAppended)

@@ -53,10 +53,10 @@ private:
     struct SegmentRun {
         const VRClipSegment& segment;
         ExportSegmentFrameSlots slots;
-        double timelineStart = 0;   // seconds of the movie before this segment
+        double timelineStart = 0; // seconds of the movie before this segment
         double durationSeconds = 0;
         std::unique_ptr<FixedFrameRateVideoRetimer> retimer; // only with a target rate
-        std::int64_t nextSlot = 0;   // slots below it have been appended
+        std::int64_t nextSlot = 0;                           // slots below it have been appended
         PixelBufferPtr lastAppended; // fills the slots that the source leaves empty at the segment's end
         std::deque<PendingNativeVideoFrame> pending;
         std::int64_t framesRead = 0;

@@ -27,8 +27,7 @@ std::optional<Request> requestForFormat(ProjectionFormat format, StereoMode ster
     using enum ProjectionFormat;
     using Kind = Request::ProjectionKind;
     switch (format) {
-    case equirectangular:
-        return Request{{Kind::equirectangular, false}, false, stereo, extendedUsage("equi", stereo)};
+    case equirectangular: return Request{{Kind::equirectangular, false}, false, stereo, extendedUsage("equi", stereo)};
     case halfEquirectangular:
         return Request{{Kind::equirectangular, true}, false, stereo, extendedUsage("hequ", stereo)};
     case cubemap: return Request{{Kind::cubemap, false}, false, stereo, std::nullopt};
@@ -51,7 +50,7 @@ std::optional<Request> requestForFormat(ProjectionFormat format, StereoMode ster
 std::optional<Request> SpatialVideoMetadataRequest::make(ProjectionFormat outputFormat, StereoVideoLayout layout,
                                                          ExportCodec codec, VRMetadataMode mode) {
     // A multiview stream says all this in boxes of its own.
-    if (codec == ExportCodec::mvhevc8 || codec == ExportCodec::mvhevc10)
+    if (properties(codec).isMultiviewStereo)
         return std::nullopt;
     switch (mode) {
     case VRMetadataMode::automatic: return requestForFormat(outputFormat, panoveer::stereoMode(layout));

@@ -13,16 +13,16 @@ namespace panoveer {
 class VRExportError : public Error {
 public:
     enum class Case {
-        pixelBufferCreationFailed,  // status
-        sampleRetimingFailed,       // status
-        noVideoTrack,               // URL
-        unsupportedVideoSettings,   // codec, width, height
-        cancelledPartialSaved,      // URL
-        failedPartialSaved,         // URL, text
-        codecExportFailed,          // codec, text
-        pngMaskWriteFailed,         // URL
-        outputValidationFailed,     // text
-        alphaMaskValidationFailed,  // text
+        pixelBufferCreationFailed, // status
+        sampleRetimingFailed,      // status
+        noVideoTrack,              // URL
+        unsupportedVideoSettings,  // codec, width, height
+        cancelledPartialSaved,     // URL
+        failedPartialSaved,        // URL, text
+        codecExportFailed,         // codec, text
+        pngMaskWriteFailed,        // URL
+        outputValidationFailed,    // text
+        alphaMaskValidationFailed, // text
         cannotAddWriterInput,
         cannotAddAudioInput,
         cannotAddReaderOutput,

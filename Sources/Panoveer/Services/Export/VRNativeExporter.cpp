@@ -37,7 +37,8 @@ VRNativeExporter::VRNativeExporter(ProjectionRenderer& renderer, DiagnosticsFact
 std::vector<URL> VRNativeExporter::exportClips(std::span<const VRClipSegment> segments, const ExportSettings& settings,
                                                const URL& destination, const SourceFrameRates& sourceFrameRates,
                                                const ProgressHandler& progress, std::stop_token stop) {
-    progress({.fraction = 0, .message = localized("export.progress.preparing"),
+    progress({.fraction = 0,
+              .message = localized("export.progress.preparing"),
               .activeQueueItemIDs = allQueueItems(segments)});
     const auto descriptors = ExportPlanner::plan(segments, settings, destination, sourceFrameRates);
 
@@ -62,7 +63,8 @@ std::vector<URL> VRNativeExporter::exportClips(std::span<const VRClipSegment> se
             movie.run([&](double seconds, std::int64_t frames, const std::string& messageKey) {
                 framesWritten_ = frames;
                 const double fraction = totalDuration > 0 ? (completedDuration + seconds) / totalDuration : 0;
-                progress({.fraction = std::clamp(fraction, 0.0, 0.999), .message = localized(messageKey),
+                progress({.fraction = std::clamp(fraction, 0.0, 0.999),
+                          .message = localized(messageKey),
                           .activeQueueItemIDs = allQueueItems(descriptor.segments)});
             });
         } catch (const Cancelled&) {

@@ -34,9 +34,9 @@ public:
     // The renderer is borrowed for the life of the exporter.
     explicit VRNativeExporter(ProjectionRenderer& renderer, DiagnosticsFactory makeDiagnostics = {});
 
-    // The whole job: plans the movies and writes them one after another. `destination` is the file of a single movie and
-    // the folder of separate clips. Returns the movies written. Throws ExportPlannerError as it stands, Cancelled, and
-    // VRExportError::codecExportFailed around any failure of a movie; movies that were finished before it stay.
+    // The whole job: plans the movies and writes them one after another. `destination` is the file of a single movie
+    // and the folder of separate clips. Returns the movies written. Throws ExportPlannerError as it stands, Cancelled,
+    // and VRExportError::codecExportFailed around any failure of a movie; movies that were finished before it stay.
     std::vector<URL> exportClips(std::span<const VRClipSegment> segments, const ExportSettings& settings,
                                  const URL& destination, const SourceFrameRates& sourceFrameRates,
                                  const ProgressHandler& progress, std::stop_token stop);

@@ -23,21 +23,23 @@ TEST(ExportVideoSettings, DecodesToTheStreamsOwnSamplingAndDepth) {
              Row{"prores", "yuva444p12le", pixelFormat::bgra},
              Row{"mjpeg", "yuvj420p", pixelFormat::bgra},
          })
-        EXPECT_EQ(preferredNativeSourcePixelFormat(row.codec, row.format), row.expected) << row.codec << ' ' << row.format;
+        EXPECT_EQ(preferredNativeSourcePixelFormat(row.codec, row.format), row.expected)
+            << row.codec << ' ' << row.format;
 }
 
 TEST(ExportVideoSettings, GivesProResNoKeyFrameIntervalAndOthersOneASecond) {
-    const auto proRes = videoSettings(ExportCodec::proRes, 2048, 2048, std::nullopt, 25.0, ExportColorMode::convertToSDR);
+    const auto proRes =
+        videoSettings(ExportCodec::proRes, 2048, 2048, std::nullopt, 25.0, ExportColorMode::convertToSDR);
     EXPECT_FALSE(proRes.maximumKeyFrameInterval);
     EXPECT_FALSE(proRes.averageBitRate);
     EXPECT_EQ(proRes.codec, FourCC("apcn"));
 
-    const auto plain = videoSettings(ExportCodec::h264, 1920, 1080, 10.368, std::nullopt, ExportColorMode::convertToSDR);
+    const auto plain =
+        videoSettings(ExportCodec::h264, 1920, 1080, 10.368, std::nullopt, ExportColorMode::convertToSDR);
     EXPECT_EQ(plain.maximumKeyFrameInterval, 60);
     EXPECT_EQ(plain.averageBitRate, 10368000);
     EXPECT_EQ(plain.profile, VideoProfile::h264High);
-    const auto retimed =
-        videoSettings(ExportCodec::hevc10, 1920, 1080, 20.0, 29.97, ExportColorMode::preserveHDR);
+    const auto retimed = videoSettings(ExportCodec::hevc10, 1920, 1080, 20.0, 29.97, ExportColorMode::preserveHDR);
     EXPECT_EQ(retimed.maximumKeyFrameInterval, 30);
     EXPECT_EQ(retimed.expectedSourceFrameRate, 30);
     EXPECT_EQ(retimed.color.transfer, 16);

@@ -1,5 +1,4 @@
 #include "Panoveer/Services/Export/ExportWaits.h"
-
 #include "Panoveer/Services/Export/VRExportError.h"
 
 #include <gtest/gtest.h>
@@ -15,11 +14,12 @@ class ExportWaitsTest : public testing::Test {
 protected:
     ExportWaitClock clock() {
         return {.uptimeSeconds = [this] { return now; },
-                .sleep = [this](std::chrono::nanoseconds interval) {
-                    now += std::chrono::duration<double>(interval).count();
-                    if (onSleep)
-                        onSleep();
-                }};
+                .sleep =
+                    [this](std::chrono::nanoseconds interval) {
+                        now += std::chrono::duration<double>(interval).count();
+                        if (onSleep)
+                            onSleep();
+                    }};
     }
     ExportWriterStatus writer() {
         return {.status = [this] { return status; }, .error = [this] { return error; }};

@@ -1,0 +1,112 @@
+#include "Panoveer/Rendering/Projection/ProjectionMapping.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace panoveer {
+
+using namespace VRProjectionMath;
+
+namespace {
+
+constexpr double cubeFaceFOVDegrees = 90;
+// Small enough to stay within the pixel, and so within its cell and face; large enough for single precision.
+constexpr double footprintStep = 0.25;
+
+double aspectOf(const OutputResolution& eye) {
+    return double(eye.width) / double(std::max<std::int64_t>(eye.height, 1));
+}
+
+} // namespace
+
+ProjectionMapping::ProjectionMapping(const VRTransform& transform, PictureSize output, PictureSize uprightSource)
+    : transform_(transform),
+      isFlatSource_(transform.sourceFormat == ProjectionFormat::standard ||
+                    transform.sourceFormat == ProjectionFormat::mirrorDome),
+      cellWidth_(transform.outputStereoLayout == StereoVideoLayout::sideBySide ? output.width * 0.5 : output.width),
+      cellHeight_(transform.outputStereoLayout == StereoVideoLayout::overUnder ? output.height * 0.5 : output.height),
+      eyeResolution_(OutputResolution{output.width, output.height}.eyeResolution(transform.outputStereoLayout)),
+      aspect_(aspectOf(eyeResolution_)),
+      lattice_(transform, uprightSource, aspect_) {}
+
+ProjectionMapping::Cell ProjectionMapping::cell(double x, double y) const {
+    switch (transform_.outputStereoLayout) {
+    case StereoVideoLayout::sideBySide:
+        return x < cellWidth_ ? Cell{StereoEye::left, 0, 0} : Cell{StereoEye::right, cellWidth_, 0};
+    case StereoVideoLayout::overUnder:
+        return y < cellHeight_ ? Cell{StereoEye::left, 0, 0} : Cell{StereoEye::right, 0, cellHeight_};
+    case StereoVideoLayout::mono: break;
+    }
+    return {transform_.monoStereoEye, 0, 0};
+}
+
+StereoEye ProjectionMapping::eye(double x, double y) const { return cell(x, y).eye; }
+
+int ProjectionMapping::sourceHalf(StereoEye eye) const {
+    if (transform_.sourceStereoLayout == StereoVideoLayout::mono)
+        return 0;
+    return (eye == StereoEye::right) != transform_.sourceEyesSwapped ? 1 : 0;
+}
+
+std::optional<Direction> ProjectionMapping::outputDirection(ImagePoint point) const {
+    switch (transform_.outputFormat) {
+    case ProjectionFormat::standard:
+        return isFlatSource_ ? directionForFlatViewUV(point, aspect_)
+                             : directionForRectilinearUV(point, transform_.fovDegrees, aspect_);
+    case ProjectionFormat::equirectangular: return directionForEquirectUV(point);
+    case ProjectionFormat::halfEquirectangular: return directionForHalfEquirectUV(point);
+    case ProjectionFormat::domemaster:
+        return isFlatSource_ ? directionForDomeDomemasterUV(point, transform_.domemasterThetaDegrees)
+                             : directionForDomemasterUV(point, transform_.fovDegrees);
+    case ProjectionFormat::cubemap: return directionForCubemapUV(point, cubeFaceFOVDegrees);
+    case ProjectionFormat::eac: return directionForEquiAngularCubemapUV(point, eyeResolution_, cubeFaceFOVDegrees);
+    case ProjectionFormat::mirrorDome: break;
+    }
+    return std::nullopt;
+}
+
+std::optional<Direction> ProjectionMapping::directionInCell(const Cell& cell, double x, double y) const {
+    const auto direction = outputDirection({(x - cell.left) / cellWidth_, (y - cell.top) / cellHeight_});
+    // A flat source's screen carries the rotation itself.
+    if (!direction || isFlatSource_)
+        return direction;
+    return sourceDirectionForOutput(*direction, transform_.yawDegrees, transform_.pitchDegrees, transform_.rollDegrees);
+}
+
+std::optional<Direction> ProjectionMapping::sourceDirection(double x, double y) const {
+    return directionInCell(cell(x, y), x, y);
+}
+
+Footprint ProjectionMapping::step(const Cell& cell, const SourcePlace& place, double x, double y, double stepX,
+                                  double stepY) const {
+    auto direction = directionInCell(cell, x + stepX, y + stepY);
+    if (!direction)
+        direction = directionInCell(cell, x - stepX, y - stepY);
+    if (!direction)
+        return {0, 0};
+    const auto other = lattice_.unlimitedPlace(*direction, place.half, place.face);
+    double dx = other.x - place.x;
+    if (lattice_.wrapsHorizontally()) {
+        const auto area = lattice_.area(place);
+        const double round = area.right - area.left;
+        dx -= round * std::round(dx / round);
+    }
+    return {dx / footprintStep, (other.y - place.y) / footprintStep};
+}
+
+std::optional<ProjectionMapping::Place> ProjectionMapping::place(double x, double y, double width,
+                                                                 double height) const {
+    const auto here = cell(x, y);
+    const auto direction = directionInCell(here, x, y);
+    if (!direction)
+        return std::nullopt;
+    const auto source = lattice_.place(*direction, sourceHalf(here.eye));
+    if (!source)
+        return std::nullopt;
+    const auto across = step(here, *source, x, y, footprintStep, 0);
+    const auto down = step(here, *source, x, y, 0, footprintStep);
+    return Place{*source,
+                 {std::hypot(across.x * width, down.x * height), std::hypot(across.y * width, down.y * height)}};
+}
+
+} // namespace panoveer

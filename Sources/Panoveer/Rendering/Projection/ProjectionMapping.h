@@ -1,0 +1,63 @@
+#pragma once
+
+#include "Panoveer/Rendering/Projection/SourceLattice.h"
+
+#include <optional>
+
+namespace panoveer {
+
+// How many source pixels one output pixel covers in each direction of the source.
+struct Footprint {
+    double x = 1;
+    double y = 1;
+};
+
+// One transform prepared for pictures of given sizes: from output pixels to directions and to places of the source.
+// A value; safe from any thread. Every format but mirrorDome can be the output; that one is drawn through a mesh.
+class ProjectionMapping {
+public:
+    // Sizes of the whole pictures, all eyes included; the source's after its orientation is settled.
+    ProjectionMapping(const VRTransform& transform, PictureSize output, PictureSize uprightSource);
+
+    struct Place {
+        SourcePlace source;
+        Footprint footprint;
+    };
+
+    // Positions are in output pixels: the middle of the first pixel is (0.5, 0.5). The footprint is that of an output
+    // pixel of `width` by `height`. No value where the source shows nothing.
+    std::optional<Place> place(double x, double y, double width = 1, double height = 1) const;
+
+    // The direction in the source's scene that an output position shows, whether or not the source covers it. For a
+    // flat source, the scene that its screen hangs in. No value outside the circle of a dome.
+    std::optional<Direction> sourceDirection(double x, double y) const;
+
+    // The eye that an output position belongs to: that of its cell, or the one that a mono output shows.
+    StereoEye eye(double x, double y) const;
+    // The image of a stereo source that feeds an eye.
+    int sourceHalf(StereoEye eye) const;
+
+    const SourceLattice& sourceLattice() const { return lattice_; }
+
+private:
+    struct Cell {
+        StereoEye eye = StereoEye::left;
+        double left = 0;
+        double top = 0;
+    };
+    Cell cell(double x, double y) const;
+    std::optional<Direction> directionInCell(const Cell& cell, double x, double y) const;
+    std::optional<Direction> outputDirection(ImagePoint point) const;
+    // Source pixels along x and y for a small step on the output.
+    Footprint step(const Cell& cell, const SourcePlace& place, double x, double y, double stepX, double stepY) const;
+
+    VRTransform transform_;
+    bool isFlatSource_;
+    double cellWidth_;
+    double cellHeight_;
+    OutputResolution eyeResolution_;
+    double aspect_;
+    SourceLattice lattice_;
+};
+
+} // namespace panoveer

@@ -1,0 +1,204 @@
+#include "Panoveer/Rendering/Projection/ScalarProjectionReference.h"
+
+#include "Panoveer/Rendering/Projection/ParallelRows.h"
+#include "Panoveer/Rendering/Projection/PictureWriter.h"
+#include "Panoveer/Rendering/Projection/PlaneSampler.h"
+#include "Panoveer/Rendering/Projection/VideoColorMath.h"
+#include "Platform/Core/Error.h"
+
+#include <algorithm>
+#include <optional>
+
+namespace panoveer {
+
+namespace {
+
+PictureSize uprightSize(const PixelBuffer& buffer, SourceVideoOrientation orientation) {
+    return swapsDimensions(orientation) ? PictureSize{buffer.height(), buffer.width()}
+                                        : PictureSize{buffer.width(), buffer.height()};
+}
+
+struct Color {
+    RGB straight;
+    double alpha = 1;
+};
+
+class PictureRender {
+public:
+    PictureRender(const PixelBuffer& source, const SourcePictureDescription& description, const VRTransform& transform,
+                  PixelBuffer& output, const ScalarRenderOptions& options)
+        : description_(description),
+          options_(options),
+          mapping_(transform, {output.width(), output.height()}, uprightSize(source, description.orientation)),
+          first_(source, 0, description.orientation, description.alphaMode),
+          sourceRange_(
+              VideoColorMath::codeRange(source.layout().bytesPerSample == 1 ? 8 : 10, source.layout().isFullRange)),
+          conversion_(description.colorPrimaries, description.transferFunction, options.colorOutputMode),
+          writer_(output, VideoColorMath::outputMatrix(options.colorOutputMode)) {
+        if (source.layout().isYCbCr())
+            chroma_.emplace(source, 1, description.orientation, description.alphaMode);
+    }
+
+    void run() {
+        if (!writer_.isYCbCr()) {
+            forEachRowInParallel(writer_.height(), [this](int y) { writeColorRow(y); });
+            return;
+        }
+        keepsYCbCr_ = chroma_ && conversion_.keepsYCbCr(description_.yCbCrMatrix);
+        forEachRowInParallel(writer_.height(), [this](int y) { writeLumaRow(y); });
+        forEachRowInParallel(writer_.chromaRows(), [this](int row) { writeChromaRow(row); });
+    }
+
+private:
+    using Place = ProjectionMapping::Place;
+
+    Texel sample(const SourcePlane& plane, const Place& place) const {
+        return sampled(plane, mapping_.sourceLattice(), place, options_.resamplingTaps);
+    }
+
+    double luma(const Place& place) const {
+        return (sample(first_, place)[0] - sourceRange_.lumaOffset) / sourceRange_.lumaScale;
+    }
+
+    YCbCr chroma(const Place& place) const {
+        const auto value = sample(*chroma_, place);
+        return {0, (value[0] - sourceRange_.chromaOffset) / sourceRange_.chromaScale,
+                (value[1] - sourceRange_.chromaOffset) / sourceRange_.chromaScale};
+    }
+
+    Color color(const Place& place) const {
+        if (chroma_) {
+            auto value = chroma(place);
+            value.y = luma(place);
+            return {conversion_(VideoColorMath::rgbFromYCbCr(value, description_.yCbCrMatrix)), 1};
+        }
+        const auto value = sample(first_, place);
+        const double alpha = std::clamp(value[3], 0.0, 1.0);
+        if (alpha <= 0)
+            return {{}, 0};
+        const auto straight = [&](double premultiplied) { return std::clamp(premultiplied / alpha, 0.0, 1.0); };
+        return {conversion_({straight(value[0]), straight(value[1]), straight(value[2])}), alpha};
+    }
+
+    // The colour at an output position as the output holds it, over what lies behind it.
+    Color finished(const std::optional<Place>& place, int x, int y) const {
+        auto result = place ? color(*place) : Color{{}, options_.transparentUnmappedAreas ? 0.0 : 1.0};
+        if (options_.hasCheckerboard) {
+            const double grey = checkerboardGrey(x, y) * (1 - result.alpha);
+            const auto& c = result.straight;
+            return {{c.r * result.alpha + grey, c.g * result.alpha + grey, c.b * result.alpha + grey}, 1};
+        }
+        return result;
+    }
+
+    void writeColorRow(int y) {
+        for (int x = 0; x < writer_.width(); ++x) {
+            const auto result = finished(mapping_.place(x + 0.5, y + 0.5), x, y);
+            const bool isPremultiplied = description_.alphaMode == AlphaMode::premultiplied;
+            writer_.writeColor(x, y, result.straight * (isPremultiplied ? result.alpha : 1), result.alpha);
+        }
+    }
+
+    // Y'CbCr has no alpha: what is transparent is black.
+    RGB overBlack(const Color& value) const { return value.straight * value.alpha; }
+
+    void writeLumaRow(int y) {
+        for (int x = 0; x < writer_.width(); ++x) {
+            const auto place = mapping_.place(x + 0.5, y + 0.5);
+            if (keepsYCbCr_ && place)
+                writer_.writeLuma(x, y, luma(*place));
+            else
+                writer_.writeLuma(x, y, overBlack(finished(place, x, y)));
+        }
+    }
+
+    void writeChromaRow(int row) {
+        for (int column = 0; column < writer_.chromaColumns(); ++column) {
+            const auto place = mapping_.place(writer_.chromaX(column), writer_.chromaY(row), writer_.chromaWidth(),
+                                              writer_.chromaHeight());
+            if (keepsYCbCr_ && place) {
+                const auto value = chroma(*place);
+                writer_.writeChroma(column, row, value.cb, value.cr);
+            } else {
+                writer_.writeChroma(
+                    column, row,
+                    overBlack(finished(place, column * writer_.chromaWidth(), row * writer_.chromaHeight())));
+            }
+        }
+    }
+
+    const SourcePictureDescription& description_;
+    const ScalarRenderOptions& options_;
+    ProjectionMapping mapping_;
+    SourcePlane first_; // luma, or all colours
+    std::optional<SourcePlane> chroma_;
+    YCbCrCodeRange sourceRange_;
+    ColorConversion conversion_;
+    PictureWriter writer_;
+    bool keepsYCbCr_ = false;
+};
+
+class DoneRender final : public PendingRender {
+public:
+    void wait() override {}
+};
+
+RGB colorOfBGRA(const PixelPlane& plane, int x, int y) {
+    const auto* pixel = plane.data + std::size_t(y) * plane.rowBytes + std::size_t(x) * 4;
+    const auto value = [&](int channel) { return std::to_integer<int>(pixel[channel]) / 255.0; };
+    return {value(2), value(1), value(0)};
+}
+
+} // namespace
+
+double checkerboardGrey(int x, int y) { return ((x / 16 + y / 16) & 1) ? 0.3 : 0.2; }
+
+void ScalarProjectionReference::renderPicture(const PixelBuffer& source, const SourcePictureDescription& description,
+                                              const VRTransform& transform, PixelBuffer& output,
+                                              const ScalarRenderOptions& options) {
+    if (source.format() == pixelFormat::rgbaHalf)
+        throw Error("A picture of the format " + source.format().text() + " cannot be projected",
+                    std::string(mediaErrorDomain), -6680);
+    PictureRender(source, description, transform, output, options).run();
+}
+
+std::unique_ptr<PendingRender> ScalarProjectionReference::render(PixelBufferPtr source,
+                                                                 const SourcePictureDescription& description,
+                                                                 const VRTransform& transform, PixelBufferPtr output,
+                                                                 VRColorOutputMode colorOutputMode,
+                                                                 VRResamplingQuality resampling,
+                                                                 bool transparentUnmappedAreas) {
+    renderPicture(*source, description, transform, *output,
+                  {.colorOutputMode = colorOutputMode,
+                   .resamplingTaps = resampling == VRResamplingQuality::final ? 8 : 2,
+                   .transparentUnmappedAreas = transparentUnmappedAreas});
+    return std::make_unique<DoneRender>();
+}
+
+void ScalarProjectionReference::convertToYCbCr(const PixelBuffer& projected, PixelBuffer& output,
+                                               VideoYCbCrMatrix matrix) {
+    PictureWriter writer(output, matrix);
+    const auto& plane = projected.plane(0);
+    forEachRowInParallel(writer.height(), [&](int y) {
+        for (int x = 0; x < writer.width(); ++x)
+            writer.writeLuma(x, y, colorOfBGRA(plane, x, y));
+    });
+    forEachRowInParallel(writer.chromaRows(), [&](int row) {
+        for (int column = 0; column < writer.chromaColumns(); ++column) {
+            RGB sum{};
+            double total = 0;
+            for (int j = 0; j < writer.chromaHeight(); ++j) {
+                for (int i = 1 - writer.chromaWidth(); i < writer.chromaWidth(); ++i) {
+                    const double weight = i == 0 ? 2 : 1;
+                    const auto c = colorOfBGRA(plane, std::clamp(column * writer.chromaWidth() + i, 0, plane.width - 1),
+                                               std::min(row * writer.chromaHeight() + j, plane.height - 1));
+                    sum = {sum.r + c.r * weight, sum.g + c.g * weight, sum.b + c.b * weight};
+                    total += weight;
+                }
+            }
+            writer.writeChroma(column, row, sum * (1 / total));
+        }
+    });
+}
+
+} // namespace panoveer
