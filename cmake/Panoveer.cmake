@@ -9,6 +9,7 @@ target_compile_features(panoveer_settings INTERFACE cxx_std_23)
 target_include_directories(panoveer_settings INTERFACE "${CMAKE_SOURCE_DIR}/Sources")
 target_compile_options(panoveer_settings INTERFACE
   -Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor -Woverloaded-virtual -Wimplicit-fallthrough
+  -Wno-missing-field-initializers # designated initialisers name what differs from the defaults
   $<$<BOOL:${PANOVEER_WARNINGS_AS_ERRORS}>:-Werror>)
 if(PANOVEER_SANITIZERS)
   target_compile_options(panoveer_settings INTERFACE "-fsanitize=${PANOVEER_SANITIZERS}" -fno-sanitize-recover=all)

@@ -57,8 +57,7 @@ void writeChartMovie(const URL& url, const std::stop_token& stop) {
     writer.startSession({0, sampleFramesPerSecond});
 
     VRTransform shape;
-    shape.outputFormat = ProjectionFormat::equirectangular;
-    shape.outputResolution = {sampleWidth, sampleHeight};
+    shape.sourceFormat = ProjectionFormat::equirectangular;
     PixelBufferPool pool(pixelFormat::yCbCr420VideoRange, sampleWidth, sampleHeight);
     for (int frame = 0; frame < sampleFrameCount; ++frame) {
         if (stop.stop_requested()) {
@@ -66,7 +65,7 @@ void writeChartMovie(const URL& url, const std::stop_token& stop) {
             throw Cancelled();
         }
         auto picture = pool.acquire();
-        paintSphericalTestChart(*picture, shape, double(frame) / sampleFramesPerSecond);
+        paintChartAsSource({.seconds = double(frame) / sampleFramesPerSecond}, shape, *picture);
         require(input->append(std::move(picture), {frame, sampleFramesPerSecond}));
     }
     input->markAsFinished();

@@ -291,8 +291,8 @@ void GPUCommandBuffer::upload(const std::shared_ptr<GPUTexture>& texture, const 
     copyPicture(*texture, {staging.bytes(), tightRowBytes(*texture)}, {rows, rowBytes});
     staging.flush();
     const auto region = wholePicture(*texture);
-    vkCmdCopyBufferToImage(recording_->context->upload.open(), staging.get(), vulkan.image(), VK_IMAGE_LAYOUT_GENERAL, 1,
-                           &region);
+    vkCmdCopyBufferToImage(recording_->context->upload.open(), staging.get(), vulkan.image(), VK_IMAGE_LAYOUT_GENERAL,
+                           1, &region);
 }
 
 void GPUCommandBuffer::dispatch(const std::shared_ptr<GPUComputePipeline>& pipeline,

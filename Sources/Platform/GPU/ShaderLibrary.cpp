@@ -31,7 +31,8 @@ constexpr std::string_view compilerOptions = "vulkan1.2 spirv1.5 performance";
 
 std::string sha256(std::string_view text) {
     const std::unique_ptr<char, decltype(&g_free)> digest(
-        g_compute_checksum_for_data(G_CHECKSUM_SHA256, reinterpret_cast<const guchar*>(text.data()), text.size()), g_free);
+        g_compute_checksum_for_data(G_CHECKSUM_SHA256, reinterpret_cast<const guchar*>(text.data()), text.size()),
+        g_free);
     return digest.get();
 }
 

@@ -67,8 +67,10 @@ public:
     // Throws Error when the device cannot hold such a texture.
     VulkanFormatPlan plan(GPUPixelFormat format, int width, int height, GPUTextureUsage usage) const;
 
-    // From now on kernels do not write this format, whatever the device says of it.
+    // Leaves out what the device has, so that the ways around it can be tried: kernels that write a format, and
+    // textures that the processor reaches. Before the first texture is made.
     void forbidStorage(VkFormat format) { forbiddenStorage_.push_back(format); }
+    void forbidMappedTextures() { mapsTextures_ = false; }
 
     // Fresh images leave the undefined layout here, once; afterwards all live in the general one.
     void initializeLayout(VkImage image);
@@ -93,6 +95,7 @@ private:
     VkPhysicalDevice physical_;
     std::uint32_t computeFamily_;
     bool isSoftware_;
+    bool mapsTextures_; // copies within the processor's own memory are copies too many
     VkDevice device_ = VK_NULL_HANDLE;
     VmaAllocator allocator_ = VK_NULL_HANDLE;
     std::vector<std::unique_ptr<VulkanQueue>> computeQueues_;

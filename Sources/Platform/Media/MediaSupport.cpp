@@ -45,6 +45,20 @@ Error libavError(std::string_view what, int code, int mediaCode) {
 
 Error outOfMemoryError() { return Error("Out of memory", std::string(mediaErrorDomain), mediaErrorCode::outOfMemory); }
 
+Error currentError() {
+    try {
+        throw;
+    } catch (const Error& error) {
+        return error;
+    } catch (const std::bad_alloc&) {
+        return outOfMemoryError();
+    } catch (const std::exception& error) {
+        return Error(error.what(), std::string(mediaErrorDomain), mediaErrorCode::unknown);
+    }
+}
+
+void limitLibAVLog() { av_log_set_level(AV_LOG_ERROR); }
+
 std::string nameInMessages(const URL& url) { return url.lastPathComponent(); }
 
 InputPtr openMovie(const URL& url, const std::atomic<bool>* interrupt) {

@@ -29,6 +29,7 @@ inline constexpr int fileFormatNotRecognized = -11828;
 inline constexpr int fileFailedToParse = -11829;
 inline constexpr int noImageAtTime = -11832;
 inline constexpr int decoderNotFound = -11833;
+inline constexpr int encoderNotFound = -11834;
 inline constexpr int operationNotSupported = -11849;
 } // namespace mediaErrorCode
 
@@ -57,6 +58,12 @@ PacketPtr makePacket();
 Error libavError(std::string_view what, int code, int mediaCode = mediaErrorCode::unknown);
 
 Error outOfMemoryError();
+
+// The exception that is being handled, as an Error. Only within a catch block.
+Error currentError();
+
+// Keeps libav's own log on standard error to errors.
+void limitLibAVLog();
 
 // The name that messages give to a file: its last component.
 std::string nameInMessages(const URL& url);

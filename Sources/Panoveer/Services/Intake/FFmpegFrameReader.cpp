@@ -73,18 +73,19 @@ struct FFmpegFrameReader::ReadContext {
 
 void FFmpegFrameReader::CloseReader::operator()(PNVFFmpegReader* reader) const noexcept { PNVFFmpegClose(reader); }
 
-FFmpegFrameReader::FFmpegFrameReader(const URL& url, const FFmpegFrameReaderOptions& options) {
-    const auto maximum = options.maximumOutputSize.value_or(CGSizeValue{});
+FFmpegFrameReader::FFmpegFrameReader(const URL& url, double start, std::optional<double> duration,
+                                     std::optional<CGSizeValue> maximumOutputSize, bool fastPreviewDecode) {
+    const auto maximum = maximumOutputSize.value_or(CGSizeValue{});
     PNVFFmpegReader* reader = nullptr;
     ErrorBuffer error{};
-    const auto result = PNVFFmpegOpen(url.path().c_str(), maximumSide(maximum.width), maximumSide(maximum.height),
-                                      options.fastPreviewDecode, &reader, error.data(), std::int32_t(error.size()),
-                                      options.start, options.duration.value_or(0));
+    const auto result =
+        PNVFFmpegOpen(url.path().c_str(), maximumSide(maximum.width), maximumSide(maximum.height), fastPreviewDecode,
+                      &reader, error.data(), std::int32_t(error.size()), start, duration.value_or(0));
     reader_.reset(reader);
     if (result < 0 || !reader_)
         throw FFmpegReaderError::openFailed(error.data());
 
-    if (options.fastPreviewDecode) {
+    if (fastPreviewDecode) {
         allowsDirectVideoToolboxFrames_ = PNVFFmpegCanUseVideoToolboxDecode(reader) != 0;
         softwarePreviewUsesNV12_ = !allowsDirectVideoToolboxFrames_ && PNVFFmpegHasAlphaChannel(reader) == 0;
     }

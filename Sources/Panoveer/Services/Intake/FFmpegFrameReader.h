@@ -35,20 +35,18 @@ private:
     PNVFFmpegCancellationToken* token_;
 };
 
-struct FFmpegFrameReaderOptions {
-    double start = 0;                             // seconds
-    std::optional<double> duration;               // seconds; none, or not positive: to the end of the file
-    std::optional<CGSizeValue> maximumOutputSize; // pixels; the picture is made smaller to fit, never larger
-    bool fastPreviewDecode = false;               // quality given up for speed, and pictures in 4:2:0
-};
-
 // Decodes one file's video into pictures of a pool of its own: BGRA; or "420v" for a fast preview of a source without
 // alpha. The eyes of a multiview stream come side by side, left first. There is no reopening: another time range takes
 // another reader. One thread, or one serial queue, at a time. A failed read leaves the reader usable.
 class FFmpegFrameReader {
 public:
-    // Throws FFmpegReaderError: openFailed, readFailed for a file without a picture size, pixelBufferCreationFailed.
-    explicit FFmpegFrameReader(const URL& url, const FFmpegFrameReaderOptions& options = {});
+    // Reads from `start` seconds for `duration` seconds; none, or not positive, means to the end of the file. The
+    // picture is made smaller to fit `maximumOutputSize`, in pixels, never larger. `fastPreviewDecode` gives up quality
+    // for speed. Throws FFmpegReaderError: openFailed, readFailed for a file without a picture size,
+    // pixelBufferCreationFailed.
+    explicit FFmpegFrameReader(const URL& url, double start = 0, std::optional<double> duration = std::nullopt,
+                               std::optional<CGSizeValue> maximumOutputSize = std::nullopt,
+                               bool fastPreviewDecode = false);
     ~FFmpegFrameReader();
     FFmpegFrameReader(FFmpegFrameReader&&) noexcept;
     FFmpegFrameReader& operator=(FFmpegFrameReader&&) noexcept;

@@ -4,16 +4,16 @@
 
 namespace panoveer {
 
-FFmpegReaderError FFmpegReaderError::probeFailed(const std::string& reason) {
-    return {Case::probeFailed, "FFmpeg could not inspect the video: " + reason, reason, 0};
+FFmpegReaderError FFmpegReaderError::probeFailed(const std::string& payload) {
+    return {Case::probeFailed, "FFmpeg could not inspect the video: " + payload, payload, 0};
 }
 
-FFmpegReaderError FFmpegReaderError::openFailed(const std::string& reason) {
-    return {Case::openFailed, "FFmpeg could not open the video: " + reason, reason, 0};
+FFmpegReaderError FFmpegReaderError::openFailed(const std::string& payload) {
+    return {Case::openFailed, "FFmpeg could not open the video: " + payload, payload, 0};
 }
 
-FFmpegReaderError FFmpegReaderError::readFailed(const std::string& reason) {
-    return {Case::readFailed, "FFmpeg could not decode the video frame: " + reason, reason, 0};
+FFmpegReaderError FFmpegReaderError::readFailed(const std::string& payload) {
+    return {Case::readFailed, "FFmpeg could not decode the video frame: " + payload, payload, 0};
 }
 
 FFmpegReaderError FFmpegReaderError::pixelBufferCreationFailed(std::int32_t status) {

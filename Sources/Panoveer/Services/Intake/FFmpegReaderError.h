@@ -19,27 +19,27 @@ public:
         unavailable
     };
 
-    // `reason` is what the bridge left in its error buffer.
-    static FFmpegReaderError probeFailed(const std::string& reason);
-    static FFmpegReaderError openFailed(const std::string& reason);
-    static FFmpegReaderError readFailed(const std::string& reason);
+    // `payload` is what the bridge left in its error buffer.
+    static FFmpegReaderError probeFailed(const std::string& payload);
+    static FFmpegReaderError openFailed(const std::string& payload);
+    static FFmpegReaderError readFailed(const std::string& payload);
     // `status` is the platform's code, as Error::code() tells it.
     static FFmpegReaderError pixelBufferCreationFailed(std::int32_t status);
     static FFmpegReaderError pixelBufferCopyFailed(std::int32_t status);
     // A reader whose bridge reader is gone.
     static FFmpegReaderError unavailable();
 
-    Case errorCase() const noexcept { return case_; }
-    // The payload of the first three cases; empty for the others.
-    const std::string& reason() const noexcept { return reason_; }
+    Case reason() const noexcept { return reason_; }
+    // Of the first three cases; empty for the others.
+    const std::string& payload() const noexcept { return payload_; }
     std::string errorDescription() const { return what(); }
 
 private:
-    FFmpegReaderError(Case errorCase, const std::string& message, std::string reason, int code)
-        : Error(message, {}, code), case_(errorCase), reason_(std::move(reason)) {}
+    FFmpegReaderError(Case reason, const std::string& message, std::string payload, int code)
+        : Error(message, {}, code), reason_(reason), payload_(std::move(payload)) {}
 
-    Case case_;
-    std::string reason_;
+    Case reason_;
+    std::string payload_;
 };
 
 } // namespace panoveer

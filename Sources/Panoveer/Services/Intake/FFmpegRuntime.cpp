@@ -179,7 +179,7 @@ bool requiresSoftwarePreview(const URL& url) noexcept {
         if (explicitSoftwarePreviewURLs.contains(url.standardized()))
             return true;
     }
-    if (MediaFileSupport::isFFmpegContainer(url))
+    if (MediaFileSupport::ffmpegContainerPathExtensions.contains(lowercased(url.pathExtension())))
         return true;
     try {
         const auto metadata = probe(url);
@@ -190,7 +190,7 @@ bool requiresSoftwarePreview(const URL& url) noexcept {
     }
 }
 
-void registerSoftwarePreview(const URL& url) {
+void addExplicitSoftwarePreviewURL(const URL& url) {
     const std::lock_guard lock(backendLock);
     explicitSoftwarePreviewURLs.insert(url.standardized());
 }

@@ -64,7 +64,7 @@ bool requiresSoftwarePreview(const URL& url) noexcept;
 
 // Marks a file as one to preview in software, for as long as the program runs. For whoever makes or restores a
 // VideoAsset whose backend is `ffmpeg`.
-void registerSoftwarePreview(const URL& url);
+void addExplicitSoftwarePreviewURL(const URL& url);
 
 // The mappings of a probe from code points of ITU-T H.273, and from a clockwise rotation in degrees.
 VideoColorMetadata colorMetadata(int primaries, int transferFunction, int colorSpace);
