@@ -25,7 +25,8 @@ using Kind = Failure::Kind;
 using StereoMode = Request::StereoMode;
 
 const URL anyURL = URL::fromFilePath("/exports/film.mov");
-const Request sphere{{}, false, StereoMode::topBottom};
+const auto sphere = *Request::make(ProjectionFormat::equirectangular, StereoVideoLayout::overUnder, ExportCodec::hevc10,
+                                   VRMetadataMode::automatic);
 
 Bytes rewritten(const Bytes& movie, const Request& request = sphere, Injector::AudioDescriptors audio = {}) {
     MemoryByteSink sink;
@@ -108,7 +109,7 @@ TEST_P(MediaLayoutTests, ChunksAreFoundAgainAndASecondRunChangesNothing) {
 
     // Taking the boxes away again gives the original back: offsets move in both directions. Only the header of media
     // without a size has been given one.
-    const auto plain = rewritten(once, Request{{}, true, StereoMode::mono});
+    const auto plain = rewritten(once, Request{{}, true, StereoMode::mono, {}});
     if (!GetParam().endlessMedia) {
         EXPECT_EQ(plain, original);
     }
@@ -134,16 +135,17 @@ TEST(SpatialVideoMetadataInjectorTests, EveryRequestWritesItsOwnBoxes) {
         std::uint32_t sideBounds;
         int stereoMode; // -1 for none
         bool hasUUID;
+        const char* usage; // kind of the extended usage box; "" where there is no such kind
     };
     const Row rows[] = {
-        {equirectangular, mono, "equi", 0, -1, true},
-        {equirectangular, overUnder, "equi", 0, 1, true},
-        {equirectangular, sideBySide, "equi", 0, 2, true},
-        {halfEquirectangular, mono, "equi", 0x40000000, -1, false},
-        {halfEquirectangular, sideBySide, "equi", 0x40000000, 2, false},
-        {cubemap, overUnder, "cbmp", 0, 1, false},
-        {eac, sideBySide, "", 0, 2, false},
-        {standard, overUnder, "", 0, 1, false},
+        {equirectangular, mono, "equi", 0, -1, true, "equi"},
+        {equirectangular, overUnder, "equi", 0, 1, true, "equi"},
+        {equirectangular, sideBySide, "equi", 0, 2, true, "equi"},
+        {halfEquirectangular, mono, "equi", 0x40000000, -1, false, "hequ"},
+        {halfEquirectangular, sideBySide, "equi", 0x40000000, 2, false, "hequ"},
+        {cubemap, overUnder, "cbmp", 0, 1, false, ""},
+        {eac, sideBySide, "", 0, 2, false, ""},
+        {standard, overUnder, "", 0, 1, false, "rect"},
     };
     // Every request meets the boxes of another one and replaces them.
     auto bytes = movie({"", true, "stco", false});
@@ -154,6 +156,9 @@ TEST(SpatialVideoMetadataInjectorTests, EveryRequestWritesItsOwnBoxes) {
         const auto report = SpatialBoxInspector::inspect(MemoryByteSource(bytes), anyURL).tracks.at(0);
         EXPECT_EQ(report.stereoMode.value_or(255), std::uint8_t(row.stereoMode));
         EXPECT_EQ(report.sphericalV1.has_value(), row.hasUUID);
+        if (*row.usage) {
+            EXPECT_EQ(report.extendedUsage->projection->text(), row.usage);
+        }
         ASSERT_EQ(report.sphericalV2.has_value(), *row.projection != 0);
         if (!report.sphericalV2)
             continue;
@@ -385,12 +390,15 @@ TEST(SpatialVideoMetadataInjectorTests, ValidatorsSeeEveryDifference) {
             joined({track("soun", audioEntry("mp4a", 0), {}), track("soun", audioEntry("mp4a", 0), {})});
         writeFile(url.path(), rewritten(movie({"", true, "stco", false}, tracks), request, audio));
     };
-    const Request monoSphere{{}, false, StereoMode::mono};
-    const Request hemisphere{{Request::ProjectionKind::equirectangular, true}, false, StereoMode::topBottom};
-    const Request cube{{Request::ProjectionKind::cubemap, false}, false, StereoMode::topBottom};
-    const Request flat{{}, true, StereoMode::topBottom};
-    const Request flatSideBySide{{}, true, StereoMode::leftRight};
-    const std::vector<Request> requests = {sphere, monoSphere, hemisphere, cube, flat, flatSideBySide};
+    using enum ProjectionFormat;
+    using enum StereoVideoLayout;
+    std::vector<Request> requests;
+    for (auto format : {equirectangular, halfEquirectangular, cubemap, standard})
+        for (auto layout : {overUnder, sideBySide})
+            requests.push_back(*Request::make(format, layout, ExportCodec::h264, VRMetadataMode::automatic));
+    // Differs in the extended usage box alone.
+    requests.push_back(requests.front());
+    requests.back().extendedUsage->viewPackingKind = FourCC("side");
     for (std::size_t made = 0; made < requests.size(); ++made) {
         write(requests[made]);
         for (std::size_t asked = 0; asked < requests.size(); ++asked) {
@@ -398,8 +406,7 @@ TEST(SpatialVideoMetadataInjectorTests, ValidatorsSeeEveryDifference) {
             EXPECT_EQ(failure.has_value(), made != asked) << made << " read as " << asked;
         }
         Injector::validateStereoMetadata(url, requests[made].stereoMode);
-        EXPECT_TRUE(failureOf(
-            [&] { Injector::validateStereoMetadata(url, made == 1 ? StereoMode::topBottom : StereoMode::mono); }));
+        EXPECT_TRUE(failureOf([&] { Injector::validateStereoMetadata(url, StereoMode::mono); }));
     }
 
     using Descriptor = std::optional<SpatialAudioDescriptor>;
