@@ -107,14 +107,10 @@ InputPtr openMovie(const URL& url, const std::atomic<bool>* interrupt) {
     // Playlists and external references inside a movie must not reach out to the network.
     av_dict_set(&options, "protocol_whitelist", "file", 0);
     // The prefix keeps a colon in a file name from being taken for a protocol.
-    const int code = avformat_open_input(&context, ("file:" + url.path().string()).c_str(), nullptr, &options);
+    int code = avformat_open_input(&context, ("file:" + url.path().string()).c_str(), nullptr, &options);
     av_dict_free(&options);
-    if (code < 0 && interrupt && *interrupt)
-        throw Cancelled();
-    // What libav answers for a container that is not among the three.
-    if (code == AVERROR(EINVAL))
-        throw Error(nameInMessages(url) + ": not a QuickTime, MP4, AVI or Matroska file", std::string(mediaErrorDomain),
-                    mediaErrorCode::fileFormatNotRecognized);
+    if (code == AVERROR(EINVAL)) // a container that is not on the list
+        code = AVERROR_INVALIDDATA;
     if (code < 0) // the context is freed already
         throw libavError(nameInMessages(url), code, mediaErrorCode::fileFormatNotRecognized);
     return InputPtr(context);
