@@ -69,7 +69,7 @@ void limitLibAVLog();
 std::string nameInMessages(const URL& url);
 
 // Opens a file with one of the demuxers of the native road and no other. Blocking reads end with an error once
-// `*interrupt` is true. Throws Error.
+// `*interrupt` is true. Throws Error, or Cancelled when interrupted.
 InputPtr openMovie(const URL& url, const std::atomic<bool>* interrupt = nullptr);
 
 // A little-endian codec tag of libav; 0 stays 0.
