@@ -44,8 +44,9 @@ function(panoveer_test name)
   if(NOT arg_LABELS)
     set(arg_LABELS unit)
   endif()
+  string(REPLACE ";" "\\;" labels "${arg_LABELS}") # or the second label is taken for a property
   gtest_discover_tests(${name}
     WORKING_DIRECTORY "${CMAKE_SOURCE_DIR}"
     DISCOVERY_MODE PRE_TEST
-    PROPERTIES LABELS "${arg_LABELS}" TIMEOUT 600)
+    PROPERTIES LABELS "${labels}" TIMEOUT 600)
 endfunction()
