@@ -1,13 +1,13 @@
 #include "Platform/Core/Text.h"
 
-#include <memory>
-
 #include <unicode/coll.h>
 #include <unicode/dtptngen.h>
 #include <unicode/smpdtfmt.h>
 #include <unicode/timezone.h>
 #include <unicode/uchar.h>
 #include <unicode/unistr.h>
+
+#include <memory>
 
 namespace panoveer {
 
@@ -29,8 +29,12 @@ bool isNumber(UChar32 c) {
 }
 
 std::unique_ptr<icu::Collator> makeFileNameCollator() {
+    // The POSIX locale, that of LANG=C, sorts by code and capitals first; people's names are sorted by letter there
+    // too.
+    const auto& user = icu::Locale::getDefault();
+    const auto& order = std::string_view(user.getVariant()) == "POSIX" ? icu::Locale::getRoot() : user;
     UErrorCode status = U_ZERO_ERROR;
-    std::unique_ptr<icu::Collator> collator(icu::Collator::createInstance(icu::Locale::getDefault(), status));
+    std::unique_ptr<icu::Collator> collator(icu::Collator::createInstance(order, status));
     if (U_FAILURE(status))
         return nullptr;
     collator->setAttribute(UCOL_NUMERIC_COLLATION, UCOL_ON, status);
@@ -109,8 +113,8 @@ std::string formatDate(std::chrono::system_clock::time_point time, std::string_v
         return {};
     format.adoptTimeZone(icu::TimeZone::createTimeZone(unicode(timeZone)));
     icu::UnicodeString result;
-    format.format(
-        UDate(std::chrono::duration_cast<std::chrono::milliseconds>(time.time_since_epoch()).count()), result);
+    format.format(UDate(std::chrono::duration_cast<std::chrono::milliseconds>(time.time_since_epoch()).count()),
+                  result);
     return utf8(result);
 }
 
