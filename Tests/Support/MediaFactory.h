@@ -49,12 +49,12 @@ nlohmann::json ffprobeJSON(const std::filesystem::path& file, const std::vector<
 
 struct AudioSpec {
     std::string codec = "pcm_s16le";
-    std::string layout = "stereo"; // FFmpeg's name: "mono", "5.1", "4 channels", "ambisonic 1"
+    std::string layout = "stereo"; // FFmpeg's name: "mono", "5.1", "quad", "ambisonic 1"
     int sampleRate = 48000;
-    // One expression of aevalsrc for every channel, of t (seconds) and n (samples). When empty, channel c of stream s
-    // carries a sine of 220 (c + 1) + 50 s Hz, amplitude 0.25.
-    std::string expression;
-    std::vector<std::string> options; // further output options of this stream: {"-b:a", "96k"}
+    // An expression of aevalsrc for all channels, of t (seconds) and n (samples), or one a channel with bars between.
+    // When empty, channel c of stream s carries a sine of 220 (c + 1) + 50 s Hz, amplitude 0.25.
+    std::string expression = {};
+    std::vector<std::string> options = {}; // further output options of this stream: {"-b:a", "96k"}
 };
 
 // Paints frame `index`: width * height pixels of R, G, B, A, rows one behind the other.
@@ -72,11 +72,11 @@ struct MovieSpec {
     int rotationDegrees = 0;  // clockwise turn that a player shall apply, into the display matrix
     double startSeconds = 0;  // added to every time stamp in the container
     // H.273 colours by FFmpeg's names ("bt2020", "smpte2084", "bt2020nc", "pc"); empty: not said.
-    std::string primaries, transfer, matrix, range;
-    std::vector<AudioSpec> audio;           // one stream each, as long as the video
-    double audioSeconds = 0;                // length of the audio when it differs from the video's
-    std::vector<std::string> outputOptions; // anything else for the output: {"-movflags", "+faststart"}
-    Painter painter;                        // paintFrameIndex unless given
+    std::string primaries = {}, transfer = {}, matrix = {}, range = {};
+    std::vector<AudioSpec> audio = {};           // one stream each, as long as the video
+    double audioSeconds = 0;                     // length of the audio when it differs from the video's
+    std::vector<std::string> outputOptions = {}; // anything else for the output: {"-movflags", "+faststart"}
+    Painter painter = {};                        // paintFrameIndex unless given
 };
 
 // Writes the movie into the folder and returns its path.
