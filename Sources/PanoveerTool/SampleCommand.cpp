@@ -49,14 +49,13 @@ void copyPicture(const PixelBuffer& from, PixelBuffer& to) {
                     from.plane(plane).rowBytes * std::size_t(from.plane(plane).height));
 }
 
-// Paints the rows that the disc crosses anew, so that a frame does not cost a whole chart.
-void repaintDiscBand(const SphericalTestChart& chart, PixelBuffer& picture) {
-    const int top = int((90 - discBandTopDegrees) / 180 * sampleHeight) / 2 * 2;
-    const int bottom = int((90 - discBandBottomDegrees) / 180 * sampleHeight) / 2 * 2;
+// Paints the chart into rows of an equirectangular picture; both bounds are even.
+void paintRows(const SphericalTestChart& chart, int top, int bottom, PixelBuffer& picture) {
     const double pixelAngle = std::numbers::pi / sampleHeight;
     PictureWriter writer(picture, VideoYCbCrMatrix::bt709);
     const auto color = [&](double x, double y, double footprint) {
-        return chart.color(directionForEquirectUV({x / sampleWidth, y / sampleHeight}), footprint, StereoEye::left);
+        return chart.color(VRProjectionMath::directionForEquirectUV({x / sampleWidth, y / sampleHeight}), footprint,
+                           StereoEye::left);
     };
     forEachRowInParallel(bottom - top, [&](int row) {
         for (int x = 0; x < sampleWidth; ++x)
@@ -68,6 +67,8 @@ void repaintDiscBand(const SphericalTestChart& chart, PixelBuffer& picture) {
                                color(writer.chromaX(column), writer.chromaY(top / 2 + row), 2 * pixelAngle));
     });
 }
+
+constexpr int evenRow(double latitudeDegrees) { return int((90 - latitudeDegrees) / 180 * sampleHeight) / 2 * 2; }
 
 // An equirectangular movie of a spherical chart: graticule, named directions and a marker that moves along the equator.
 void writeChartMovie(const URL& url, const std::stop_token& stop) {
@@ -92,10 +93,8 @@ void writeChartMovie(const URL& url, const std::stop_token& stop) {
     require(writer.startWriting());
     writer.startSession({0, sampleFramesPerSecond});
 
-    VRTransform shape;
-    shape.sourceFormat = ProjectionFormat::equirectangular;
     const auto still = PixelBuffer::make(pixelFormat::yCbCr420VideoRange, sampleWidth, sampleHeight);
-    paintChartAsSource({}, shape, *still);
+    paintRows({}, 0, sampleHeight, *still);
     PixelBufferPool pool(pixelFormat::yCbCr420VideoRange, sampleWidth, sampleHeight);
     for (int frame = 0; frame < sampleFrameCount; ++frame) {
         if (stop.stop_requested()) {
@@ -104,7 +103,8 @@ void writeChartMovie(const URL& url, const std::stop_token& stop) {
         }
         auto picture = pool.acquire();
         copyPicture(*still, *picture);
-        repaintDiscBand({.seconds = double(frame) / sampleFramesPerSecond}, *picture);
+        paintRows({.seconds = double(frame) / sampleFramesPerSecond}, evenRow(discBandTopDegrees),
+                  evenRow(discBandBottomDegrees), *picture);
         require(input->append(std::move(picture), {frame, sampleFramesPerSecond}));
     }
     input->markAsFinished();

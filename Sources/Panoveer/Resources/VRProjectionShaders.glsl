@@ -767,10 +767,23 @@ SourceValue readSource(Scene scene, vec2 at, vec2 pixelSize, bool readsPrimary, 
     value.isMapped = findPlace(scene, at, pixelSize, place);
     if (!value.isMapped)
         return value;
-    if (readsPrimary)
-        value.primary = sampled(scene, makePlane(scene, false, place.half_), place);
-    if (readsChroma)
-        value.chroma = sampled(scene, makePlane(scene, true, place.half_), place).rg;
+    Plane primary = makePlane(scene, false, place.half_);
+    Plane chroma = makePlane(scene, true, place.half_);
+    // A pixel that covers more than two source pixels is divided; see ProjectionMapping::places().
+    int division = int(clamp(ceil(min(place.footprint.x, place.footprint.y) * 0.5), 1, 8));
+    float count = 0;
+    for (int i = 0; i < division * division; ++i) {
+        vec2 part = (vec2(i % division, i / division) + 0.5) / division - 0.5;
+        if (division > 1 && !findPlace(scene, at + part * pixelSize, pixelSize / division, place))
+            continue;
+        count += 1;
+        if (readsPrimary)
+            value.primary += sampled(scene, primary, place);
+        if (readsChroma)
+            value.chroma += sampled(scene, chroma, place).rg;
+    }
+    value.primary /= max(count, 1);
+    value.chroma /= max(count, 1);
     return value;
 }
 

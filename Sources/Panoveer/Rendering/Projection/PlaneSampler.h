@@ -54,8 +54,8 @@ struct ResamplingWeights {
 // `fraction` is how far the place lies beyond a sample, 0…1; `footprint` how many samples an output pixel covers.
 //
 // Two taps interpolate linearly. Eight are a sinc in the window of Lanczos with four lobes. Its cutoff follows the
-// footprint, so that a picture that gets smaller does not alias: the count of taps stays, and down to a quarter of the
-// size the kernel trades lobes for width.
+// footprint, so that a picture that gets smaller does not alias: the count of taps stays, and up to four samples the
+// kernel trades lobes for width.
 ResamplingWeights resamplingWeights(double fraction, int taps, double footprint);
 
 // One value of a plane, with taps that cross a seam taken from where the picture goes on.

@@ -13,6 +13,10 @@ constexpr double cubeFaceFOVDegrees = 90;
 // Small enough to stay within the pixel, and so within its cell and face; large enough for single precision.
 constexpr double footprintStep = 0.25;
 
+// Beyond this many source pixels, a pixel is divided; into 8 by 8 at most.
+constexpr double undividedFootprint = 2;
+constexpr int finestDivision = 8;
+
 double aspectOf(const OutputResolution& eye) {
     return double(eye.width) / double(std::max<std::int64_t>(eye.height, 1));
 }
@@ -107,6 +111,24 @@ std::optional<ProjectionMapping::Place> ProjectionMapping::place(double x, doubl
     const auto down = step(here, *source, x, y, 0, footprintStep);
     return Place{*source,
                  {std::hypot(across.x * width, down.x * height), std::hypot(across.y * width, down.y * height)}};
+}
+
+std::vector<ProjectionMapping::Place> ProjectionMapping::places(double x, double y, double width, double height) const {
+    const auto whole = place(x, y, width, height);
+    if (!whole)
+        return {};
+    // The lesser side decides: at the poles of a sphere a pixel spans many columns that show nearly the same.
+    const double covered = std::min(whole->footprint.x, whole->footprint.y) / undividedFootprint;
+    const int count = std::clamp(int(std::ceil(std::min(covered, double(finestDivision)))), 1, finestDivision);
+    if (count == 1)
+        return {*whole};
+    std::vector<Place> places;
+    for (int j = 0; j < count; ++j)
+        for (int i = 0; i < count; ++i)
+            if (auto part = place(x + ((i + 0.5) / count - 0.5) * width, y + ((j + 0.5) / count - 0.5) * height,
+                                  width / count, height / count))
+                places.push_back(*part);
+    return places;
 }
 
 } // namespace panoveer

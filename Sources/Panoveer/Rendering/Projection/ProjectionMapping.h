@@ -3,6 +3,7 @@
 #include "Panoveer/Rendering/Projection/SourceLattice.h"
 
 #include <optional>
+#include <vector>
 
 namespace panoveer {
 
@@ -27,6 +28,11 @@ public:
     // Positions are in output pixels: the middle of the first pixel is (0.5, 0.5). The footprint is that of an output
     // pixel of `width` by `height`. No value where the source shows nothing.
     std::optional<Place> place(double x, double y, double width = 1, double height = 1) const;
+
+    // The places to read for an output pixel, whose values count alike: the pixel's own, or, where it covers more than
+    // two source pixels each way, those of the smaller pixels that it is divided into. Empty where its middle has no
+    // place.
+    std::vector<Place> places(double x, double y, double width = 1, double height = 1) const;
 
     // The direction in the source's scene that an output position shows, whether or not the source covers it. For a
     // flat source, the scene that its screen hangs in. No value outside the circle of a dome.

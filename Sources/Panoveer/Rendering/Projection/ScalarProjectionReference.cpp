@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <optional>
+#include <vector>
 
 namespace panoveer {
 
@@ -50,29 +51,35 @@ public:
     }
 
 private:
-    using Place = ProjectionMapping::Place;
+    using Places = std::vector<ProjectionMapping::Place>;
 
-    Texel sample(const SourcePlane& plane, const Place& place) const {
-        return sampled(plane, mapping_.sourceLattice(), place, options_.resamplingTaps);
+    Texel sample(const SourcePlane& plane, const Places& places) const {
+        Texel mean{};
+        for (const auto& place : places) {
+            const auto value = sampled(plane, mapping_.sourceLattice(), place, options_.resamplingTaps);
+            for (std::size_t i = 0; i < mean.size(); ++i)
+                mean[i] += value[i] / double(places.size());
+        }
+        return mean;
     }
 
-    double luma(const Place& place) const {
-        return (sample(first_, place)[0] - sourceRange_.lumaOffset) / sourceRange_.lumaScale;
+    double luma(const Places& places) const {
+        return (sample(first_, places)[0] - sourceRange_.lumaOffset) / sourceRange_.lumaScale;
     }
 
-    YCbCr chroma(const Place& place) const {
-        const auto value = sample(*chroma_, place);
+    YCbCr chroma(const Places& places) const {
+        const auto value = sample(*chroma_, places);
         return {0, (value[0] - sourceRange_.chromaOffset) / sourceRange_.chromaScale,
                 (value[1] - sourceRange_.chromaOffset) / sourceRange_.chromaScale};
     }
 
-    Color color(const Place& place) const {
+    Color color(const Places& places) const {
         if (chroma_) {
-            auto value = chroma(place);
-            value.y = luma(place);
+            auto value = chroma(places);
+            value.y = luma(places);
             return {conversion_(VideoColorMath::rgbFromYCbCr(value, description_.yCbCrMatrix)), 1};
         }
-        const auto value = sample(first_, place);
+        const auto value = sample(first_, places);
         const double alpha = std::clamp(value[3], 0.0, 1.0);
         if (alpha <= 0)
             return {{}, 0};
@@ -81,8 +88,8 @@ private:
     }
 
     // The colour at an output position as the output holds it, over what lies behind it.
-    Color finished(const std::optional<Place>& place, int x, int y) const {
-        auto result = place ? color(*place) : Color{{}, options_.transparentUnmappedAreas ? 0.0 : 1.0};
+    Color finished(const Places& places, int x, int y) const {
+        auto result = !places.empty() ? color(places) : Color{{}, options_.transparentUnmappedAreas ? 0.0 : 1.0};
         if (options_.hasCheckerboard) {
             const double grey = checkerboardGrey(x, y) * (1 - result.alpha);
             const auto& c = result.straight;
@@ -93,7 +100,7 @@ private:
 
     void writeColorRow(int y) {
         for (int x = 0; x < writer_.width(); ++x) {
-            const auto result = finished(mapping_.place(x + 0.5, y + 0.5), x, y);
+            const auto result = finished(mapping_.places(x + 0.5, y + 0.5), x, y);
             const bool isPremultiplied = description_.alphaMode == AlphaMode::premultiplied;
             writer_.writeColor(x, y, result.straight * (isPremultiplied ? result.alpha : 1), result.alpha);
         }
@@ -104,25 +111,25 @@ private:
 
     void writeLumaRow(int y) {
         for (int x = 0; x < writer_.width(); ++x) {
-            const auto place = mapping_.place(x + 0.5, y + 0.5);
-            if (keepsYCbCr_ && place)
-                writer_.writeLuma(x, y, luma(*place));
+            const auto places = mapping_.places(x + 0.5, y + 0.5);
+            if (keepsYCbCr_ && !places.empty())
+                writer_.writeLuma(x, y, luma(places));
             else
-                writer_.writeLuma(x, y, overBlack(finished(place, x, y)));
+                writer_.writeLuma(x, y, overBlack(finished(places, x, y)));
         }
     }
 
     void writeChromaRow(int row) {
         for (int column = 0; column < writer_.chromaColumns(); ++column) {
-            const auto place = mapping_.place(writer_.chromaX(column), writer_.chromaY(row), writer_.chromaWidth(),
-                                              writer_.chromaHeight());
-            if (keepsYCbCr_ && place) {
-                const auto value = chroma(*place);
+            const auto places = mapping_.places(writer_.chromaX(column), writer_.chromaY(row), writer_.chromaWidth(),
+                                                writer_.chromaHeight());
+            if (keepsYCbCr_ && !places.empty()) {
+                const auto value = chroma(places);
                 writer_.writeChroma(column, row, value.cb, value.cr);
             } else {
                 writer_.writeChroma(
                     column, row,
-                    overBlack(finished(place, column * writer_.chromaWidth(), row * writer_.chromaHeight())));
+                    overBlack(finished(places, column * writer_.chromaWidth(), row * writer_.chromaHeight())));
             }
         }
     }
