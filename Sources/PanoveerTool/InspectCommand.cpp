@@ -1,3 +1,4 @@
+#include "Panoveer/Services/Export/MP4Box.h"
 #include "Panoveer/Services/Export/SpatialBoxInspector.h"
 #include "PanoveerTool/Commands.h"
 
@@ -20,7 +21,7 @@ void add(JSON& object, const char* name, const std::optional<Value>& value) {
 
 void add(JSON& object, const char* name, const std::optional<FourCC>& value) {
     if (value)
-        object[name] = value->text();
+        object[name] = MP4Tag::text(*value);
 }
 
 JSON describe(const SphericalVideoV1Report& report) {
@@ -46,7 +47,7 @@ JSON describe(const SphericalVideoV1Report& report) {
 JSON describe(const SphericalVideoV2Report& report) {
     constexpr double whole = 4294967296.0; // 2^32
     JSON result = {{"metadataSource", report.metadataSource},
-                   {"projection", report.projection.text()},
+                   {"projection", MP4Tag::text(report.projection)},
                    {"yawDegrees", report.yawDegrees},
                    {"pitchDegrees", report.pitchDegrees},
                    {"rollDegrees", report.rollDegrees}};
@@ -84,8 +85,9 @@ JSON describe(const SpatialAudioReport& report) {
 }
 
 JSON describe(const SpatialTrackReport& track) {
-    JSON result = {
-        {"track", track.trackID}, {"handler", track.handler.text()}, {"sampleEntry", track.sampleEntry.text()}};
+    JSON result = {{"track", track.trackID},
+                   {"handler", MP4Tag::text(track.handler)},
+                   {"sampleEntry", MP4Tag::text(track.sampleEntry)}};
     if (track.width > 0) {
         result["width"] = track.width;
         result["height"] = track.height;
