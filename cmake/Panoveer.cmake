@@ -8,7 +8,9 @@ add_library(panoveer_settings INTERFACE)
 target_compile_features(panoveer_settings INTERFACE cxx_std_23)
 target_include_directories(panoveer_settings INTERFACE "${CMAKE_SOURCE_DIR}/Sources")
 target_compile_options(panoveer_settings INTERFACE
-  -Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor -Woverloaded-virtual -Wimplicit-fallthrough
+  -Wall -Wextra -Wpedantic -Wshadow -Wimplicit-fallthrough
+  $<$<COMPILE_LANGUAGE:CXX>:-Wnon-virtual-dtor>
+  $<$<COMPILE_LANGUAGE:CXX>:-Woverloaded-virtual>
   -Wno-missing-field-initializers # designated initialisers name what differs from the defaults
   $<$<BOOL:${PANOVEER_WARNINGS_AS_ERRORS}>:-Werror>)
 if(PANOVEER_SANITIZERS)

@@ -27,8 +27,6 @@ int channelCount(const std::string& layout) {
         const int order = std::stoi(layout.substr(10));
         return (order + 1) * (order + 1);
     }
-    if (layout.ends_with(" channels"))
-        return std::stoi(layout);
     if (layout == "mono")
         return 1;
     if (layout == "stereo")
@@ -43,8 +41,9 @@ int channelCount(const std::string& layout) {
 }
 
 std::string audioSource(const AudioSpec& spec, int stream, double seconds) {
-    std::string expressions;
-    for (int channel = 0; channel < channelCount(spec.layout); ++channel) {
+    const bool isOneForEach = spec.expression.contains('|');
+    std::string expressions = isOneForEach ? spec.expression : std::string();
+    for (int channel = 0; !isOneForEach && channel < channelCount(spec.layout); ++channel) {
         expressions += channel == 0 ? "" : "|";
         expressions += spec.expression.empty() ? std::format("0.25*sin(2*PI*{}*t)", 220 * (channel + 1) + 50 * stream)
                                                : spec.expression;

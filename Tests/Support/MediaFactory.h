@@ -49,10 +49,10 @@ nlohmann::json ffprobeJSON(const std::filesystem::path& file, const std::vector<
 
 struct AudioSpec {
     std::string codec = "pcm_s16le";
-    std::string layout = "stereo"; // FFmpeg's name: "mono", "5.1", "4 channels", "ambisonic 1"
+    std::string layout = "stereo"; // FFmpeg's name: "mono", "5.1", "quad", "ambisonic 1"
     int sampleRate = 48000;
-    // One expression of aevalsrc for every channel, of t (seconds) and n (samples). When empty, channel c of stream s
-    // carries a sine of 220 (c + 1) + 50 s Hz, amplitude 0.25.
+    // An expression of aevalsrc for all channels, of t (seconds) and n (samples), or one a channel with bars between.
+    // When empty, channel c of stream s carries a sine of 220 (c + 1) + 50 s Hz, amplitude 0.25.
     std::string expression = {};
     std::vector<std::string> options = {}; // further output options of this stream: {"-b:a", "96k"}
 };

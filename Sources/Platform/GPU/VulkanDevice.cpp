@@ -160,8 +160,8 @@ void VulkanDevice::makeAllocator() {
 VulkanLanes VulkanDevice::nextLanes() {
     auto* compute = computeQueues_[lanesHandedOut_++ % computeQueues_.size()].get();
     if (transferQueues_.empty())
-        return {compute, compute, compute};
-    return {transferQueues_.front().get(), compute, transferQueues_.back().get()};
+        return {compute, compute, compute, separatesLanes_};
+    return {transferQueues_.front().get(), compute, transferQueues_.back().get(), true};
 }
 
 // Kernels declare no format for what they write. Which formats may be written so is told since Vulkan 1.3; before,

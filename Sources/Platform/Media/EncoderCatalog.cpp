@@ -5,12 +5,22 @@
 #include <cmath>
 #include <cstdint>
 #include <format>
+#include <limits>
 
 namespace panoveer {
 
 namespace {
 
 constexpr int largestSide = 65535; // that a sample entry can name
+
+// libavutil's av_image_check_size: it holds no larger picture, whatever its format.
+bool fitsLibAV(std::int64_t width, std::int64_t height) {
+    return 8 * (width + 128) * (height + 128) < std::numeric_limits<int>::max();
+}
+
+// In pictures narrower than four of its 16-pixel lookahead blocks, x265 (4.1) writes past the end of a row of costs.
+constexpr int smallestHEVCWidth = 64;
+constexpr int smallestHEVCHeight = 16; // libavcodec refuses less
 
 // Rec. ITU-T H.264, table A-1 and A.3.1: the largest level, 6.2, allows so many macroblocks in a picture, and a side of
 // at most the square root of eight times that.
@@ -39,6 +49,10 @@ std::optional<std::string> refusalByRule(const VideoSettings& settings) {
     if (width % (1 << layout.chromaWidthShift) != 0 || height % (1 << layout.chromaHeightShift) != 0)
         return std::format("{}x{} does not fit the chroma samples of \"{}\", which need even sides", width, height,
                            settings.codec.text());
+    if (!fitsLibAV(width, height))
+        return std::format("{}x{} is larger than any encoder here takes", width, height);
+    if (family == CodecFamily::hevc && (width < smallestHEVCWidth || height < smallestHEVCHeight))
+        return std::format("{}x{} is smaller than x265 takes", width, height);
     return family == CodecFamily::h264 ? levelRefusal(width, height) : std::nullopt;
 }
 

@@ -4,6 +4,7 @@
 #include <bit>
 #include <cstdint>
 #include <cstring>
+#include <utility>
 
 namespace panoveer {
 
@@ -36,19 +37,21 @@ void partRow(const Sample* __restrict source, Sample* __restrict first, Sample* 
 
 // From R'G'B' in units of `range` to ten-bit Y'CbCr in video range, with half a step for the rounding.
 struct ColorMatrix {
-    float red, green, blue;    // share of Y', scaled to 876 steps
-    float blueScale, redScale; // of B' - Y' and R' - Y', both scaled to Y' steps
+    float red, green, blue;    // share of each in Y', in its steps
+    float unit;                // of a whole component, in steps of Y'
+    float blueScale, redScale; // from steps of Y' to those of Cb and Cr
 
-    ColorMatrix(int matrixCoefficients, float range) {
+    ColorMatrix(int matrixCoefficients, float range) : unit(lumaSteps / range) {
         const auto [kr, kb] = lumaShares(matrixCoefficients);
-        red = kr * 876 / range;
-        blue = kb * 876 / range;
-        green = (1 - kr - kb) * 876 / range;
-        blueScale = 896.0F / 876 / (2 * (1 - kb));
-        redScale = 896.0F / 876 / (2 * (1 - kr));
-        unit = 876 / range;
+        red = kr * unit;
+        blue = kb * unit;
+        green = (1 - kr - kb) * unit;
+        blueScale = chromaSteps / lumaSteps / (2 * (1 - kb));
+        redScale = chromaSteps / lumaSteps / (2 * (1 - kr));
     }
-    float unit; // of one component, in Y' steps
+
+    static constexpr float lumaSteps = 876;
+    static constexpr float chromaSteps = 896;
 
     static std::pair<float, float> lumaShares(int matrixCoefficients) {
         switch (matrixCoefficients) {
@@ -67,42 +70,46 @@ struct ComponentRows {
     std::uint16_t *y, *cb, *cr, *alpha;
 };
 
-void convertRow(const std::uint8_t* __restrict bgra, const ColorMatrix& given, const ComponentRows& rows, int count) {
-    const auto matrix = given;
-    auto* __restrict y = rows.y;
-    auto* __restrict cb = rows.cb;
-    auto* __restrict cr = rows.cr;
-    auto* __restrict alpha = rows.alpha;
-    for (int i = 0; i < count; ++i) {
-        const auto b = float(bgra[4 * i]), g = float(bgra[4 * i + 1]), r = float(bgra[4 * i + 2]);
-        const float luma = matrix.red * r + matrix.green * g + matrix.blue * b;
-        y[i] = std::uint16_t(int(luma + lumaOffset));
-        cb[i] = std::uint16_t(int((matrix.unit * b - luma) * matrix.blueScale + chromaOffset));
-        cr[i] = std::uint16_t(int((matrix.unit * r - luma) * matrix.redScale + chromaOffset));
-        // a * 1023 / 255, rounded
-        alpha[i] = std::uint16_t((bgra[4 * i + 3] * 1023 + 127) / 255);
-    }
+// Red, green and blue as they are numbered in the source; alpha in ten-bit steps.
+struct Pixel {
+    float red, green, blue, alpha;
+};
+
+constexpr float alphaSteps = 1023;
+
+// BGRA
+Pixel readPixel(const std::uint8_t* samples) {
+    return {float(samples[2]), float(samples[1]), float(samples[0]), float(samples[3]) * (alphaSteps / 255)};
 }
 
-// A half-float, clipped to 0 … 1. Its exponent is rebased by a multiplication, which gets subnormals right as well.
+// A half-float, clipped to 0 … 1: the bits of halves that are not negative rise with their values, and those of negative
+// ones are negative. The exponent is rebased by a multiplication, which gets subnormals right as well.
 float nominalValue(std::uint16_t half) {
-    const float magnitude = std::bit_cast<float>(std::uint32_t(half & 0x7fff) << 13) * 0x1p112F;
-    return (half & 0x8000) != 0 ? 0.0F : std::min(magnitude, 1.0F);
+    constexpr std::int16_t one = 0x3c00;
+    const auto clipped = std::clamp<std::int16_t>(std::bit_cast<std::int16_t>(half), 0, one);
+    return std::bit_cast<float>(std::uint32_t(clipped) << 13) * 0x1p112F;
 }
 
-void convertRow(const std::uint16_t* __restrict rgba, const ColorMatrix& given, const ComponentRows& rows, int count) {
-    const auto matrix = given;
+// RGhA
+Pixel readPixel(const std::uint16_t* samples) {
+    return {nominalValue(samples[0]), nominalValue(samples[1]), nominalValue(samples[2]),
+            nominalValue(samples[3]) * alphaSteps};
+}
+
+template<class Sample>
+void convertRow(const Sample* __restrict source, const ColorMatrix& given, const ComponentRows& rows, int count) {
+    const auto matrix = given; // a copy, which the compiler knows not to alias the rows
     auto* __restrict y = rows.y;
     auto* __restrict cb = rows.cb;
     auto* __restrict cr = rows.cr;
     auto* __restrict alpha = rows.alpha;
     for (int i = 0; i < count; ++i) {
-        const float r = nominalValue(rgba[4 * i]), g = nominalValue(rgba[4 * i + 1]), b = nominalValue(rgba[4 * i + 2]);
-        const float luma = matrix.red * r + matrix.green * g + matrix.blue * b;
+        const auto pixel = readPixel(source + 4 * std::ptrdiff_t(i));
+        const float luma = matrix.red * pixel.red + matrix.green * pixel.green + matrix.blue * pixel.blue;
         y[i] = std::uint16_t(int(luma + lumaOffset));
-        cb[i] = std::uint16_t(int((matrix.unit * b - luma) * matrix.blueScale + chromaOffset));
-        cr[i] = std::uint16_t(int((matrix.unit * r - luma) * matrix.redScale + chromaOffset));
-        alpha[i] = std::uint16_t(int(nominalValue(rgba[4 * i + 3]) * 1023 + 0.5F));
+        cb[i] = std::uint16_t(int((matrix.unit * pixel.blue - luma) * matrix.blueScale + chromaOffset));
+        cr[i] = std::uint16_t(int((matrix.unit * pixel.red - luma) * matrix.redScale + chromaOffset));
+        alpha[i] = std::uint16_t(int(pixel.alpha + 0.5F));
     }
 }
 

@@ -37,9 +37,9 @@ void main() {
 }
 )";
 
-// Ways in which pictures travel: in memory that the processor shares, through staging buffers, and stored with red and
-// blue exchanged where the device cannot write them the other way.
-enum class Road { asTheDeviceLikes, staged, stagedSwapped };
+// Ways in which pictures travel: in memory that the processor shares; through staging buffers; stored with red and blue
+// exchanged, where the device cannot write them the other way; through copy engines of their own.
+enum class Road { asTheDeviceLikes, staged, stagedSwapped, copyEngines };
 
 struct TestGPU {
     std::shared_ptr<GPUDevice> device;
@@ -52,6 +52,8 @@ struct TestGPU {
             device->vulkan().forbidMappedTextures();
         if (road == Road::stagedSwapped)
             device->vulkan().forbidStorage(VK_FORMAT_B8G8R8A8_UNORM);
+        if (road == Road::copyEngines)
+            device->vulkan().separateLanes();
         queue = std::make_shared<GPUCommandQueue>(device);
         const ShaderLibrary library("test.glsl", kernels, {});
         copy = std::make_shared<GPUComputePipeline>(device, *library.function("copy"));
@@ -228,12 +230,13 @@ TEST_P(GPUCommandBufferTest, RefusesWhatWouldRace) {
 }
 
 std::string nameOf(const testing::TestParamInfo<Road>& info) {
-    constexpr const char* names[] = {"AsTheDeviceLikes", "Staged", "StagedSwapped"};
+    constexpr const char* names[] = {"AsTheDeviceLikes", "Staged", "StagedSwapped", "CopyEngines"};
     return names[std::size_t(info.param)];
 }
 
 INSTANTIATE_TEST_SUITE_P(Roads, GPUCommandBufferTest,
-                         testing::Values(Road::asTheDeviceLikes, Road::staged, Road::stagedSwapped), nameOf);
+                         testing::Values(Road::asTheDeviceLikes, Road::staged, Road::stagedSwapped, Road::copyEngines),
+                         nameOf);
 
 } // namespace
 

@@ -1,6 +1,8 @@
 #include "Platform/Core/Error.h"
+#include "Platform/Core/Localization.h"
 #include "Platform/GPU/GPUDevice.h"
 #include "Platform/GPU/GPUTexture.h"
+#include "Platform/GPU/VulkanDevice.h"
 
 #include <gtest/gtest.h>
 
@@ -47,6 +49,31 @@ TEST(GPUDevice, IsTheOneThatTheEnvironmentAsksFor) {
         const EnvironmentVariable variable("PANOVEER_GPU", absent);
         EXPECT_THROW(GPUDevice::make(), Error) << absent;
     }
+}
+
+TEST(GPUDevice, SaysWhatToDoWhereThereIsNoDriver) {
+    setLanguage("en");
+    const EnvironmentVariable variable("VK_DRIVER_FILES", "/dev/null");
+    EXPECT_TRUE(GPUDevice::available().empty());
+    try {
+        GPUDevice::make();
+        FAIL() << "there is no driver";
+    } catch (const Error& error) {
+        EXPECT_NE(std::string(error.what()).find("Install a Vulkan"), std::string::npos) << error.what();
+    }
+}
+
+TEST(GPUDevice, IsWatchedByTheValidationLayerOnRequest) {
+    const EnvironmentVariable variable("PANOVEER_VULKAN_VALIDATION", "1");
+    const auto device = GPUDevice::make();
+    ASSERT_TRUE(device->isValidated());
+    EXPECT_EQ(device->validationMessageCount(), 0u);
+    // A fault on purpose, so that a count of 0 elsewhere means something.
+    const VkFenceCreateInfo faulty{.sType = VK_STRUCTURE_TYPE_SEMAPHORE_CREATE_INFO};
+    VkFence fence = VK_NULL_HANDLE;
+    vkCreateFence(device->vulkan().get(), &faulty, nullptr, &fence);
+    EXPECT_GT(device->validationMessageCount(), 0u);
+    vkDestroyFence(device->vulkan().get(), fence, nullptr);
 }
 
 TEST(GPUDevice, CountsTheMemoryOfItsTextures) {

@@ -129,6 +129,7 @@ std::unique_ptr<PendingRender> VRMetalProjectionRenderer::render(PixelBufferPtr 
                         .transparentUnmappedAreas = transparentUnmappedAreas};
     if (const auto recipe = yCbCrRecipe(output->format())) {
         pass.outputBitDepth = recipe->bitDepth;
+        pass.transparentUnmappedAreas = false; // such a picture has no alpha
         const auto luma = textureBridge_.outputTexture(*output, recipe->luma, 0, *commands);
         const auto chroma = textureBridge_.outputTexture(*output, recipe->chroma, 1, *commands);
         renderYCbCr(frame, luma, chroma, transform, pass, *commands);

@@ -1,6 +1,7 @@
 #include "Panoveer/Services/Export/ExportArtifactValidator.h"
 
 #include "Panoveer/Services/Export/MP4Box.h"
+#include "Panoveer/Services/Intake/FFmpegReaderError.h"
 #include "Panoveer/Services/Intake/FFmpegRuntime.h"
 #include "Platform/Core/Text.h"
 #include "Platform/Media/MediaAsset.h"

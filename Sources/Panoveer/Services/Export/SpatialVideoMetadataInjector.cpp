@@ -8,12 +8,13 @@
 #include "Platform/Core/UUID.h"
 
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
-#include <filesystem>
+#include <cstdio>
 #include <limits>
-#include <system_error>
+#include <vector>
 
 namespace panoveer {
 
@@ -194,6 +195,8 @@ void SpatialVideoMetadataInjector::injectMetadata(const URL& url, const Request&
 }
 
 void SpatialVideoMetadataInjector::validateMetadata(const URL& url, const Request& video) {
+    if (!video.hasVideo())
+        return;
     const FileByteSource source(url);
     MP4Movie movie(source, url);
     expectStereo(source, movie, video.stereoMode, url);
