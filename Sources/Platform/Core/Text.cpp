@@ -41,6 +41,12 @@ std::unique_ptr<icu::Collator> makeFileNameCollator() {
     return collator;
 }
 
+// Collators are not safe to share between threads while they compare.
+const icu::Collator* fileNameCollator() {
+    thread_local const auto collator = makeFileNameCollator();
+    return collator.get();
+}
+
 } // namespace
 
 std::string lowercased(std::string_view text) { return utf8(unicode(text).toLower(icu::Locale::getRoot())); }
@@ -91,12 +97,29 @@ std::string withoutTrailingNumbers(std::string_view text) {
 }
 
 int localizedStandardCompare(std::string_view left, std::string_view right) {
-    // Collators are not safe to share between threads while they compare.
-    thread_local const auto collator = makeFileNameCollator();
+    const auto* collator = fileNameCollator();
     if (!collator)
         return left.compare(right);
     UErrorCode status = U_ZERO_ERROR;
     return collator->compare(unicode(left), unicode(right), status);
+}
+
+std::string localizedStandardSortKey(std::string_view text) {
+    const auto* collator = fileNameCollator();
+    if (!collator)
+        return std::string(text);
+    const auto source = unicode(text);
+    std::string key(4 * std::size_t(source.length()) + 16, '\0');
+    const auto write = [&] {
+        return std::size_t(collator->getSortKey(source, reinterpret_cast<uint8_t*>(key.data()), int32_t(key.size())));
+    };
+    auto size = write();
+    if (size > key.size()) {
+        key.resize(size);
+        size = write();
+    }
+    key.resize(size);
+    return key;
 }
 
 std::string formatDate(std::chrono::system_clock::time_point time, std::string_view skeleton, std::string_view locale,

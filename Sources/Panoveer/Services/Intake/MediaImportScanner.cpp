@@ -39,13 +39,13 @@ struct FolderListing {
     std::vector<std::pair<URL, std::string>> unreadable; // with the text for the person
 };
 
-void sortAsFileBrowsersDo(FolderListing& listing) {
-    const auto precedes = [](const URL& left, const URL& right) {
-        const int order = localizedStandardCompare(left.path().native(), right.path().native());
-        return order != 0 ? order < 0 : left < right;
-    };
-    std::ranges::sort(listing.files, precedes);
-    std::ranges::sort(listing.unreadable, precedes, &std::pair<URL, std::string>::first);
+void sortAsFileBrowsersDo(std::vector<URL>& urls) {
+    std::vector<std::pair<std::string, URL>> keyed;
+    keyed.reserve(urls.size());
+    for (auto& url : urls)
+        keyed.emplace_back(localizedStandardSortKey(url.path().native()), std::move(url));
+    std::ranges::sort(keyed);
+    std::ranges::transform(keyed, urls.begin(), [](auto& entry) { return std::move(entry.second); });
 }
 
 // The regular files below a folder that are not hidden, and the folders and links that cannot be followed.
@@ -74,7 +74,8 @@ FolderListing folderFiles(const URL& folder, const std::stop_token& stop) {
             listing.unreadable.emplace_back(URL::fromFilePath(current),
                                             localized("import.skip.unreadable_folder", failure.message()));
     }
-    sortAsFileBrowsersDo(listing);
+    sortAsFileBrowsersDo(listing.files);
+    std::ranges::sort(listing.unreadable);
     return listing;
 }
 
