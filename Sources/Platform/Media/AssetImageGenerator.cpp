@@ -68,13 +68,11 @@ struct AssetImageGenerator::State {
     int maximumWidth = 0, maximumHeight = 0;
     double toleranceBefore = 0, toleranceAfter = 0;
 
-    std::atomic<bool> interrupt = false; // what the decoder watches; outlives it in any case
+    std::atomic<bool> interrupt = false; // what the decoder watches
     const VideoTrack* track = nullptr;   // of the asset
     std::optional<MovieDecoder> decoder;
     std::optional<double> positionSeconds; // time of the frame that the decoder has given last; none: it must seek
     std::optional<FrameConverter> converter;
-
-    ~State() { decoder.reset(); }
 
     void open() {
         if (decoder)

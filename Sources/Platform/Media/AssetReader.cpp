@@ -28,14 +28,12 @@ struct AssetReader::State {
     double endSeconds;
     std::optional<VideoTrack> track;
     FourCC format;
+    std::atomic<bool> interrupt = false; // what the decoder watches
     std::optional<MovieDecoder> decoder;
     std::optional<FrameConverter> converter;
     bool isPositioned = false; // the decoder stands at the start of the range
     std::atomic<Status> status = Status::unknown;
-    std::atomic<bool> interrupt = false; // what the decoder watches; outlives it in any case
     std::optional<Error> error;
-
-    ~State() { decoder.reset(); }
 
     // A cancellation from another thread stands against whatever comes later.
     void end(Status how) {
