@@ -103,6 +103,9 @@ int openDecoder(PNVFFmpegAudioReader& reader, const AVCodec* decoder, const AVSt
     if (const int result = avcodec_parameters_to_context(reader.codec.get(), stream.codecpar); result < 0)
         return pnv_set_av_error(error, "Could not copy audio codec parameters", result);
     reader.codec->pkt_timebase = stream.time_base;
+    // One thread: sound is cheap, and threads would only hold frames back.
+    reader.codec->thread_count = 0;
+    reader.codec->thread_type = 0;
     if (const int result = avcodec_open2(reader.codec.get(), decoder, nullptr); result < 0)
         return pnv_set_av_error(error, "Could not open audio decoder", result);
     return 0;
@@ -249,12 +252,13 @@ int emitDecodedFrame(PNVFFmpegAudioReader& reader, PNVFFmpegAudioFrame& out, Emi
 
 // What the resampler holds when no more input comes.
 int emitResamplerRest(PNVFFmpegAudioReader& reader, PNVFFmpegAudioFrame& out, Emitted& emitted, ErrorText error) {
-    int samples = swr_get_out_samples(reader.resampler.get(), 0);
-    if (samples >= 1)
-        samples = convert(reader, nullptr, "Could not drain converted audio", error);
-    if (samples < 1) {
-        reader.state = samples < 0 ? reader.state : AudioState::finished;
+    const bool holdsSamples = swr_get_out_samples(reader.resampler.get(), 0) >= 1;
+    const int samples = holdsSamples ? convert(reader, nullptr, "Could not drain converted audio", error) : 0;
+    if (samples < 0)
         return samples;
+    if (samples == 0) {
+        reader.state = AudioState::finished;
+        return 0;
     }
     const double seconds = reader.nextPtsSeconds >= 0 ? reader.nextPtsSeconds : reader.startSeconds;
     emitted = pnv_emit_audio(reader, samples, seconds, out);

@@ -6,23 +6,6 @@
 namespace panoveer::test {
 namespace {
 
-using Bytes = std::vector<std::uint8_t>;
-
-void put32(Bytes& bytes, std::uint32_t value) {
-    for (int shift = 24; shift >= 0; shift -= 8)
-        bytes.push_back(std::uint8_t(value >> shift));
-}
-
-Bytes box(const char* type, const Bytes& payload) {
-    Bytes bytes;
-    put32(bytes, std::uint32_t(8 + payload.size()));
-    bytes.insert(bytes.end(), type, type + 4);
-    bytes.insert(bytes.end(), payload.begin(), payload.end());
-    return bytes;
-}
-
-const std::vector<std::string> sampleEntry = {"moov", "trak", "mdia", "minf", "stbl", "stsd", "avc1"};
-
 TEST(FFmpegProbe, TellsSizeTimeColourAndNames) {
     const TemporaryFolder folder;
     const auto info = probeVideo(makeMovie(folder, {.name = "tagged.mp4",
@@ -84,17 +67,8 @@ TEST(FFmpegProbe, CountsAMatroskaDurationFromWhereTheMovieStarts) {
 TEST(FFmpegProbe, ReadsStereoAndSphericalSideData) {
     const TemporaryFolder folder;
     const auto spherical = makeMovie(folder, {.name = "spherical.mp4", .frameCount = 2});
-    appendBox(spherical, sampleEntry, "st3d", Bytes{0, 0, 0, 0, 2});
-    Bytes equirectangular{0, 0, 0, 0};
-    for (std::uint32_t bound : {0x10u, 0x20u, 0x40000000u, 0x30000000u}) // top, bottom, left, right
-        put32(equirectangular, bound);
-    Bytes projection = box("prhd", Bytes(16));
-    for (const auto byte : box("equi", equirectangular))
-        projection.push_back(byte);
-    Bytes sphere = box("svhd", Bytes{0, 0, 0, 0, 'x', 0});
-    for (const auto byte : box("proj", projection))
-        sphere.push_back(byte);
-    appendBox(spherical, sampleEntry, "sv3d", sphere);
+    appendStereoLayout(spherical, 2);
+    appendEquirectangularMapping(spherical, {.top = 0x10, .bottom = 0x20, .left = 0x40000000, .right = 0x30000000});
 
     const auto info = probeVideo(spherical);
     EXPECT_EQ(info.stereoType, PNVStereoSideBySide);

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cmath>
 #include <set>
+#include <sstream>
 
 namespace panoveer::test {
 namespace {
@@ -77,6 +78,23 @@ TEST(RealMultiviewFile, KeepsEachEyeEvenAndApartAtAnySize) {
     }
 }
 
+TEST(RealFiles, WithABrokenBitstreamFailFrameByFrameAndEnd) {
+    REQUIRE_CORPUS();
+    BridgeReader reader(*corpusFile("invalid-bitstream.webm"));
+    int failures = 0, reads = 0;
+    for (bool hasEnded = false; !hasEnded && reads < 1000; ++reads) {
+        try {
+            hasEnded = reader.next().result == 0;
+        } catch (const std::runtime_error& failure) {
+            EXPECT_THAT(failure.what(), testing::AnyOf(testing::StartsWith("Could not send packet to decoder: "),
+                                                       testing::StartsWith("Could not decode video frame: ")));
+            ++failures;
+        }
+    }
+    EXPECT_GT(failures, 0);
+    EXPECT_LT(reads, 1000);
+}
+
 // Takes the second view out of one frame: its NAL units become filler data, which decoders pass over.
 void blindRightEye(const std::filesystem::path& movie, long long position, std::size_t size) {
     auto bytes = readFile(movie);
@@ -133,36 +151,56 @@ TEST(RealMultiviewFile, FillsBothHalvesWithAViewThatStandsAlone) {
     EXPECT_EQ(alone, 1);
 }
 
-TEST(RealFiles, AreProbedAndTheirFirstFramesRead) {
+// How many blocks of sound there are, counted up to ten.
+int soundBlocks(const std::filesystem::path& file) {
+    char error[1024] = {};
+    PNVFFmpegAudioReader* reader = nullptr;
+    EXPECT_EQ(PNVFFmpegOpenAudioStream(file.c_str(), -1, 0, &reader, error, sizeof error, 0, 0), 0) << error;
+    PNVFFmpegAudioFrame block;
+    int count = 0;
+    while (count < 10 && PNVFFmpegReadAudio(reader, &block, error, sizeof error) == 1)
+        ++count;
+    EXPECT_STREQ(error, "");
+    PNVFFmpegCloseAudio(reader);
+    return count;
+}
+
+void readFirstFrames(const std::filesystem::path& file, bool fastDecode) {
+    BridgeReader reader(file, {.maximumWidth = 640, .maximumHeight = 640, .fastDecode = fastDecode});
+    double previous = -1;
+    int count = 0;
+    for (; count < 4; ++count) {
+        const auto frame = fastDecode ? reader.nextNV12() : reader.next();
+        if (frame.result == 0)
+            break; // some hold but two frames
+        EXPECT_GT(frame.seconds, previous);
+        previous = frame.seconds;
+    }
+    EXPECT_GE(count, 1);
+}
+
+TEST(RealFiles, AreProbedAndTheirFirstFramesAndSoundRead) {
     REQUIRE_CORPUS();
-    // Files without video, and one whose sample description is gone.
-    const std::set<std::string> unreadable = {"third_order_ambisonic_ch0-7.wav", "third_order_ambisonic_ch8-15.wav",
-                                              "sample_missing_stsd.mp4"};
+    const std::set<std::string> blind = {"sample_dthd.mp4", "sample_eac3.mp4", "third_order_ambisonic_ch0-7.wav",
+                                         "third_order_ambisonic_ch8-15.wav"};
+    const std::set<std::string> left = {"SOURCES.md", "invalid-bitstream.webm"};
     for (const auto& entry : std::filesystem::directory_iterator(*corpusFile(""))) {
         const auto name = entry.path().filename().string();
-        if (entry.path().extension() == ".md")
+        if (left.contains(name))
             continue;
         SCOPED_TRACE(name);
-        if (unreadable.contains(name)) {
+        std::int32_t streams = 0;
+        EXPECT_EQ(PNVFFmpegProbeAudioStreams(entry.path().c_str(), nullptr, 0, &streams, nullptr, 0), 0);
+        if (streams > 0)
+            EXPECT_GE(soundBlocks(entry.path()), 1);
+        if (blind.contains(name)) {
+            EXPECT_EQ(streams, 1);
             EXPECT_THROW(probeVideo(entry.path()), std::runtime_error);
             continue;
         }
-        const auto info = probeVideo(entry.path());
-        EXPECT_GT(info.width, 0);
-        EXPECT_GT(info.duration, 0);
-        for (const bool fastDecode : {false, true}) {
-            BridgeReader reader(entry.path(), {.maximumWidth = 640, .maximumHeight = 640, .fastDecode = fastDecode});
-            double previous = -1;
-            int count = 0;
-            for (; count < 4; ++count) {
-                const auto frame = fastDecode ? reader.nextNV12() : reader.next();
-                if (frame.result == 0)
-                    break; // some hold but two frames
-                EXPECT_GT(frame.seconds, previous);
-                previous = frame.seconds;
-            }
-            EXPECT_GE(count, 1);
-        }
+        EXPECT_GT(probeVideo(entry.path()).duration, 0);
+        for (const bool fastDecode : {false, true})
+            EXPECT_NO_THROW(readFirstFrames(entry.path(), fastDecode));
     }
 }
 

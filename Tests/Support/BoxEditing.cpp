@@ -1,5 +1,6 @@
 #include "Support/MediaFactory.h"
 
+#include <algorithm>
 #include <fstream>
 #include <set>
 #include <stdexcept>
@@ -51,7 +52,38 @@ BoxRange findChild(std::span<const std::uint8_t> bytes, std::size_t from, std::s
     throw std::runtime_error("No box " + step);
 }
 
+void append(std::vector<std::uint8_t>& bytes, const std::vector<std::uint8_t>& more) {
+    bytes.insert(bytes.end(), more.begin(), more.end());
+}
+
+const std::vector<std::string> videoSampleEntry = {"moov", "trak", "mdia", "minf", "stbl", "stsd", "avc1"};
+
 } // namespace
+
+std::vector<std::uint8_t> makeBox(const std::string& type, std::span<const std::uint8_t> payload) {
+    std::vector<std::uint8_t> bytes(8 + payload.size());
+    writeUInt32(bytes, 0, std::uint32_t(bytes.size()));
+    std::ranges::copy(type, bytes.begin() + 4);
+    std::ranges::copy(payload, bytes.begin() + 8);
+    return bytes;
+}
+
+void appendEquirectangularMapping(const std::filesystem::path& movie, const SphereBounds& bounds) {
+    std::vector<std::uint8_t> equirectangular(20); // version and flags, then the bounds
+    writeUInt32(equirectangular, 4, bounds.top);
+    writeUInt32(equirectangular, 8, bounds.bottom);
+    writeUInt32(equirectangular, 12, bounds.left);
+    writeUInt32(equirectangular, 16, bounds.right);
+    auto projection = makeBox("prhd", std::vector<std::uint8_t>(16)); // no turn
+    append(projection, makeBox("equi", equirectangular));
+    auto sphere = makeBox("svhd", std::vector<std::uint8_t>{0, 0, 0, 0, 't', 0});
+    append(sphere, makeBox("proj", projection));
+    appendBox(movie, videoSampleEntry, "sv3d", sphere);
+}
+
+void appendStereoLayout(const std::filesystem::path& movie, std::uint8_t mode) {
+    appendBox(movie, videoSampleEntry, "st3d", std::vector<std::uint8_t>{0, 0, 0, 0, mode});
+}
 
 void appendBox(const std::filesystem::path& movie, const std::vector<std::string>& path, const std::string& type,
                std::span<const std::uint8_t> payload) {
@@ -68,10 +100,7 @@ void appendBox(const std::filesystem::path& movie, const std::vector<std::string
         parent = boxType;
     }
 
-    std::vector<std::uint8_t> added(8 + payload.size());
-    writeUInt32(added, 0, std::uint32_t(added.size()));
-    std::copy(type.begin(), type.end(), added.begin() + 4);
-    std::copy(payload.begin(), payload.end(), added.begin() + 8);
+    const auto added = makeBox(type, payload);
     bytes.insert(bytes.begin() + std::ptrdiff_t(box.start + box.size), added.begin(), added.end());
     for (const auto ancestor : ancestors)
         writeUInt32(bytes, ancestor, readUInt32(bytes, ancestor) + std::uint32_t(added.size()));

@@ -97,6 +97,17 @@ int frameIndex(const std::uint8_t* data, std::size_t rowBytes, int width, int he
 void appendBox(const std::filesystem::path& movie, const std::vector<std::string>& path, const std::string& type,
                std::span<const std::uint8_t> payload);
 
+// A box in memory, its size in front.
+std::vector<std::uint8_t> makeBox(const std::string& type, std::span<const std::uint8_t> payload);
+
+// Says in an H.264 movie that the picture is a sphere with so much cropped away on each side, in 2^-32 of it (`sv3d`).
+struct SphereBounds {
+    std::uint32_t top = 0, bottom = 0, left = 0, right = 0;
+};
+void appendEquirectangularMapping(const std::filesystem::path& movie, const SphereBounds& bounds);
+// Says how an H.264 movie packs its eyes (`st3d`): 0 mono, 1 top and bottom, 2 side by side.
+void appendStereoLayout(const std::filesystem::path& movie, std::uint8_t mode);
+
 std::vector<std::uint8_t> readFile(const std::filesystem::path& file);
 void writeFile(const std::filesystem::path& file, std::span<const std::uint8_t> bytes);
 

@@ -49,9 +49,7 @@ TEST(MediaFactory, WritesFramesThatShowTheirNumbersAndTheStreamsAskedFor) {
 TEST(MediaFactory, AppendedBoxesAreReadByADemuxer) {
     const TemporaryFolder folder;
     const auto movie = makeMovie(folder, {.name = "stereo.mp4", .frameCount = 2});
-    // st3d: version and flags, then top and bottom.
-    appendBox(movie, {"moov", "trak", "mdia", "minf", "stbl", "stsd", "avc1"}, "st3d",
-              std::vector<std::uint8_t>{0, 0, 0, 0, 1});
+    appendStereoLayout(movie, 1);
     auto stream = ffprobeJSON(movie)["streams"][0];
     EXPECT_EQ(stream["side_data_list"][0]["type"], "top and bottom");
     EXPECT_THAT(framesShown(movie, 160, 96), testing::ElementsAre(0, 1));
