@@ -96,7 +96,9 @@ TEST_P(KilledWriter, LeavesAMovieThatPlaysToItsLastFragment) {
     // 20 s: far enough beyond 11 s for any encoder to have given out that much.
     ASSERT_EQ(inProcess([&] {
                   Writing writing(path, GetParam());
-                  return writing.writer.startWriting() && writing.append(GetParam(), 500) == 500 ? 0 : 1;
+                  const bool isWritten = writing.writer.startWriting() && writing.append(GetParam(), 500) == 500;
+                  _exit(isWritten ? 0 : 1); // before the writer can clean up
+                  return 1;
               }),
               0);
     // The first picture with the header, the rest of the first second, ten more seconds.
