@@ -103,6 +103,7 @@ VideoInput* AssetWriter::addVideoInput(const VideoSettings& settings, FourCC pic
 void AssetWriter::State::setUp(MovieMuxer::Configuration& plan) const {
     if (plan.fileType == MovieFileType::mp4)
         plan.fragmentInterval = plan.initialFragmentInterval = MediaTime::invalid();
+    plan.plannedDuration = durationHint;
     for (const auto& video : videos)
         plan.plannedSampleCount +=
             video.plannedFrameCount > 0 ? video.plannedFrameCount : estimatedFrameCount(video.settings, durationHint);

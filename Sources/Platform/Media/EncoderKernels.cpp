@@ -82,11 +82,12 @@ Pixel readPixel(const std::uint8_t* samples) {
     return {float(samples[2]), float(samples[1]), float(samples[0]), float(samples[3]) * (alphaSteps / 255)};
 }
 
-// A half-float, clipped to 0 … 1: the bits of halves that are not negative rise with their values, and those of negative
-// ones are negative. The exponent is rebased by a multiplication, which gets subnormals right as well.
+// A half-float, clipped to 0 … 1: the bits of halves that are not negative rise with their values, and those of
+// negative ones are negative. The exponent is rebased by a multiplication, which gets subnormals right as well.
 float nominalValue(std::uint16_t half) {
     constexpr std::int16_t one = 0x3c00;
-    const auto clipped = std::clamp<std::int16_t>(std::bit_cast<std::int16_t>(half), 0, one);
+    const auto bits = std::int16_t(half);
+    const auto clipped = std::max<std::int16_t>(std::min<std::int16_t>(bits, one), 0);
     return std::bit_cast<float>(std::uint32_t(clipped) << 13) * 0x1p112F;
 }
 

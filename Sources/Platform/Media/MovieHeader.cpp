@@ -78,10 +78,9 @@ void completeEdits(const Box& elst, std::uint64_t duration) {
     }
 }
 
-} // namespace
-
-void makeOrdinary(std::vector<std::uint8_t>& moov) {
-    const Box movie{FourCC("moov"), moov};
+// Calls with the edit list and the duration of each track that has one.
+template<class Call>
+void forEachEditList(const Box& movie, const Call& call) {
     for (const auto& trak : childrenOf(movie)) {
         if (trak.type != FourCC("trak"))
             continue;
@@ -89,14 +88,27 @@ void makeOrdinary(std::vector<std::uint8_t>& moov) {
         const auto edts = childOf(trak, FourCC("edts"));
         const auto elst = edts ? childOf(*edts, FourCC("elst")) : std::nullopt;
         if (tkhd && elst)
-            completeEdits(*elst, trackDuration(*tkhd));
+            call(*elst, trackDuration(*tkhd));
     }
+}
+
+} // namespace
+
+void makeOrdinary(std::vector<std::uint8_t>& moov) {
+    const Box movie{FourCC("moov"), moov};
+    forEachEditList(movie, completeEdits);
     if (const auto mvex = childOf(movie, FourCC("mvex"))) {
         const auto start = moov.begin() + (mvex->bytes.data() - moov.data());
         moov.erase(start, start + std::ptrdiff_t(mvex->bytes.size()));
         writeBigEndian(std::span(moov).first(4), moov.size());
     }
 }
+
+void boundEdits(std::vector<std::uint8_t>& moov, std::uint64_t duration) {
+    forEachEditList({FourCC("moov"), moov}, [&](const Box& elst, std::uint64_t) { completeEdits(elst, duration); });
+}
+
+std::size_t boxSize(std::span<const std::uint8_t> box) { return std::size_t(readBigEndian(box.first(4))); }
 
 std::vector<std::uint8_t> largeBoxHeader(FourCC type, std::int64_t totalSize) {
     std::vector<std::uint8_t> header(2 * headerSize);

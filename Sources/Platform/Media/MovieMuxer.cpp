@@ -4,7 +4,9 @@
 
 #include <algorithm>
 #include <array>
+#include <limits>
 #include <new>
+#include <utility>
 
 extern "C" {
 #include <libavcodec/avcodec.h>
@@ -18,7 +20,7 @@ namespace {
 // Per sample, the largest that each table takes: stsz 4, ctts 8, stts 8, stss 4, stsc 12, co64 8 bytes.
 constexpr std::int64_t headerBytesPerSample = 44;
 // Everything else in `moov`, and spare room in which metadata can be added later without moving the media.
-constexpr std::int64_t headerBytesBesides = 1 << 16;
+constexpr std::int64_t headerBytesBesides = 1 << 14;
 constexpr std::int64_t boxHeaderSize = 8;
 constexpr std::int64_t largeBoxHeaderSize = 16;
 
@@ -27,6 +29,12 @@ constexpr std::int64_t largestFragment = 256 << 20;
 
 Error mediaError(const std::string& message) {
     return Error(message, std::string(mediaErrorDomain), mediaErrorCode::unknown);
+}
+
+void requireMovieHeader(std::span<const std::uint8_t> box) {
+    if (box.size() < boxHeaderSize || !std::ranges::equal(box.subspan(4, 4), std::string_view("moov")) ||
+        boxSize(box) < boxHeaderSize)
+        throw mediaError("The sample tables are not where they were expected");
 }
 
 bool isKeyFrame(const AVPacket& packet) { return (packet.flags & AV_PKT_FLAG_KEY) != 0; }
@@ -95,7 +103,7 @@ void MovieMuxer::writeHeader() {
     const auto headerEnd = file_.flush();
     std::array<std::uint8_t, 4> size{};
     file_.readAt(0, size);
-    fileTypeEnd_ = std::int64_t(size[0]) << 24 | size[1] << 16 | size[2] << 8 | size[3];
+    fileTypeEnd_ = std::int64_t(boxSize(size));
     if (!isFragmented()) {
         // The first sample leaves room in front of it: for `moov`, the rest of the room, and the header of `mdat`.
         mediaStart_ = fileTypeEnd_ + headerBytesBesides + headerBytesPerSample * configuration_.plannedSampleCount +
@@ -183,6 +191,27 @@ void MovieMuxer::cutFragment() {
     throwIfFailed(av_write_frame(muxer_.get(), nullptr), "Cannot write a fragment");
     lastFragmentEnd_ = file_.flush();
     bytesInFragment_ = 0;
+    if (!std::exchange(hasBoundEdits_, true))
+        boundInitialEdits();
+}
+
+// The muxer leaves the edits of the first `moov` open ("to the end", duration 0). libavformat's demuxer, for one, drops
+// the samples in that `moov` then; an edit as long as the movie is meant to become shows them all.
+void MovieMuxer::boundInitialEdits() {
+    std::array<std::uint8_t, boxHeaderSize> header{};
+    const auto start = fileTypeEnd_ + boxHeaderSize; // behind the place that is kept for the size of `mdat`
+    file_.readAt(start, header);
+    requireMovieHeader(header);
+    std::vector<std::uint8_t> moov(boxSize(header));
+    file_.readAt(start, moov);
+    const auto& planned = configuration_.plannedDuration;
+    constexpr std::int64_t longest = std::numeric_limits<std::int32_t>::max();
+    const auto duration =
+        planned.isValid() && planned.value > 0
+            ? av_rescale_rnd(planned.value, configuration_.movieTimeScale, planned.timescale, AV_ROUND_UP)
+            : longest;
+    boundEdits(moov, std::uint64_t(std::min(duration, longest)));
+    file_.writeAt(start, moov);
 }
 
 void MovieMuxer::finish() {
@@ -219,10 +248,7 @@ std::vector<std::uint8_t> MovieMuxer::takeMovieHeader() {
     throwIfFailed(av_write_trailer(muxer_.get()), "Cannot complete the movie");
     file_.flush();
     auto moov = file_.takeTail();
-    const bool isMovieHeader =
-        moov.size() >= 8 && std::ranges::equal(std::span(moov).subspan(4, 4), std::string_view("moov"));
-    if (!isMovieHeader)
-        throw mediaError("The sample tables are not where they were expected");
+    requireMovieHeader(moov);
     return moov;
 }
 

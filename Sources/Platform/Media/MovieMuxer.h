@@ -32,7 +32,8 @@ public:
         // Of the first and of all further fragments; not valid: no fragments.
         MediaTime initialFragmentInterval;
         MediaTime fragmentInterval;
-        // Samples to be expected in all tracks.
+        // What the movie is meant to become; 0 or not valid: not known. Samples are those of all tracks.
+        MediaTime plannedDuration;
         std::int64_t plannedSampleCount = 0;
     };
 
@@ -74,6 +75,7 @@ private:
     void writeNow(int track, PacketPtr packet);
     void cutBefore(const Track& track, const AVPacket& packet);
     void cutFragment();
+    void boundInitialEdits();
     void throwIfFailed(int code, std::string_view what) const;
     std::vector<std::uint8_t> takeMovieHeader();
     void layOutOrdinary(std::vector<std::uint8_t> moov);
@@ -90,6 +92,7 @@ private:
     std::int64_t mediaEnd_ = 0;
     // Fragments.
     bool hasFirstCut_ = false;
+    bool hasBoundEdits_ = false;
     double nextCutSeconds_ = 0;
     std::int64_t bytesInFragment_ = 0;
     std::int64_t lastFragmentEnd_ = 0;
