@@ -90,8 +90,8 @@ void ConversionOptions::declare(CLI::App& command) {
         ->group(source);
     command.add_flag("--swap-eyes", swapEyes, "The source's left image is the right eye")->group(source);
     command.add_option("--fov", fovDegrees, "Field of view of the output, degrees")->group(source);
-    command.add_option("--yaw", yawDegrees, "Degrees to the right")->group(source);
-    command.add_option("--pitch", pitchDegrees, "Degrees up, -90 to 90")->group(source);
+    command.add_option("--yaw", yawDegrees, "Degrees; positive looks to the right")->group(source);
+    command.add_option("--pitch", pitchDegrees, "Degrees, -90 to 90; positive looks down")->group(source);
     command.add_option("--roll", rollDegrees, "Degrees")->group(source);
     command.add_option("--theta", thetaDegrees, "Aperture of a fisheye source, 1 to 360 degrees")->group(source);
     command.add_option("--in", inSeconds, "First second of the source to take")->group(source);
