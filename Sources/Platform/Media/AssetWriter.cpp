@@ -181,19 +181,19 @@ bool AssetWriter::State::become(Status next) {
     return isAllowed;
 }
 
-// From any thread; the first failure counts.
+// From any thread; the first failure counts. Whoever sees that the writer has failed finds the file as it will stay.
 void AssetWriter::State::fail(const Error& failure) {
     {
         std::lock_guard lock(mutex);
-        if (status != Status::writing)
+        if (status != Status::writing || error)
             return;
-        status = Status::failed;
         error = failure;
     }
     logger.error("writing {} failed: {}", url.lastPathComponent(), failure.what());
-    stopInputs();
     if (muxer)
         muxer->abandon();
+    become(Status::failed);
+    stopInputs();
 }
 
 void AssetWriter::State::stopInputs() noexcept {
