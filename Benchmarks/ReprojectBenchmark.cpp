@@ -18,10 +18,9 @@ constexpr int ourFramesPerRun = 3;
 
 PixelBufferPtr chartSource() {
     VRTransform shape;
-    shape.outputFormat = ProjectionFormat::equirectangular;
-    shape.outputResolution = {sourceWidth, sourceHeight};
+    shape.sourceFormat = ProjectionFormat::equirectangular;
     auto source = PixelBuffer::make(pixelFormat::yCbCr420VideoRange, sourceWidth, sourceHeight);
-    paintSphericalTestChart(*source, shape, 0);
+    paintChartAsSource({}, shape, *source);
     return source;
 }
 
@@ -29,7 +28,7 @@ PixelBufferPtr chartSource() {
 
 // 3840x1920 equirectangular to a 2048 domemaster, 8-bit 4:2:0, the reprojection alone.
 std::vector<Comparison> reprojectBenchmark(int runs) {
-    auto device = GPUDevice::create();
+    auto device = GPUDevice::make();
     VRMetalProjectionRenderer renderer(device);
     const auto source = chartSource();
     const auto output = PixelBuffer::make(pixelFormat::yCbCr420VideoRange, domeSize, domeSize);

@@ -1,5 +1,8 @@
 #include "Panoveer/Model/Records/ClipDefaults.h"
+#include "Panoveer/Rendering/Projection/ParallelRows.h"
+#include "Panoveer/Rendering/Projection/PictureWriter.h"
 #include "Panoveer/Rendering/Projection/SphericalTestChart.h"
+#include "Panoveer/Rendering/Projection/VRProjectionMath.h"
 #include "Panoveer/Services/Export/ExportWaits.h"
 #include "Panoveer/Services/Export/VRNativeExporter.h"
 #include "Panoveer/Services/Intake/VideoMetadataReader.h"
@@ -12,9 +15,12 @@
 
 #include <CLI/CLI.hpp>
 
+#include <cmath>
+#include <cstring>
 #include <filesystem>
 #include <format>
 #include <iostream>
+#include <numbers>
 
 namespace panoveer::tool {
 
@@ -32,6 +38,36 @@ struct SampleArguments {
     std::string folder = "sample";
     bool overwrite = false;
 };
+
+// Of all that the chart shows only the yellow disc moves, between these two latitudes.
+constexpr double discBandTopDegrees = -31;
+constexpr double discBandBottomDegrees = -44;
+
+void copyPicture(const PixelBuffer& from, PixelBuffer& to) {
+    for (int plane = 0; plane < from.planeCount(); ++plane)
+        std::memcpy(to.plane(plane).data, from.plane(plane).data,
+                    from.plane(plane).rowBytes * std::size_t(from.plane(plane).height));
+}
+
+// Paints the rows that the disc crosses anew, so that a frame does not cost a whole chart.
+void repaintDiscBand(const SphericalTestChart& chart, PixelBuffer& picture) {
+    const int top = int((90 - discBandTopDegrees) / 180 * sampleHeight) / 2 * 2;
+    const int bottom = int((90 - discBandBottomDegrees) / 180 * sampleHeight) / 2 * 2;
+    const double pixelAngle = std::numbers::pi / sampleHeight;
+    PictureWriter writer(picture, VideoYCbCrMatrix::bt709);
+    const auto color = [&](double x, double y, double footprint) {
+        return chart.color(directionForEquirectUV({x / sampleWidth, y / sampleHeight}), footprint, StereoEye::left);
+    };
+    forEachRowInParallel(bottom - top, [&](int row) {
+        for (int x = 0; x < sampleWidth; ++x)
+            writer.writeLuma(x, top + row, color(x + 0.5, top + row + 0.5, pixelAngle));
+    });
+    forEachRowInParallel((bottom - top) / 2, [&](int row) {
+        for (int column = 0; column < writer.chromaColumns(); ++column)
+            writer.writeChroma(column, top / 2 + row,
+                               color(writer.chromaX(column), writer.chromaY(top / 2 + row), 2 * pixelAngle));
+    });
+}
 
 // An equirectangular movie of a spherical chart: graticule, named directions and a marker that moves along the equator.
 void writeChartMovie(const URL& url, const std::stop_token& stop) {
@@ -57,8 +93,9 @@ void writeChartMovie(const URL& url, const std::stop_token& stop) {
     writer.startSession({0, sampleFramesPerSecond});
 
     VRTransform shape;
-    shape.outputFormat = ProjectionFormat::equirectangular;
-    shape.outputResolution = {sampleWidth, sampleHeight};
+    shape.sourceFormat = ProjectionFormat::equirectangular;
+    const auto still = PixelBuffer::make(pixelFormat::yCbCr420VideoRange, sampleWidth, sampleHeight);
+    paintChartAsSource({}, shape, *still);
     PixelBufferPool pool(pixelFormat::yCbCr420VideoRange, sampleWidth, sampleHeight);
     for (int frame = 0; frame < sampleFrameCount; ++frame) {
         if (stop.stop_requested()) {
@@ -66,7 +103,8 @@ void writeChartMovie(const URL& url, const std::stop_token& stop) {
             throw Cancelled();
         }
         auto picture = pool.acquire();
-        paintSphericalTestChart(*picture, shape, double(frame) / sampleFramesPerSecond);
+        copyPicture(*still, *picture);
+        repaintDiscBand({.seconds = double(frame) / sampleFramesPerSecond}, *picture);
         require(input->append(std::move(picture), {frame, sampleFramesPerSecond}));
     }
     input->markAsFinished();

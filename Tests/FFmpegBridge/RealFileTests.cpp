@@ -191,8 +191,7 @@ TEST(RealFiles, AreProbedAndTheirFirstFramesAndSoundRead) {
         SCOPED_TRACE(name);
         std::int32_t streams = 0;
         EXPECT_EQ(PNVFFmpegProbeAudioStreams(entry.path().c_str(), nullptr, 0, &streams, nullptr, 0), 0);
-        if (streams > 0)
-            EXPECT_GE(soundBlocks(entry.path()), 1);
+        EXPECT_TRUE(streams == 0 || soundBlocks(entry.path()) >= 1);
         if (blind.contains(name)) {
             EXPECT_EQ(streams, 1);
             EXPECT_THROW(probeVideo(entry.path()), std::runtime_error);

@@ -29,8 +29,12 @@ bool isNumber(UChar32 c) {
 }
 
 std::unique_ptr<icu::Collator> makeFileNameCollator() {
+    // The POSIX locale, that of LANG=C, sorts by code and capitals first; people's names are sorted by letter there
+    // too.
+    const auto& user = icu::Locale::getDefault();
+    const auto& order = std::string_view(user.getVariant()) == "POSIX" ? icu::Locale::getRoot() : user;
     UErrorCode status = U_ZERO_ERROR;
-    std::unique_ptr<icu::Collator> collator(icu::Collator::createInstance(icu::Locale::getDefault(), status));
+    std::unique_ptr<icu::Collator> collator(icu::Collator::createInstance(order, status));
     if (U_FAILURE(status))
         return nullptr;
     collator->setAttribute(UCOL_NUMERIC_COLLATION, UCOL_ON, status);

@@ -165,7 +165,7 @@ VkDescriptorSet GPUCommandBuffer::Recording::bind(const VulkanComputePipeline& p
 void GPUCommandBuffer::Recording::finishLanes() {
     constexpr auto kernel = VK_PIPELINE_STAGE_COMPUTE_SHADER_BIT;
     constexpr auto transfer = VK_PIPELINE_STAGE_TRANSFER_BIT;
-    const bool isOneQueue = !queue->lanes().areSeparate();
+    const bool isOneQueue = !queue->lanes().areSeparate;
     if (context->upload.isRecording) {
         if (isOneQueue)
             memoryBarrier(context->upload.commands, transfer, VK_ACCESS_TRANSFER_WRITE_BIT, kernel | transfer,
@@ -196,7 +196,7 @@ void GPUCommandBuffer::Recording::submitLanes() {
     const auto add = [&](VulkanQueue* to, const CommandLane& lane) {
         if (!lane.isRecording)
             return;
-        if (submissions.empty() || lanes.areSeparate())
+        if (submissions.empty() || lanes.areSeparate)
             submissions.push_back({to, {}});
         submissions.back().commands.push_back(lane.commands);
     };
@@ -291,8 +291,8 @@ void GPUCommandBuffer::upload(const std::shared_ptr<GPUTexture>& texture, const 
     copyPicture(*texture, {staging.bytes(), tightRowBytes(*texture)}, {rows, rowBytes});
     staging.flush();
     const auto region = wholePicture(*texture);
-    vkCmdCopyBufferToImage(recording_->context->upload.open(), staging.get(), vulkan.image(), VK_IMAGE_LAYOUT_GENERAL, 1,
-                           &region);
+    vkCmdCopyBufferToImage(recording_->context->upload.open(), staging.get(), vulkan.image(), VK_IMAGE_LAYOUT_GENERAL,
+                           1, &region);
 }
 
 void GPUCommandBuffer::dispatch(const std::shared_ptr<GPUComputePipeline>& pipeline,

@@ -52,18 +52,20 @@ VkCommandBuffer CommandLane::open() {
     // What completed command buffers wrote is available; this makes it visible, without waiting for those in flight.
     const VkMemoryBarrier barrier{.sType = VK_STRUCTURE_TYPE_MEMORY_BARRIER,
                                   .dstAccessMask = VK_ACCESS_MEMORY_READ_BIT | VK_ACCESS_MEMORY_WRITE_BIT};
-    vkCmdPipelineBarrier(commands, VK_PIPELINE_STAGE_TOP_OF_PIPE_BIT, VK_PIPELINE_STAGE_ALL_COMMANDS_BIT, 0, 1, &barrier,
-                         0, nullptr, 0, nullptr);
+    vkCmdPipelineBarrier(commands, VK_PIPELINE_STAGE_TOP_OF_PIPE_BIT, VK_PIPELINE_STAGE_ALL_COMMANDS_BIT, 0, 1,
+                         &barrier, 0, nullptr, 0, nullptr);
     return commands;
 }
 
 CommandContext::CommandContext(VulkanDevice& device, const VulkanLanes& lanes)
-    : upload(makeLane(device.get(), lanes.upload->family)), compute(makeLane(device.get(), lanes.compute->family)),
-      download(makeLane(device.get(), lanes.download->family)), device_(device) {
+    : upload(makeLane(device.get(), lanes.upload->family)),
+      compute(makeLane(device.get(), lanes.compute->family)),
+      download(makeLane(device.get(), lanes.download->family)),
+      device_(device) {
     for (auto& semaphore : laneFinished)
-        semaphore = makeOwned<OwnedSemaphore>(
-            device.get(), vkCreateSemaphore, VkSemaphoreCreateInfo{.sType = VK_STRUCTURE_TYPE_SEMAPHORE_CREATE_INFO},
-            "make a semaphore");
+        semaphore = makeOwned<OwnedSemaphore>(device.get(), vkCreateSemaphore,
+                                              VkSemaphoreCreateInfo{.sType = VK_STRUCTURE_TYPE_SEMAPHORE_CREATE_INFO},
+                                              "make a semaphore");
     fence = makeOwned<OwnedFence>(device.get(), vkCreateFence,
                                   VkFenceCreateInfo{.sType = VK_STRUCTURE_TYPE_FENCE_CREATE_INFO}, "make a fence");
     descriptorPools_.push_back(makeDescriptorPool(device.get()));

@@ -45,9 +45,8 @@ VulkanComputePipeline::VulkanComputePipeline(VulkanDevice& device, std::span<con
 
     const auto module = makeOwned<OwnedShaderModule>(
         device.get(), vkCreateShaderModule,
-        VkShaderModuleCreateInfo{.sType = VK_STRUCTURE_TYPE_SHADER_MODULE_CREATE_INFO,
-                                 .codeSize = code.size_bytes(),
-                                 .pCode = code.data()},
+        VkShaderModuleCreateInfo{
+            .sType = VK_STRUCTURE_TYPE_SHADER_MODULE_CREATE_INFO, .codeSize = code.size_bytes(), .pCode = code.data()},
         "load a kernel");
     const VkComputePipelineCreateInfo info{.sType = VK_STRUCTURE_TYPE_COMPUTE_PIPELINE_CREATE_INFO,
                                            .stage = {.sType = VK_STRUCTURE_TYPE_PIPELINE_SHADER_STAGE_CREATE_INFO,
@@ -62,7 +61,8 @@ VulkanComputePipeline::VulkanComputePipeline(VulkanDevice& device, std::span<con
 }
 
 GPUComputePipeline::GPUComputePipeline(std::shared_ptr<GPUDevice> device, const ShaderFunction& function)
-    : device_(std::move(device)), name_(function.name),
+    : device_(std::move(device)),
+      name_(function.name),
       vulkan_(std::make_unique<VulkanComputePipeline>(device_->vulkan(), function.code, name_)) {}
 
 GPUComputePipeline::~GPUComputePipeline() = default;

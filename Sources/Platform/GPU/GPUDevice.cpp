@@ -24,8 +24,7 @@ const VulkanCandidate* choose(const std::vector<VulkanCandidate>& candidates, co
     using enum GPUDeviceSelection::Kind;
     switch (selection.kind) {
     case automatic: return candidates.empty() ? nullptr : &candidates.front();
-    case index:
-        return selection.index < std::ssize(candidates) ? &candidates[std::size_t(selection.index)] : nullptr;
+    case index: return selection.index < std::ssize(candidates) ? &candidates[std::size_t(selection.index)] : nullptr;
     case hardware:
     case software: {
         const auto found = std::ranges::find_if(candidates, [&](const auto& candidate) {

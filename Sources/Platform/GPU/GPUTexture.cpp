@@ -23,20 +23,20 @@ VulkanTexture::VulkanTexture(VulkanDevice& device, GPUPixelFormat format, int wi
                              std::string_view label)
     : device_(device), plan_(device.plan(format, width, height, usage)) {
     const auto& families = device.families();
-    const VkImageCreateInfo info{
-        .sType = VK_STRUCTURE_TYPE_IMAGE_CREATE_INFO,
-        .imageType = VK_IMAGE_TYPE_2D,
-        .format = plan_.format,
-        .extent = {std::uint32_t(width), std::uint32_t(height), 1},
-        .mipLevels = 1,
-        .arrayLayers = 1,
-        .samples = VK_SAMPLE_COUNT_1_BIT,
-        .tiling = plan_.tiling,
-        .usage = plan_.usage,
-        .sharingMode = families.size() > 1 ? VK_SHARING_MODE_CONCURRENT : VK_SHARING_MODE_EXCLUSIVE,
-        .queueFamilyIndexCount = families.size() > 1 ? std::uint32_t(families.size()) : 0,
-        .pQueueFamilyIndices = families.data(),
-        .initialLayout = VK_IMAGE_LAYOUT_UNDEFINED};
+    const VkImageCreateInfo info{.sType = VK_STRUCTURE_TYPE_IMAGE_CREATE_INFO,
+                                 .imageType = VK_IMAGE_TYPE_2D,
+                                 .format = plan_.format,
+                                 .extent = {std::uint32_t(width), std::uint32_t(height), 1},
+                                 .mipLevels = 1,
+                                 .arrayLayers = 1,
+                                 .samples = VK_SAMPLE_COUNT_1_BIT,
+                                 .tiling = plan_.tiling,
+                                 .usage = plan_.usage,
+                                 .sharingMode =
+                                     families.size() > 1 ? VK_SHARING_MODE_CONCURRENT : VK_SHARING_MODE_EXCLUSIVE,
+                                 .queueFamilyIndexCount = families.size() > 1 ? std::uint32_t(families.size()) : 0,
+                                 .pQueueFamilyIndices = families.data(),
+                                 .initialLayout = VK_IMAGE_LAYOUT_UNDEFINED};
     VmaAllocationCreateInfo memory{.usage = VMA_MEMORY_USAGE_AUTO_PREFER_DEVICE};
     if (plan_.isMapped)
         memory.flags = VMA_ALLOCATION_CREATE_HOST_ACCESS_RANDOM_BIT | VMA_ALLOCATION_CREATE_MAPPED_BIT;
@@ -98,7 +98,11 @@ std::shared_ptr<GPUTexture> GPUTexture::make(std::shared_ptr<GPUDevice> device, 
 
 GPUTexture::GPUTexture(std::shared_ptr<GPUDevice> device, GPUPixelFormat format, int width, int height,
                        GPUTextureUsage usage, std::string_view label)
-    : device_(std::move(device)), format_(format), usage_(usage), width_(width), height_(height),
+    : device_(std::move(device)),
+      format_(format),
+      usage_(usage),
+      width_(width),
+      height_(height),
       vulkan_(std::make_unique<VulkanTexture>(device_->vulkan(), format, width, height, usage, label)) {}
 
 GPUTexture::~GPUTexture() = default;

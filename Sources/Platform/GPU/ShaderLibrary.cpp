@@ -27,11 +27,12 @@ namespace {
 constexpr Logger logger("GPU");
 
 // Part of the cache's keys: raised when the compiler's options change.
-constexpr std::string_view compilerOptions = "vulkan1.2 spirv1.5 performance";
+constexpr std::string_view compilerOptions = "vulkan1.2 spirv1.5 unoptimized";
 
 std::string sha256(std::string_view text) {
     const std::unique_ptr<char, decltype(&g_free)> digest(
-        g_compute_checksum_for_data(G_CHECKSUM_SHA256, reinterpret_cast<const guchar*>(text.data()), text.size()), g_free);
+        g_compute_checksum_for_data(G_CHECKSUM_SHA256, reinterpret_cast<const guchar*>(text.data()), text.size()),
+        g_free);
     return digest.get();
 }
 
@@ -129,7 +130,7 @@ std::vector<std::uint32_t> ShaderLibrary::compile(const std::string& macro) cons
     shaderc::CompileOptions options;
     options.SetTargetEnvironment(shaderc_target_env_vulkan, shaderc_env_version_vulkan_1_2);
     options.SetTargetSpirv(shaderc_spirv_version_1_5);
-    options.SetOptimizationLevel(shaderc_optimization_level_performance);
+    options.SetOptimizationLevel(shaderc_optimization_level_zero);
     options.AddMacroDefinition(macro);
     const auto result = shaderc::Compiler().CompileGlslToSpv(source_, shaderc_compute_shader, name_.c_str(), options);
     if (result.GetCompilationStatus() != shaderc_compilation_status_success)

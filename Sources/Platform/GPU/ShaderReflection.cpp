@@ -31,9 +31,9 @@ ShaderReflection reflect(std::span<const std::uint32_t> code) {
         throw Error("The compiled kernel is damaged");
 
     ShaderReflection reflection;
-    std::map<std::uint32_t, std::uint32_t> bindings;   // variable -> binding
-    std::map<std::uint32_t, bool> storageByImageType;  // image type -> is storage
-    std::map<std::uint32_t, std::uint32_t> pointees;   // pointer type -> type
+    std::map<std::uint32_t, std::uint32_t> bindings;  // variable -> binding
+    std::map<std::uint32_t, bool> storageByImageType; // image type -> is storage
+    std::map<std::uint32_t, std::uint32_t> pointees;  // pointer type -> type
     for (std::size_t at = headerWords; at < code.size();) {
         const auto opcode = code[at] & 0xffff;
         const auto length = code[at] >> 16;

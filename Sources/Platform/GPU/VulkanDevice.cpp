@@ -66,8 +66,11 @@ void VulkanQueue::waitIdle() {
 }
 
 VulkanDevice::VulkanDevice(std::unique_ptr<VulkanInstance> instance, const VulkanCandidate& candidate)
-    : instance_(std::move(instance)), physical_(candidate.device), computeFamily_(candidate.computeFamily),
-      isSoftware_(candidate.description.isSoftware) {
+    : instance_(std::move(instance)),
+      physical_(candidate.device),
+      computeFamily_(candidate.computeFamily),
+      isSoftware_(candidate.description.isSoftware),
+      mapsTextures_(isSoftware_) {
     makeDevice();
     try {
         makeAllocator();
@@ -91,7 +94,8 @@ bool VulkanDevice::hasExtension(const char* name) const {
     vkEnumerateDeviceExtensionProperties(physical_, nullptr, &count, nullptr);
     std::vector<VkExtensionProperties> extensions(count);
     vkEnumerateDeviceExtensionProperties(physical_, nullptr, &count, extensions.data());
-    return std::ranges::any_of(extensions, [&](const auto& entry) { return std::strcmp(entry.extensionName, name) == 0; });
+    return std::ranges::any_of(extensions,
+                               [&](const auto& entry) { return std::strcmp(entry.extensionName, name) == 0; });
 }
 
 void VulkanDevice::makeDevice() {
@@ -100,7 +104,8 @@ void VulkanDevice::makeDevice() {
     std::vector<VkQueueFamilyProperties> families(familyCount);
     vkGetPhysicalDeviceQueueFamilyProperties(physical_, &familyCount, families.data());
 
-    const QueueFamilyChoice compute{computeFamily_, std::min(families[computeFamily_].queueCount, maximumComputeQueues)};
+    const QueueFamilyChoice compute{computeFamily_,
+                                    std::min(families[computeFamily_].queueCount, maximumComputeQueues)};
     const QueueFamilyChoice transfer = transferFamily(families);
     const std::array<float, maximumComputeQueues> priorities{1, 1, 1, 1};
     std::vector<VkDeviceQueueCreateInfo> queues;
@@ -116,9 +121,9 @@ void VulkanDevice::makeDevice() {
 
     VkPhysicalDeviceFeatures available;
     vkGetPhysicalDeviceFeatures(physical_, &available);
-    const VkPhysicalDeviceFeatures features{
-        .shaderStorageImageExtendedFormats = available.shaderStorageImageExtendedFormats,
-        .shaderStorageImageWriteWithoutFormat = VK_TRUE};
+    const VkPhysicalDeviceFeatures features{.shaderStorageImageExtendedFormats =
+                                                available.shaderStorageImageExtendedFormats,
+                                            .shaderStorageImageWriteWithoutFormat = VK_TRUE};
     std::vector<const char*> extensions;
     if (hasExtension(VK_EXT_MEMORY_BUDGET_EXTENSION_NAME))
         extensions.push_back(VK_EXT_MEMORY_BUDGET_EXTENSION_NAME);
@@ -155,8 +160,8 @@ void VulkanDevice::makeAllocator() {
 VulkanLanes VulkanDevice::nextLanes() {
     auto* compute = computeQueues_[lanesHandedOut_++ % computeQueues_.size()].get();
     if (transferQueues_.empty())
-        return {compute, compute, compute};
-    return {transferQueues_.front().get(), compute, transferQueues_.back().get()};
+        return {compute, compute, compute, separatesLanes_};
+    return {transferQueues_.front().get(), compute, transferQueues_.back().get(), true};
 }
 
 // Kernels declare no format for what they write. Which formats may be written so is told since Vulkan 1.3; before,
@@ -178,8 +183,8 @@ bool VulkanDevice::writesWithoutFormat(VkFormat format, VkImageTiling tiling) co
 
 bool VulkanDevice::supports(const VulkanFormatPlan& plan, int width, int height) const {
     VkImageFormatProperties properties;
-    return vkGetPhysicalDeviceImageFormatProperties(physical_, plan.format, VK_IMAGE_TYPE_2D, plan.tiling, plan.usage, 0,
-                                                    &properties) == VK_SUCCESS &&
+    return vkGetPhysicalDeviceImageFormatProperties(physical_, plan.format, VK_IMAGE_TYPE_2D, plan.tiling, plan.usage,
+                                                    0, &properties) == VK_SUCCESS &&
            std::uint32_t(width) <= properties.maxExtent.width && std::uint32_t(height) <= properties.maxExtent.height &&
            (!(plan.usage & VK_IMAGE_USAGE_STORAGE_BIT) || writesWithoutFormat(plan.format, plan.tiling));
 }
@@ -193,7 +198,7 @@ VulkanFormatPlan VulkanDevice::plan(GPUPixelFormat format, int width, int height
         plans.push_back(wanted);
     }
     for (auto plan : plans) {
-        if (isSoftware_) {
+        if (mapsTextures_) {
             auto mapped = plan;
             mapped.tiling = VK_IMAGE_TILING_LINEAR;
             mapped.isMapped = true;
@@ -203,8 +208,8 @@ VulkanFormatPlan VulkanDevice::plan(GPUPixelFormat format, int width, int height
         if (supports(plan, width, height))
             return plan;
     }
-    throw Error(localized("error.gpu.texture_unsupported", name(format), width, height), std::string(gpuErrorDomain),
-                VK_ERROR_FORMAT_NOT_SUPPORTED);
+    throw Error(localized("error.gpu.texture_unsupported", name(format), std::to_string(width), std::to_string(height)),
+                std::string(gpuErrorDomain), VK_ERROR_FORMAT_NOT_SUPPORTED);
 }
 
 void VulkanDevice::initializeLayout(VkImage image) {
@@ -231,8 +236,8 @@ void VulkanDevice::initializeLayout(VkImage image) {
                                        .dstQueueFamilyIndex = VK_QUEUE_FAMILY_IGNORED,
                                        .image = image,
                                        .subresourceRange = {VK_IMAGE_ASPECT_COLOR_BIT, 0, 1, 0, 1}};
-    vkCmdPipelineBarrier(commands, VK_PIPELINE_STAGE_TOP_OF_PIPE_BIT, VK_PIPELINE_STAGE_BOTTOM_OF_PIPE_BIT, 0, 0, nullptr,
-                         0, nullptr, 1, &barrier);
+    vkCmdPipelineBarrier(commands, VK_PIPELINE_STAGE_TOP_OF_PIPE_BIT, VK_PIPELINE_STAGE_BOTTOM_OF_PIPE_BIT, 0, 0,
+                         nullptr, 0, nullptr, 1, &barrier);
     check(vkEndCommandBuffer(commands), "record commands");
     const VkSubmitInfo submission{
         .sType = VK_STRUCTURE_TYPE_SUBMIT_INFO, .commandBufferCount = 1, .pCommandBuffers = &commands};

@@ -30,8 +30,7 @@ struct VulkanLanes {
     VulkanQueue* upload = nullptr;
     VulkanQueue* compute = nullptr;
     VulkanQueue* download = nullptr;
-
-    bool areSeparate() const { return upload != compute; }
+    bool areSeparate = false; // submitted each for itself, with semaphores between them
 };
 
 // How a format of the program is held by this device.
@@ -67,8 +66,12 @@ public:
     // Throws Error when the device cannot hold such a texture.
     VulkanFormatPlan plan(GPUPixelFormat format, int width, int height, GPUTextureUsage usage) const;
 
-    // From now on kernels do not write this format, whatever the device says of it.
+    // Makes another device of this one, so that each road through this layer can be tried on any machine: one whose
+    // kernels cannot write a format, whose textures the processor does not reach, or that has copy engines (which are
+    // the compute queue in truth). To be called before the first texture or queue is made.
     void forbidStorage(VkFormat format) { forbiddenStorage_.push_back(format); }
+    void forbidMappedTextures() { mapsTextures_ = false; }
+    void separateLanes() { separatesLanes_ = true; }
 
     // Fresh images leave the undefined layout here, once; afterwards all live in the general one.
     void initializeLayout(VkImage image);
@@ -93,12 +96,14 @@ private:
     VkPhysicalDevice physical_;
     std::uint32_t computeFamily_;
     bool isSoftware_;
+    bool mapsTextures_; // copies within the processor's own memory are copies too many
     VkDevice device_ = VK_NULL_HANDLE;
     VmaAllocator allocator_ = VK_NULL_HANDLE;
     std::vector<std::unique_ptr<VulkanQueue>> computeQueues_;
     std::vector<std::unique_ptr<VulkanQueue>> transferQueues_; // none, one, or two: uploads and downloads
     std::vector<std::uint32_t> families_;
     std::vector<VkFormat> forbiddenStorage_;
+    bool separatesLanes_ = false;
     std::atomic<std::uint32_t> lanesHandedOut_ = 0;
     std::unique_ptr<StagingPool> staging_;
 };

@@ -35,7 +35,8 @@ bool hasInstanceExtension(const char* name) {
     vkEnumerateInstanceExtensionProperties(nullptr, &count, nullptr);
     std::vector<VkExtensionProperties> extensions(count);
     vkEnumerateInstanceExtensionProperties(nullptr, &count, extensions.data());
-    return std::ranges::any_of(extensions, [&](const auto& entry) { return std::strcmp(entry.extensionName, name) == 0; });
+    return std::ranges::any_of(extensions,
+                               [&](const auto& entry) { return std::strcmp(entry.extensionName, name) == 0; });
 }
 
 VkBool32 onValidationMessage(VkDebugUtilsMessageSeverityFlagBitsEXT severity, VkDebugUtilsMessageTypeFlagsEXT,
@@ -104,9 +105,8 @@ std::unique_ptr<VulkanInstance> VulkanInstance::make() {
     if (validates)
         extensions.push_back(VK_EXT_VALIDATION_FEATURES_EXTENSION_NAME);
 
-    const VkApplicationInfo application{.sType = VK_STRUCTURE_TYPE_APPLICATION_INFO,
-                                        .pApplicationName = "Panoveer Studio",
-                                        .apiVersion = usedVersion};
+    const VkApplicationInfo application{
+        .sType = VK_STRUCTURE_TYPE_APPLICATION_INFO, .pApplicationName = "Panoveer Studio", .apiVersion = usedVersion};
     const VkValidationFeatureEnableEXT synchronization = VK_VALIDATION_FEATURE_ENABLE_SYNCHRONIZATION_VALIDATION_EXT;
     const VkValidationFeaturesEXT validation{.sType = VK_STRUCTURE_TYPE_VALIDATION_FEATURES_EXT,
                                              .enabledValidationFeatureCount = 1,
@@ -134,13 +134,13 @@ std::unique_ptr<VulkanInstance> VulkanInstance::make() {
 void VulkanInstance::startValidation() {
     const auto create = reinterpret_cast<PFN_vkCreateDebugUtilsMessengerEXT>(
         vkGetInstanceProcAddr(instance_, "vkCreateDebugUtilsMessengerEXT"));
-    const VkDebugUtilsMessengerCreateInfoEXT info{
-        .sType = VK_STRUCTURE_TYPE_DEBUG_UTILS_MESSENGER_CREATE_INFO_EXT,
-        .messageSeverity =
-            VK_DEBUG_UTILS_MESSAGE_SEVERITY_WARNING_BIT_EXT | VK_DEBUG_UTILS_MESSAGE_SEVERITY_ERROR_BIT_EXT,
-        .messageType = VK_DEBUG_UTILS_MESSAGE_TYPE_VALIDATION_BIT_EXT | VK_DEBUG_UTILS_MESSAGE_TYPE_PERFORMANCE_BIT_EXT,
-        .pfnUserCallback = onValidationMessage,
-        .pUserData = &messageCount_};
+    const VkDebugUtilsMessengerCreateInfoEXT info{.sType = VK_STRUCTURE_TYPE_DEBUG_UTILS_MESSENGER_CREATE_INFO_EXT,
+                                                  .messageSeverity = VK_DEBUG_UTILS_MESSAGE_SEVERITY_WARNING_BIT_EXT |
+                                                                     VK_DEBUG_UTILS_MESSAGE_SEVERITY_ERROR_BIT_EXT,
+                                                  .messageType = VK_DEBUG_UTILS_MESSAGE_TYPE_VALIDATION_BIT_EXT |
+                                                                 VK_DEBUG_UTILS_MESSAGE_TYPE_PERFORMANCE_BIT_EXT,
+                                                  .pfnUserCallback = onValidationMessage,
+                                                  .pUserData = &messageCount_};
     if (create)
         create(instance_, &info, nullptr, &messenger_);
 }

@@ -184,9 +184,8 @@ AssetImage AssetImageGenerator::copyImage(double seconds, std::stop_token stop) 
     state.interrupt = false;
     const std::stop_callback interruption(stop, [&state] { state.interrupt = true; });
     seconds = std::max(seconds, 0.0);
-    // Written so that a time that is no number has no picture either.
     const double last = state.asset->durationSeconds();
-    if (!(last <= 0 || seconds <= last + state.toleranceBefore + timeTolerance))
+    if (!std::isfinite(seconds) || (last > 0 && seconds > last + state.toleranceBefore + timeTolerance))
         throw state.noPicture(seconds);
     try {
         state.open();

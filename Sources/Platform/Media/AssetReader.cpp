@@ -18,6 +18,8 @@ constexpr Logger logger("Media");
 // Times come from rationals through doubles: nearer than this they are the same.
 constexpr double timeTolerance = 1e-6;
 
+constexpr double latestStart = 1e9; // seconds: behind the end of any movie
+
 } // namespace
 
 struct AssetReader::State {
@@ -78,7 +80,8 @@ struct AssetReader::State {
 AssetReader::AssetReader(std::shared_ptr<const MediaAsset> asset, double startSeconds, double endSeconds)
     : state_(std::make_unique<State>()) {
     state_->asset = std::move(asset);
-    state_->startSeconds = std::max(startSeconds, 0.0);
+    // No number at all counts as the head, like a negative one.
+    state_->startSeconds = startSeconds > 0 ? std::min(startSeconds, latestStart) : 0;
     state_->endSeconds = endSeconds;
 }
 

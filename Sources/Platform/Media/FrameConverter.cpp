@@ -58,16 +58,23 @@ bool isAligned(const void* data, int rowBytes) {
            std::size_t(rowBytes) % alignment == 0;
 }
 
-// Three planes of native words, nothing packed, nothing shifted, no alpha.
+// Planes of native words, nothing packed, nothing shifted: Y', Cb, Cr, and alpha where the format has it.
 bool isPlanarYCbCr(const AVPixFmtDescriptor& format) {
-    const auto barred = AV_PIX_FMT_FLAG_RGB | AV_PIX_FMT_FLAG_ALPHA | AV_PIX_FMT_FLAG_HWACCEL | AV_PIX_FMT_FLAG_BE |
-                        AV_PIX_FMT_FLAG_FLOAT | AV_PIX_FMT_FLAG_PAL | AV_PIX_FMT_FLAG_BITSTREAM;
-    if (format.nb_components != 3 || (format.flags & barred) != 0)
+    const auto barred = AV_PIX_FMT_FLAG_RGB | AV_PIX_FMT_FLAG_HWACCEL | AV_PIX_FMT_FLAG_BE | AV_PIX_FMT_FLAG_FLOAT |
+                        AV_PIX_FMT_FLAG_PAL | AV_PIX_FMT_FLAG_BITSTREAM;
+    if (format.nb_components < 3 || (format.flags & barred) != 0)
         return false;
-    for (int i = 0; i < 3; ++i)
+    for (int i = 0; i < format.nb_components; ++i)
         if (format.comp[i].plane != i || format.comp[i].shift != 0 || format.comp[i].depth != format.comp[0].depth)
             return false;
     return true;
+}
+
+bool hasAlpha(const AVPixFmtDescriptor& format) { return (format.flags & AV_PIX_FMT_FLAG_ALPHA) != 0; }
+
+// Left and midway between rows is what MPEG codecs mean when they say nothing.
+AVChromaLocation chromaLocation(const AVFrame& frame) {
+    return frame.chroma_location == AVCHROMA_LOC_UNSPECIFIED ? AVCHROMA_LOC_LEFT : frame.chroma_location;
 }
 
 // The matrix that Y'CbCr without a matrix is taken to have: that of its generation, as players do.
@@ -149,6 +156,8 @@ PixelBufferPtr FrameConverter::convert(FramePtr frame) {
         picture = adopt(frame);
         if (!picture)
             picture = rewrite(frame);
+        if (!picture)
+            picture = makeBGRA(*frame);
     }
     if (!picture)
         picture = scale(*frame);
@@ -225,6 +234,32 @@ PixelBufferPtr FrameConverter::rewrite(FramePtr& frame) {
                               std::make_shared<Owner>(std::move(frame), std::move(memory)));
 }
 
+PixelBufferPtr FrameConverter::makeBGRA(const AVFrame& frame) {
+    const auto* source = av_pix_fmt_desc_get(AVPixelFormat(frame.format));
+    YCbCrShape shape;
+    if (format_ != pixelFormat::bgra || !source || !isPlanarYCbCr(*source) || source->log2_chroma_w > 1 ||
+        source->log2_chroma_h > 1 ||
+        !lumaWeights(matrixOf(frame, completed(color_, colorAttachments(frame))), shape.kr, shape.kb) ||
+        av_chroma_location_enum_to_pos(&shape.chromaX, &shape.chromaY, chromaLocation(frame)) < 0)
+        return nullptr;
+    shape.depth = source->comp[0].depth;
+    shape.isFullRange = isFullRange(frame);
+    shape.hasAlpha = hasAlpha(*source);
+    shape.chromaWidthShift = source->log2_chroma_w;
+    shape.chromaHeightShift = source->log2_chroma_h;
+    if (!bgraKernel_ || bgraKernel_->shape() != shape)
+        bgraKernel_.emplace(shape);
+
+    YCbCrPlanes planes{.width = frame.width, .height = frame.height};
+    for (int i = 0; i < source->nb_components; ++i) {
+        planes.data[i] = reinterpret_cast<const std::byte*>(frame.data[i]);
+        planes.rowBytes[i] = frame.linesize[i];
+    }
+    auto picture = acquire(frame.width, frame.height);
+    bgraKernel_->convert(planes, picture->plane(0).data, picture->plane(0).rowBytes);
+    return picture;
+}
+
 PixelBufferPtr FrameConverter::acquire(int width, int height) {
     if (!pool_ || pool_->width() != width || pool_->height() != height)
         pool_.emplace(format_, width, height);
@@ -248,7 +283,7 @@ ScalerPtr makeScaler(const AVFrame& frame, AVPixelFormat format, int width, int 
     set("dst_format", format);
     set("sws_flags", (isMuchSmaller ? SWS_AREA : SWS_BICUBIC) | SWS_ACCURATE_RND | SWS_FULL_CHR_H_INT);
     set("threads", 0);
-    // Where chroma samples lie beside luma ones, in 1/256 of a luma pixel; left and midway is what MPEG codecs mean.
+    // Where chroma samples lie beside luma ones, in 1/256 of a luma pixel.
     const auto setSiting = [&](AVPixelFormat pixels, AVChromaLocation location, const char* xName, const char* yName) {
         const auto* description = av_pix_fmt_desc_get(pixels);
         int x = 0, y = 0;
@@ -259,9 +294,7 @@ ScalerPtr makeScaler(const AVFrame& frame, AVPixelFormat format, int width, int 
         if (description->log2_chroma_h != 0)
             set(yName, y);
     };
-    const bool isSited = frame.chroma_location != AVCHROMA_LOC_UNSPECIFIED;
-    setSiting(AVPixelFormat(frame.format), isSited ? frame.chroma_location : AVCHROMA_LOC_LEFT, "src_h_chr_pos",
-              "src_v_chr_pos");
+    setSiting(AVPixelFormat(frame.format), chromaLocation(frame), "src_h_chr_pos", "src_v_chr_pos");
     setSiting(format, AVCHROMA_LOC_LEFT, "dst_h_chr_pos", "dst_v_chr_pos");
     if (const int code = sws_init_context(context.get(), nullptr, nullptr); code < 0)
         throw libavError("Cannot convert the picture", code, mediaErrorCode::operationNotSupported);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Platform/Media/BGRAKernel.h"
 #include "Platform/Media/MediaSupport.h"
 #include "Platform/Media/PixelBuffer.h"
 #include "Platform/Media/PlaneKernels.h"
@@ -13,7 +14,8 @@ namespace panoveer {
 //   1. adopts the decoder's planes where they are the asked ones already; of planar 8-bit Y'CbCr the luma plane, beside
 //      chroma that is interleaved here;
 //   2. else, with the chroma resolution unchanged, rewrites planar Y'CbCr row by row: interleaving, depth, range;
-//   3. else lets libswscale do it, with the frame's matrix, range and chroma siting: BGRA, and the rare rest.
+//   3. makes BGRA of planar Y'CbCr in float, with the frame's matrix, range and chroma siting;
+//   4. else lets libswscale do it by the same rules: scaling, and the rare rest.
 // One thread at a time. Not for other layers.
 class FrameConverter {
 public:
@@ -35,6 +37,7 @@ private:
 
     PixelBufferPtr adopt(FramePtr& frame) const;
     PixelBufferPtr rewrite(FramePtr& frame);
+    PixelBufferPtr makeBGRA(const AVFrame& frame);
     PixelBufferPtr scale(const AVFrame& frame);
     void interleaveChroma(const AVFrame& frame, const SampleMapper& mapper, const PixelPlane& target) const;
     PixelBufferPtr acquire(int width, int height);
@@ -52,6 +55,7 @@ private:
         SampleMapper luma, chroma;
     };
     std::optional<Mappers> mappers_;
+    std::optional<BGRAKernel> bgraKernel_;
 };
 
 } // namespace panoveer

@@ -41,7 +41,7 @@ struct VideoTrack {
 
 struct AudioTrack {
     int streamIndex = 0;
-    FourCC codecType;
+    FourCC codecType; // 0 where the container gives none
     int channelCount = 0;
     double sampleRate = 0;
 };

@@ -1,5 +1,11 @@
 #include "Platform/Media/MediaSupport.h"
 
+#include "Platform/Core/Log.h"
+#include "Platform/Core/Text.h"
+
+#include <cerrno>
+#include <cstdarg>
+#include <mutex>
 #include <new>
 
 extern "C" {
@@ -9,6 +15,27 @@ extern "C" {
 }
 
 namespace panoveer {
+
+namespace {
+
+constexpr Logger logger("Media");
+
+// libav's remarks on a file belong into the log, not between a program's own lines on standard error.
+void takeOverMessages() {
+    static std::once_flag once;
+    std::call_once(once, [] {
+        av_log_set_callback([](void* object, int level, const char* format, std::va_list arguments) {
+            if (level > AV_LOG_WARNING)
+                return;
+            char line[512];
+            int printPrefix = 1;
+            av_log_format_line2(object, level, format, arguments, line, sizeof line, &printPrefix);
+            logger.debug("{}", trimmed(line));
+        });
+    });
+}
+
+} // namespace
 
 void LibAVDeleter::operator()(AVCodecContext* context) const noexcept { avcodec_free_context(&context); }
 void LibAVDeleter::operator()(AVCodecParameters* parameters) const noexcept { avcodec_parameters_free(&parameters); }
@@ -45,12 +72,27 @@ Error libavError(std::string_view what, int code, int mediaCode) {
 
 Error outOfMemoryError() { return Error("Out of memory", std::string(mediaErrorDomain), mediaErrorCode::outOfMemory); }
 
+Error currentError() {
+    try {
+        throw;
+    } catch (const Error& error) {
+        return error;
+    } catch (const std::bad_alloc&) {
+        return outOfMemoryError();
+    } catch (const std::exception& error) {
+        return Error(error.what(), std::string(mediaErrorDomain), mediaErrorCode::unknown);
+    }
+}
+
+void limitLibAVLog() { av_log_set_level(AV_LOG_ERROR); }
+
 std::string nameInMessages(const URL& url) { return url.lastPathComponent(); }
 
 InputPtr openMovie(const URL& url, const std::atomic<bool>* interrupt) {
     if (!url.isFileURL())
         throw Error("Not a file: " + url.absoluteString(), std::string(mediaErrorDomain),
                     mediaErrorCode::fileFormatNotRecognized);
+    takeOverMessages();
     auto* context = avformat_alloc_context();
     if (!context)
         throw std::bad_alloc();
@@ -65,8 +107,10 @@ InputPtr openMovie(const URL& url, const std::atomic<bool>* interrupt) {
     // Playlists and external references inside a movie must not reach out to the network.
     av_dict_set(&options, "protocol_whitelist", "file", 0);
     // The prefix keeps a colon in a file name from being taken for a protocol.
-    const int code = avformat_open_input(&context, ("file:" + url.path().string()).c_str(), nullptr, &options);
+    int code = avformat_open_input(&context, ("file:" + url.path().string()).c_str(), nullptr, &options);
     av_dict_free(&options);
+    if (code == AVERROR(EINVAL)) // a container that is not on the list
+        code = AVERROR_INVALIDDATA;
     if (code < 0) // the context is freed already
         throw libavError(nameInMessages(url), code, mediaErrorCode::fileFormatNotRecognized);
     return InputPtr(context);

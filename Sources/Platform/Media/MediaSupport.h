@@ -29,6 +29,7 @@ inline constexpr int fileFormatNotRecognized = -11828;
 inline constexpr int fileFailedToParse = -11829;
 inline constexpr int noImageAtTime = -11832;
 inline constexpr int decoderNotFound = -11833;
+inline constexpr int encoderNotFound = -11834;
 inline constexpr int operationNotSupported = -11849;
 } // namespace mediaErrorCode
 
@@ -58,11 +59,17 @@ Error libavError(std::string_view what, int code, int mediaCode = mediaErrorCode
 
 Error outOfMemoryError();
 
+// The exception that is being handled, as an Error. Only within a catch block.
+Error currentError();
+
+// Keeps libav's own log on standard error to errors.
+void limitLibAVLog();
+
 // The name that messages give to a file: its last component.
 std::string nameInMessages(const URL& url);
 
 // Opens a file with one of the demuxers of the native road and no other. Blocking reads end with an error once
-// `*interrupt` is true. Throws Error.
+// `*interrupt` is true. Throws Error, or Cancelled when interrupted.
 InputPtr openMovie(const URL& url, const std::atomic<bool>* interrupt = nullptr);
 
 // A little-endian codec tag of libav; 0 stays 0.

@@ -16,10 +16,6 @@ namespace {
 // Times come from rationals through doubles: nearer than this they are the same.
 constexpr double timeTolerance = 1e-6;
 
-// Frames that nothing refers to are not decoded when they end this long before the wanted time. The margin covers
-// containers whose packet durations belong to the decoding order.
-constexpr double discardMargin = 1.0;
-
 bool containerHasPresentationTimes(const AVFormatContext& input) {
     return std::string_view(input.iformat->name) != "avi";
 }
@@ -39,6 +35,8 @@ MovieDecoder::MovieDecoder(const MediaAsset& asset, const VideoTrack& track, con
     if (!containerHasPresentationTimes(*input_))
         if (const int code = avformat_find_stream_info(input_.get(), nullptr); code < 0)
             throw libavError(name_, code, mediaErrorCode::fileFailedToParse);
+    takesDecodingTimes_ =
+        !containerHasPresentationTimes(*input_) && track.decoderParameters && track.decoderParameters->video_delay > 0;
     if (streamIndex_ >= int(input_->nb_streams) || !track.decoderParameters)
         throw Error(name_ + ": the video track is missing", std::string(mediaErrorDomain),
                     mediaErrorCode::invalidSourceMedia);
@@ -82,18 +80,25 @@ void MovieDecoder::throwIfInterrupted() const {
         throw Cancelled();
 }
 
+void MovieDecoder::resetTimes() {
+    constexpr double longAgo = -std::numeric_limits<double>::infinity();
+    ahead_.clear();
+    decodingTimes_.clear();
+    lastSeconds_ = latestCandidate_ = longAgo;
+    wantedSeconds_.reset();
+}
+
 // Puts demuxer and decoder on the last key frame that is stored at or before a time.
 void MovieDecoder::seek(double seconds) {
     throwIfInterrupted();
-    ahead_.clear();
-    lastSeconds_ = -std::numeric_limits<double>::infinity();
-    wantedSeconds_ = -std::numeric_limits<double>::infinity();
+    resetTimes();
     if (isAtHead_ && seconds <= 0)
         return;
     int code = av_seek_frame(input_.get(), streamIndex_, streamTime(std::max(seconds, 0.0)), AVSEEK_FLAG_BACKWARD);
     // A file without an index may know its head only.
     if (code < 0)
         code = avformat_seek_file(input_.get(), -1, INT64_MIN, INT64_MIN, INT64_MAX, 0);
+    throwIfInterrupted();
     if (code < 0)
         throw libavError(name_ + ": cannot seek", code, mediaErrorCode::decodeFailed);
     avcodec_flush_buffers(decoder_.get());
@@ -126,7 +131,7 @@ void MovieDecoder::skipTo(double seconds) {
     }
     if (shown)
         ahead_.push_front(std::move(*shown));
-    wantedSeconds_ = -std::numeric_limits<double>::infinity();
+    wantedSeconds_.reset();
 }
 
 std::optional<DecodedFrame> MovieDecoder::keyFrame(double seconds) {
@@ -137,8 +142,7 @@ std::optional<DecodedFrame> MovieDecoder::keyFrame(double seconds) {
         readPacket();
     }
     if (!isDraining_) {
-        if (const int code = avcodec_send_packet(decoder_.get(), packet_.get()); code < 0)
-            noteDecodeError(code);
+        send(*packet_);
         av_packet_unref(packet_.get());
         // The end of the stream makes the decoder give its picture away without waiting for more.
         avcodec_send_packet(decoder_.get(), nullptr);
@@ -202,13 +206,30 @@ void MovieDecoder::feed() {
         avcodec_send_packet(decoder_.get(), nullptr);
         return;
     }
-    const bool hasTime = packet_->pts != AV_NOPTS_VALUE;
-    const bool isWellBefore =
-        hasTime && movieSeconds(packet_->pts + packet_->duration) + discardMargin < wantedSeconds_;
-    decoder_->skip_frame = isWellBefore ? AVDISCARD_NONREF : AVDISCARD_DEFAULT;
-    if (const int code = avcodec_send_packet(decoder_.get(), packet_.get()); code < 0)
-        noteDecodeError(code);
+    decoder_->skip_frame = isSuperseded(*packet_) ? AVDISCARD_NONREF : AVDISCARD_DEFAULT;
+    send(*packet_);
     av_packet_unref(packet_.get());
+}
+
+// Whether another picture takes the place of this one before the wanted time. It then needs no decoding, unless others
+// refer to it.
+bool MovieDecoder::isSuperseded(const AVPacket& packet) {
+    if (!wantedSeconds_ || takesDecodingTimes_ || packet.pts == AV_NOPTS_VALUE)
+        return false;
+    const double seconds = movieSeconds(packet.pts);
+    if (seconds < latestCandidate_)
+        return true;
+    if (seconds <= *wantedSeconds_)
+        latestCandidate_ = seconds;
+    return false;
+}
+
+void MovieDecoder::send(const AVPacket& packet) {
+    const int code = avcodec_send_packet(decoder_.get(), &packet);
+    if (code < 0)
+        noteDecodeError(code);
+    else if (takesDecodingTimes_ && packet.dts != AV_NOPTS_VALUE)
+        decodingTimes_.push_back(packet.dts);
 }
 
 // The track's next packet, or isDraining_.
@@ -266,7 +287,10 @@ DecodedFrame MovieDecoder::timed(FramePtr frame) {
     const auto base = decoder_->pkt_timebase;
     if (result.frame->duration > 0)
         result.durationSeconds = double(result.frame->duration) * base.num / base.den;
-    if (result.frame->best_effort_timestamp != AV_NOPTS_VALUE)
+    if (takesDecodingTimes_ && !decodingTimes_.empty()) {
+        result.seconds = movieSeconds(decodingTimes_.front());
+        decodingTimes_.pop_front();
+    } else if (result.frame->best_effort_timestamp != AV_NOPTS_VALUE)
         result.seconds = movieSeconds(result.frame->best_effort_timestamp);
     else if (std::isfinite(lastSeconds_))
         result.seconds = lastSeconds_ + frameSeconds_;

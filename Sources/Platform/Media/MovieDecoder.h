@@ -52,6 +52,9 @@ private:
     void seek(double seconds);
     std::optional<DecodedFrame> decodeNext();
     void feed();
+    void send(const AVPacket& packet);
+    bool isSuperseded(const AVPacket& packet);
+    void resetTimes();
     void readPacket();
     void noteEndOfInput(int code);
     bool isTruncated() const;
@@ -73,9 +76,15 @@ private:
     std::deque<DecodedFrame> ahead_; // decoded already
     bool isAtHead_ = true;           // nothing read yet
     bool isDraining_ = false;
-    double lastSeconds_ = -std::numeric_limits<double>::infinity();   // of the frame decoded last
-    double wantedSeconds_ = -std::numeric_limits<double>::infinity(); // frames well before this are not shown
-    std::optional<Error> readError_; // thrown once the decoder has given its last frame
+    double lastSeconds_ = -std::numeric_limits<double>::infinity(); // of the frame decoded last
+    // While a frame is being looked for: its time, and the latest packet so far that begins no later.
+    std::optional<double> wantedSeconds_;
+    double latestCandidate_ = -std::numeric_limits<double>::infinity();
+    // A container of decoding times alone (AVI) says when each picture is due, not which one is: the pictures take the
+    // times of the packets as they come.
+    bool takesDecodingTimes_ = false;
+    std::deque<std::int64_t> decodingTimes_; // of packets whose pictures are to come
+    std::optional<Error> readError_;         // thrown once the decoder has given its last frame
     std::optional<Error> decodeError_;
     std::int64_t decodedFrameCount_ = 0;
     std::int64_t decodeErrorCount_ = 0;

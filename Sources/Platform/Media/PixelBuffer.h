@@ -54,8 +54,8 @@ struct ColorAttachments {
     int transfer = 2;
     int matrix = 2;
     // The payload of the mdcv box (24 bytes) and of the clli box (4 bytes); empty when the source has none.
-    std::vector<std::uint8_t> masteringDisplayColorVolume;
-    std::vector<std::uint8_t> contentLightLevelInfo;
+    std::vector<std::uint8_t> masteringDisplayColorVolume = {};
+    std::vector<std::uint8_t> contentLightLevelInfo = {};
 
     friend bool operator==(const ColorAttachments&, const ColorAttachments&) = default;
 };

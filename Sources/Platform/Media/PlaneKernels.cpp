@@ -44,8 +44,9 @@ void interleaveSamples(const std::byte* first, const std::byte* second, std::byt
 } // namespace
 
 int rescaledSample(int value, const SampleScale& from, const SampleScale& to) {
-    const double level = (value - offsetOf(from)) / spanOf(from);
-    return int(std::clamp(std::floor(level * spanOf(to) + offsetOf(to) + 0.5), 0.0, double((1 << to.depth) - 1)));
+    // Multiplied before it is divided, so that halves stay exact.
+    const double distance = (value - offsetOf(from)) * spanOf(to) / spanOf(from);
+    return int(std::clamp(std::floor(distance + offsetOf(to) + 0.5), 0.0, double((1 << to.depth) - 1)));
 }
 
 SampleMapper::SampleMapper(const SampleScale& from, const SampleScale& to)

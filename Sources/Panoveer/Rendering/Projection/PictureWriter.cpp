@@ -25,7 +25,8 @@ std::uint16_t halfOf(double value) {
 } // namespace
 
 PictureWriter::PictureWriter(PixelBuffer& buffer, VideoYCbCrMatrix matrix)
-    : buffer_(buffer), matrix_(matrix),
+    : buffer_(buffer),
+      matrix_(matrix),
       range_(VideoColorMath::codeRange(buffer.layout().bytesPerSample == 1 ? 8 : 10, buffer.layout().isFullRange)) {}
 
 void PictureWriter::writeColor(int x, int y, const RGB& color, double alpha) {

@@ -5,8 +5,8 @@
 
 namespace panoveer {
 
-// Puts colours into a pixel buffer of any format, rounded to the nearest value that it can hold. Different pixels may be
-// written from different threads.
+// Puts colours into a pixel buffer of any format, rounded to the nearest value that it can hold. Different pixels may
+// be written from different threads.
 class PictureWriter {
 public:
     // Does not own the buffer, which must live longer. The matrix is that of a Y'CbCr buffer.

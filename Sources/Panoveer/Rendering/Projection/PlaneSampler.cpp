@@ -86,16 +86,19 @@ Texel tapBeyondArea(const SourcePlane& plane, const SourceLattice& lattice, cons
                     const SampleWindow& window, int column, int row) {
     if (lattice.endsAtArea())
         return plane.texel(window.columns.limited(column), window.rows.limited(row));
-    return interpolated(plane, lattice,
-                        lattice.resolved({place.half, place.face, plane.columns().position(column),
-                                          plane.rows().position(row)}));
+    return interpolated(
+        plane, lattice,
+        lattice.resolved({place.half, place.face, plane.columns().position(column), plane.rows().position(row)}));
 }
 
 } // namespace
 
 SourcePlane::SourcePlane(const PixelBuffer& buffer, int plane, SourceVideoOrientation orientation, AlphaMode alphaMode)
-    : plane_(buffer.plane(plane)), channels_(plane == 1 ? 2 : buffer.layout().samplesPerPixel),
-      bytesPerSample_(buffer.layout().bytesPerSample), orientation_(orientation), alphaMode_(alphaMode) {
+    : plane_(buffer.plane(plane)),
+      channels_(plane == 1 ? 2 : buffer.layout().samplesPerPixel),
+      bytesPerSample_(buffer.layout().bytesPerSample),
+      orientation_(orientation),
+      alphaMode_(alphaMode) {
     const int width = buffer.width();
     const int height = buffer.height();
     const auto across = storedAxis(width, plane_.width, false);
@@ -164,16 +167,16 @@ Texel sampled(const SourcePlane& plane, const SourceLattice& lattice, const Proj
     const auto down = resamplingWeights(y - std::floor(y), taps, place.footprint.y / plane.rows().pitch);
     const int column = int(std::floor(x)) + across.first;
     const int row = int(std::floor(y)) + down.first;
-    const bool isInside = window.columns.contains(column, column + across.count - 1) &&
-                          window.rows.contains(row, row + down.count - 1);
+    const bool isInside =
+        window.columns.contains(column, column + across.count - 1) && window.rows.contains(row, row + down.count - 1);
     Texel sum{};
     for (int j = 0; j < down.count; ++j) {
         for (int i = 0; i < across.count; ++i) {
             const double weight = across.weight[std::size_t(i)] * down.weight[std::size_t(j)];
             if (weight == 0)
                 continue;
-            const bool isTapInside = isInside || (window.columns.contains(column + i, column + i) &&
-                                                  window.rows.contains(row + j, row + j));
+            const bool isTapInside =
+                isInside || (window.columns.contains(column + i, column + i) && window.rows.contains(row + j, row + j));
             accumulate(sum,
                        isTapInside ? plane.texel(column + i, row + j)
                                    : tapBeyondArea(plane, lattice, place.source, window, column + i, row + j),

@@ -13,17 +13,21 @@ constexpr double cubeFaceFOVDegrees = 90;
 // Small enough to stay within the pixel, and so within its cell and face; large enough for single precision.
 constexpr double footprintStep = 0.25;
 
-double aspectOf(const OutputResolution& eye) { return double(eye.width) / double(std::max<std::int64_t>(eye.height, 1)); }
+double aspectOf(const OutputResolution& eye) {
+    return double(eye.width) / double(std::max<std::int64_t>(eye.height, 1));
+}
 
 } // namespace
 
 ProjectionMapping::ProjectionMapping(const VRTransform& transform, PictureSize output, PictureSize uprightSource)
-    : transform_(transform), isFlatSource_(transform.sourceFormat == ProjectionFormat::standard ||
-                                           transform.sourceFormat == ProjectionFormat::mirrorDome),
+    : transform_(transform),
+      isFlatSource_(transform.sourceFormat == ProjectionFormat::standard ||
+                    transform.sourceFormat == ProjectionFormat::mirrorDome),
       cellWidth_(transform.outputStereoLayout == StereoVideoLayout::sideBySide ? output.width * 0.5 : output.width),
       cellHeight_(transform.outputStereoLayout == StereoVideoLayout::overUnder ? output.height * 0.5 : output.height),
       eyeResolution_(OutputResolution{output.width, output.height}.eyeResolution(transform.outputStereoLayout)),
-      aspect_(aspectOf(eyeResolution_)), lattice_(transform, uprightSource, aspect_) {}
+      aspect_(aspectOf(eyeResolution_)),
+      lattice_(transform, uprightSource, aspect_) {}
 
 ProjectionMapping::Cell ProjectionMapping::cell(double x, double y) const {
     switch (transform_.outputStereoLayout) {
@@ -48,12 +52,12 @@ std::optional<Direction> ProjectionMapping::outputDirection(ImagePoint point) co
     switch (transform_.outputFormat) {
     case ProjectionFormat::standard:
         return isFlatSource_ ? directionForFlatViewUV(point, aspect_)
-                            : directionForRectilinearUV(point, transform_.fovDegrees, aspect_);
+                             : directionForRectilinearUV(point, transform_.fovDegrees, aspect_);
     case ProjectionFormat::equirectangular: return directionForEquirectUV(point);
     case ProjectionFormat::halfEquirectangular: return directionForHalfEquirectUV(point);
     case ProjectionFormat::domemaster:
         return isFlatSource_ ? directionForDomeDomemasterUV(point, transform_.domemasterThetaDegrees)
-                            : directionForDomemasterUV(point, transform_.fovDegrees);
+                             : directionForDomemasterUV(point, transform_.fovDegrees);
     case ProjectionFormat::cubemap: return directionForCubemapUV(point, cubeFaceFOVDegrees);
     case ProjectionFormat::eac: return directionForEquiAngularCubemapUV(point, eyeResolution_, cubeFaceFOVDegrees);
     case ProjectionFormat::mirrorDome: break;

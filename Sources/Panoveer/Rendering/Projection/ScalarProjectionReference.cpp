@@ -27,11 +27,12 @@ class PictureRender {
 public:
     PictureRender(const PixelBuffer& source, const SourcePictureDescription& description, const VRTransform& transform,
                   PixelBuffer& output, const ScalarRenderOptions& options)
-        : description_(description), options_(options),
+        : description_(description),
+          options_(options),
           mapping_(transform, {output.width(), output.height()}, uprightSize(source, description.orientation)),
           first_(source, 0, description.orientation, description.alphaMode),
-          sourceRange_(VideoColorMath::codeRange(source.layout().bytesPerSample == 1 ? 8 : 10,
-                                                 source.layout().isFullRange)),
+          sourceRange_(
+              VideoColorMath::codeRange(source.layout().bytesPerSample == 1 ? 8 : 10, source.layout().isFullRange)),
           conversion_(description.colorPrimaries, description.transferFunction, options.colorOutputMode),
           writer_(output, VideoColorMath::outputMatrix(options.colorOutputMode)) {
         if (source.layout().isYCbCr())
@@ -189,9 +190,8 @@ void ScalarProjectionReference::convertToYCbCr(const PixelBuffer& projected, Pix
             for (int j = 0; j < writer.chromaHeight(); ++j) {
                 for (int i = 1 - writer.chromaWidth(); i < writer.chromaWidth(); ++i) {
                     const double weight = i == 0 ? 2 : 1;
-                    const auto c = colorOfBGRA(
-                        plane, std::clamp(column * writer.chromaWidth() + i, 0, plane.width - 1),
-                        std::min(row * writer.chromaHeight() + j, plane.height - 1));
+                    const auto c = colorOfBGRA(plane, std::clamp(column * writer.chromaWidth() + i, 0, plane.width - 1),
+                                               std::min(row * writer.chromaHeight() + j, plane.height - 1));
                     sum = {sum.r + c.r * weight, sum.g + c.g * weight, sum.b + c.b * weight};
                     total += weight;
                 }

@@ -27,10 +27,13 @@ const CubeFace& cubeFace(ProjectionFormat format, int face) {
 } // namespace
 
 SourceLattice::SourceLattice(const VRTransform& transform, PictureSize upright, double outputAspect)
-    : format_(transform.sourceFormat), stereoLayout_(transform.sourceStereoLayout), upright_(upright),
+    : format_(transform.sourceFormat),
+      stereoLayout_(transform.sourceStereoLayout),
+      upright_(upright),
       eye_(eyeSize(upright, stereoLayout_)),
       fisheyeHalfAngle_(std::min(transform.domemasterThetaDegrees / 2, 180.0) * pi / 180),
-      fisheye_(transform.fisheyeTextureParameters(upright.width, upright.height)), screen_(transform, outputAspect) {}
+      fisheye_(transform.fisheyeTextureParameters(upright.width, upright.height)),
+      screen_(transform, outputAspect) {}
 
 PixelArea SourceLattice::eyeArea(int half) const {
     // With an odd number of columns the one in the middle belongs to neither eye.

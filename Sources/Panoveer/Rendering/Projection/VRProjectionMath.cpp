@@ -287,7 +287,8 @@ Direction directionForEquiAngularCubemapUV(ImagePoint point, std::optional<Outpu
 
 StandardSourceScreen::StandardSourceScreen(const VRTransform& transform, double outputAspect)
     : tangentX_(std::tan(radians(std::clamp(transform.fovDegrees, 1.0, 178.0)) / 2)),
-      tangentY_(tangentX_ / std::max(outputAspect, 0.05)), distance_(std::clamp(transform.standardDistance, 0.25, 4.0)) {
+      tangentY_(tangentX_ / std::max(outputAspect, 0.05)),
+      distance_(std::clamp(transform.standardDistance, 0.25, 4.0)) {
     // Outside a flat output the screen hangs a little above the horizon, where an audience under a dome looks.
     const double lift = transform.outputFormat == ProjectionFormat::standard ? 0 : 10;
     const double elevation = radians(std::clamp(transform.pitchDegrees + lift, -83.0, 83.0));

@@ -48,33 +48,4 @@ UInt2 VRSourceFrame::sourceSize() const {
     return uprightSize(stored, sourceOrientation);
 }
 
-std::string_view rawValue(VRSourceFrame::TextureLayout layout) {
-    switch (layout) {
-    case VRSourceFrame::TextureLayout::bgra: return "bgra";
-    case VRSourceFrame::TextureLayout::yCbCrVideoRange: return "yCbCrVideoRange";
-    case VRSourceFrame::TextureLayout::yCbCrFullRange: return "yCbCrFullRange";
-    case VRSourceFrame::TextureLayout::yCbCr10BitVideoRange: return "yCbCr10BitVideoRange";
-    case VRSourceFrame::TextureLayout::yCbCr10BitFullRange: return "yCbCr10BitFullRange";
-    }
-    return {};
-}
-
-std::string_view rawValue(VRSourceFrame::YCbCrMatrix matrix) {
-    switch (matrix) {
-    case VRSourceFrame::YCbCrMatrix::ituR709: return "ituR709";
-    case VRSourceFrame::YCbCrMatrix::ituR601: return "ituR601";
-    case VRSourceFrame::YCbCrMatrix::ituR2020: return "ituR2020";
-    }
-    return {};
-}
-
-std::string_view rawValue(AlphaMode mode) {
-    switch (mode) {
-    case AlphaMode::opaque: return "opaque";
-    case AlphaMode::straight: return "straight";
-    case AlphaMode::premultiplied: return "premultiplied";
-    }
-    return {};
-}
-
 } // namespace panoveer

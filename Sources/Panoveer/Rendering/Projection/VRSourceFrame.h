@@ -1,13 +1,14 @@
 #pragma once
 
+#include "Panoveer/Model/Records/RecordEnums.h"
 #include "Panoveer/Model/Records/SourceVideoOrientation.h"
 #include "Panoveer/Model/Records/VideoColorMetadata.h"
 #include "Panoveer/Rendering/Projection/ProjectionRenderer.h"
 
+#include <array>
 #include <cstdint>
 #include <memory>
 #include <optional>
-#include <string_view>
 
 namespace panoveer {
 
@@ -50,12 +51,33 @@ struct VRSourceFrame {
     UInt2 sourceSize() const;
 
     // What the kernels bind as chroma: a frame without a chroma plane shows its primary texture twice.
-    const std::shared_ptr<GPUTexture>& chromaOrPrimary() const { return chromaTexture ? chromaTexture : primaryTexture; }
+    const std::shared_ptr<GPUTexture>& chromaOrPrimary() const {
+        return chromaTexture ? chromaTexture : primaryTexture;
+    }
 };
 
-std::string_view rawValue(VRSourceFrame::TextureLayout layout);
-std::string_view rawValue(VRSourceFrame::YCbCrMatrix matrix);
-std::string_view rawValue(AlphaMode mode);
+template<>
+inline constexpr auto enumCases<VRSourceFrame::TextureLayout> = std::to_array<EnumCase<VRSourceFrame::TextureLayout>>({
+    {VRSourceFrame::TextureLayout::bgra, "bgra"},
+    {VRSourceFrame::TextureLayout::yCbCrVideoRange, "yCbCrVideoRange"},
+    {VRSourceFrame::TextureLayout::yCbCrFullRange, "yCbCrFullRange"},
+    {VRSourceFrame::TextureLayout::yCbCr10BitVideoRange, "yCbCr10BitVideoRange"},
+    {VRSourceFrame::TextureLayout::yCbCr10BitFullRange, "yCbCr10BitFullRange"},
+});
+
+template<>
+inline constexpr auto enumCases<VRSourceFrame::YCbCrMatrix> = std::to_array<EnumCase<VRSourceFrame::YCbCrMatrix>>({
+    {VRSourceFrame::YCbCrMatrix::ituR709, "ituR709"},
+    {VRSourceFrame::YCbCrMatrix::ituR601, "ituR601"},
+    {VRSourceFrame::YCbCrMatrix::ituR2020, "ituR2020"},
+});
+
+template<>
+inline constexpr auto enumCases<AlphaMode> = std::to_array<EnumCase<AlphaMode>>({
+    {AlphaMode::opaque, "opaque"},
+    {AlphaMode::straight, "straight"},
+    {AlphaMode::premultiplied, "premultiplied"},
+});
 
 // The size of the upright picture from the size of the stored one.
 constexpr UInt2 uprightSize(UInt2 stored, SourceVideoOrientation orientation) {

@@ -70,8 +70,7 @@ Matrix3 toXYZ(VideoColorPrimaries primaries) {
         m[2][column] = (1 - c.x - c.y) / c.y;
         ++column;
     }
-    const auto gains = multiply(
-        inverse(m), {whiteD65.x / whiteD65.y, 1, (1 - whiteD65.x - whiteD65.y) / whiteD65.y});
+    const auto gains = multiply(inverse(m), {whiteD65.x / whiteD65.y, 1, (1 - whiteD65.x - whiteD65.y) / whiteD65.y});
     for (auto& row : m)
         row = {row[0] * gains.r, row[1] * gains.g, row[2] * gains.b};
     return m;
@@ -224,8 +223,8 @@ double bt2390ToneMapped(double nits, double sourcePeak, double targetPeak) {
     const double t = (e1 - kneeStart) / (1 - kneeStart);
     const double t2 = t * t;
     const double t3 = t2 * t;
-    const double e2 = (2 * t3 - 3 * t2 + 1) * kneeStart + (t3 - 2 * t2 + t) * (1 - kneeStart) +
-                      (-2 * t3 + 3 * t2) * targetMaximum;
+    const double e2 =
+        (2 * t3 - 3 * t2 + 1) * kneeStart + (t3 - 2 * t2 + t) * (1 - kneeStart) + (-2 * t3 + 3 * t2) * targetMaximum;
     return pqEOTF(e2 * sourceMaximum);
 }
 
@@ -251,7 +250,9 @@ VideoTransferFunction outputTransferFunction(VRColorOutputMode mode) {
 using namespace VideoColorMath;
 
 ColorConversion::ColorConversion(VideoColorPrimaries primaries, VideoTransferFunction transfer, VRColorOutputMode mode)
-    : primaries_(primaries), transfer_(transfer), mode_(mode),
+    : primaries_(primaries),
+      transfer_(transfer),
+      mode_(mode),
       isIdentity_(primaries == outputPrimaries(mode) && transfer == outputTransferFunction(mode)),
       toOutputPrimaries_(primariesConversion(primaries, outputPrimaries(mode))) {}
 

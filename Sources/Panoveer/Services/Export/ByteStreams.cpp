@@ -45,7 +45,9 @@ std::size_t MemoryByteSource::read(std::uint64_t offset, std::span<std::uint8_t>
     return available.size();
 }
 
-FileByteSource::FileByteSource(const URL& url) : descriptor_(open(url.path().c_str(), O_RDONLY | O_CLOEXEC)) {
+// Not blocking: a named pipe without a writer would never open. It makes no difference to a file.
+FileByteSource::FileByteSource(const URL& url)
+    : descriptor_(open(url.path().c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK)) {
     struct stat status{};
     if (!descriptor_ || fstat(descriptor_.get(), &status) != 0)
         throw posixError(url.path().native(), errno);

@@ -105,8 +105,9 @@ void MovieExport::prepareDestination() {
 void MovieExport::configureWriter() {
     diagnostics_.markStage("configuring_writer");
     const auto& size = descriptor_.resolution;
-    const auto settings = videoSettings(descriptor_.codec, size.width, size.height, descriptor_.bitrateMbps,
+    auto settings = videoSettings(descriptor_.codec, size.width, size.height, descriptor_.bitrateMbps,
                                         descriptor_.targetFrameRate, descriptor_.colorMode);
+    settings.frameDuration = clock_.time(1);
     std::string reason;
     if (!writer_->canApply(settings, &reason)) {
         logger.error("encoder refused codec={} size={} reason={}", rawValue(descriptor_.codec), sizeText(size), reason);

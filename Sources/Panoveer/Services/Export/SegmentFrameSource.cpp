@@ -11,6 +11,7 @@
 #include <algorithm>
 #include <chrono>
 #include <thread>
+#include <utility>
 
 namespace panoveer {
 
@@ -63,17 +64,19 @@ private:
 
 class FFmpegSegmentSource final : public SegmentFrameSource {
 public:
-    FFmpegSegmentSource(const VRClipSegment& segment, bool containsAlpha, std::stop_token stop)
-        : segment_(segment),
-          reader_(segment.sourceURL, segment.start, std::max(segment.end - segment.start, 0.0), std::nullopt, false),
-          containsAlpha_(containsAlpha),
-          stop_(std::move(stop)) {}
+    FFmpegSegmentSource(const VRClipSegment& segment, const FFmpegVideoMetadata& metadata, std::stop_token stop)
+        : segment_(segment), reader_(segment.sourceURL, segment.start, std::max(segment.end - segment.start, 0.0)),
+          containsAlpha_(metadata.containsAlphaChannel), stop_(std::move(stop)) {
+        // The decoder starts at the key frame before the segment: what lies between is decoded and dropped.
+        if (segment.start > 0)
+            firstFrameSeconds_ = std::max(segment.start - 0.5 / metadata.frameRate, 0.0);
+    }
 
     std::optional<SegmentFrame> next() override {
         giveWayToPreview();
         FFmpegReadCancellationToken token;
         const std::stop_callback cancel(stop_, [&token] { token.cancel(); });
-        auto frame = reader_.copyFrame(std::nullopt, &token, stop_);
+        auto frame = reader_.copyFrame(std::exchange(firstFrameSeconds_, std::nullopt), &token, stop_);
         if (stop_.stop_requested())
             throw Cancelled();
         if (!frame)
@@ -94,6 +97,7 @@ private:
     const VRClipSegment& segment_;
     FFmpegFrameReader reader_;
     bool containsAlpha_;
+    std::optional<double> firstFrameSeconds_; // until the first read
     std::stop_token stop_;
 };
 
@@ -132,8 +136,7 @@ std::unique_ptr<SegmentFrameSource> openNativeSource(const VRClipSegment& segmen
 }
 
 std::unique_ptr<SegmentFrameSource> openFFmpegSource(const VRClipSegment& segment, std::stop_token stop) {
-    const bool containsAlpha = FFmpegRuntime::probe(segment.sourceURL).containsAlphaChannel;
-    return std::make_unique<FFmpegSegmentSource>(segment, containsAlpha, std::move(stop));
+    return std::make_unique<FFmpegSegmentSource>(segment, FFmpegRuntime::probe(segment.sourceURL), std::move(stop));
 }
 
 } // namespace panoveer

@@ -94,7 +94,7 @@ SphericalVideoV2Report sphericalV2(const ByteSource& source, const MP4Box& box) 
     if (const auto* header = box.child("svhd")) {
         const Fields fields(source, *header);
         const auto text = fields.text(4);
-        report.metadataSource = text.substr(0, text.find('\0'));
+        report.metadataSource = trimmed(text.substr(0, text.find('\0')));
     }
     const auto* projection = box.child("proj");
     if (!projection)

@@ -21,9 +21,7 @@ Bytes fullBox() { return Bytes(4); }
 } // namespace
 
 MP4Box stereo3D(Request::StereoMode mode) {
-    auto payload = fullBox();
-    payload.push_back(std::uint8_t(mode));
-    return MP4Box::leaf("st3d", std::move(payload));
+    return MP4Box::leaf("st3d", {0, 0, 0, 0, std::uint8_t(mode)}); // version and flags, mode
 }
 
 MP4Box projection(const Request::Projection& projection) {

@@ -6,7 +6,7 @@
 namespace panoveer {
 
 SpatialVideoMetadataError SpatialVideoMetadataError::emptyFile(const URL& url) {
-    SpatialVideoMetadataError error(Case::emptyFile,
+    SpatialVideoMetadataError error(Kind::emptyFile,
                                     localized("error.spatial_metadata.empty_file", url.lastPathComponent()));
     error.url_ = url;
     return error;
@@ -14,28 +14,28 @@ SpatialVideoMetadataError SpatialVideoMetadataError::emptyFile(const URL& url) {
 
 SpatialVideoMetadataError SpatialVideoMetadataError::missingBox(FourCC tag, const URL& url) {
     SpatialVideoMetadataError error(
-        Case::missingBox, localized("error.spatial_metadata.missing_box", MP4Tag::text(tag), url.lastPathComponent()));
+        Kind::missingBox, localized("error.spatial_metadata.missing_box", MP4Tag::text(tag), url.lastPathComponent()));
     error.tag_ = tag;
     error.url_ = url;
     return error;
 }
 
 SpatialVideoMetadataError SpatialVideoMetadataError::noVideoTrack(const URL& url) {
-    SpatialVideoMetadataError error(Case::noVideoTrack,
+    SpatialVideoMetadataError error(Kind::noVideoTrack,
                                     localized("error.spatial_metadata.no_video_track", url.lastPathComponent()));
     error.url_ = url;
     return error;
 }
 
 SpatialVideoMetadataError SpatialVideoMetadataError::noVideoSampleEntry(const URL& url) {
-    SpatialVideoMetadataError error(Case::noVideoSampleEntry,
+    SpatialVideoMetadataError error(Kind::noVideoSampleEntry,
                                     localized("error.spatial_metadata.no_video_sample_entry", url.lastPathComponent()));
     error.url_ = url;
     return error;
 }
 
 SpatialVideoMetadataError SpatialVideoMetadataError::invalidBox(FourCC tag, std::uint64_t position) {
-    SpatialVideoMetadataError error(Case::invalidBox,
+    SpatialVideoMetadataError error(Kind::invalidBox,
                                     localized("error.spatial_metadata.invalid_box", MP4Tag::text(tag), position));
     error.tag_ = tag;
     error.position_ = position;
@@ -43,7 +43,7 @@ SpatialVideoMetadataError SpatialVideoMetadataError::invalidBox(FourCC tag, std:
 }
 
 SpatialVideoMetadataError SpatialVideoMetadataError::boxOutOfBounds(FourCC tag, std::uint64_t position) {
-    SpatialVideoMetadataError error(Case::boxOutOfBounds,
+    SpatialVideoMetadataError error(Kind::boxOutOfBounds,
                                     localized("error.spatial_metadata.box_out_of_bounds", MP4Tag::text(tag), position));
     error.tag_ = tag;
     error.position_ = position;
@@ -51,22 +51,22 @@ SpatialVideoMetadataError SpatialVideoMetadataError::boxOutOfBounds(FourCC tag, 
 }
 
 SpatialVideoMetadataError SpatialVideoMetadataError::largeBoxRequiresExtendedHeader(FourCC tag) {
-    SpatialVideoMetadataError error(Case::largeBoxRequiresExtendedHeader,
+    SpatialVideoMetadataError error(Kind::largeBoxRequiresExtendedHeader,
                                     localized("error.spatial_metadata.extended_header_required", MP4Tag::text(tag)));
     error.tag_ = tag;
     return error;
 }
 
 SpatialVideoMetadataError SpatialVideoMetadataError::chunkOffsetOverflow() {
-    return {Case::chunkOffsetOverflow, localized("error.spatial_metadata.chunk_offset_overflow")};
+    return {Kind::chunkOffsetOverflow, localized("error.spatial_metadata.chunk_offset_overflow")};
 }
 
 SpatialVideoMetadataError SpatialVideoMetadataError::stcoOverflow() {
-    return {Case::stcoOverflow, localized("error.spatial_metadata.stco_overflow")};
+    return {Kind::stcoOverflow, localized("error.spatial_metadata.stco_overflow")};
 }
 
 SpatialVideoMetadataError SpatialVideoMetadataError::internalInconsistency() {
-    return {Case::internalInconsistency, localized("error.spatial_metadata.internal_inconsistency")};
+    return {Kind::internalInconsistency, localized("error.spatial_metadata.internal_inconsistency")};
 }
 
 } // namespace panoveer

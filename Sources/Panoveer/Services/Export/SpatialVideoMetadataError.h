@@ -12,7 +12,7 @@ namespace panoveer {
 // made.
 class SpatialVideoMetadataError : public Error {
 public:
-    enum class Case {
+    enum class Kind {
         emptyFile,
         missingBox,
         noVideoTrack,
@@ -36,16 +36,16 @@ public:
     static SpatialVideoMetadataError stcoOverflow();
     static SpatialVideoMetadataError internalInconsistency();
 
-    Case kind() const noexcept { return kind_; }
+    Kind kind() const noexcept { return kind_; }
     // Of the cases that have them; else empty, or 0.
     FourCC tag() const noexcept { return tag_; }
     std::uint64_t position() const noexcept { return position_; }
     const URL& url() const noexcept { return url_; }
 
 private:
-    SpatialVideoMetadataError(Case kind, const std::string& message) : Error(message), kind_(kind) {}
+    SpatialVideoMetadataError(Kind kind, const std::string& message) : Error(message), kind_(kind) {}
 
-    Case kind_;
+    Kind kind_;
     FourCC tag_;
     std::uint64_t position_ = 0;
     URL url_;

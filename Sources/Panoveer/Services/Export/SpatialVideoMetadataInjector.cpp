@@ -8,12 +8,13 @@
 #include "Platform/Core/UUID.h"
 
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
-#include <filesystem>
+#include <cstdio>
 #include <limits>
-#include <system_error>
+#include <vector>
 
 namespace panoveer {
 
@@ -118,10 +119,15 @@ std::int64_t mediaDataDelta(MP4Movie& movie) {
     return delta;
 }
 
-// A box that must be there once, with exactly this content.
+// A box that must be there with exactly this content, and so must every box below it.
 void expect(const ByteSource& source, const MP4Box* box, const MP4Box& expected, const URL& url) {
     if (!box)
         throw Failure::missingBox(expected.type, url);
+    if (expected.children) {
+        for (const auto& child : *expected.children)
+            expect(source, box->child(child.type), child, url);
+        return;
+    }
     if (MP4Parser::readContent(source, *box, 0, expected.payload->size() + 1) != *expected.payload)
         throw Failure::invalidBox(box->type, box->position);
 }
@@ -144,6 +150,17 @@ void expectSphericalUUID(const ByteSource& source, MP4Movie& movie, const Reques
     if (request.hasFirstGeneration())
         expect(source, found.empty() ? nullptr : found.front(), SpatialMetadataBoxes::sphericalUUID(request.stereoMode),
                url);
+}
+
+void expectExtendedUsage(const ByteSource& source, MP4Movie& movie, const Request::ExtendedUsage& usage,
+                         const URL& url) {
+    // Kept closed when the movie was parsed, as a box that this program need not know.
+    constexpr FourCC opened[] = {"vexu", "pack"};
+    const auto* closed = movie.videoSampleEntry().child("vexu");
+    if (!closed)
+        throw Failure::missingBox("vexu", url);
+    const auto boxes = MP4Parser::parseBoxes(source, closed->position, closed->position + closed->totalSize(), opened);
+    expect(source, &boxes.front(), SpatialMetadataBoxes::videoExtendedUsage(usage), url);
 }
 
 } // namespace
@@ -178,24 +195,20 @@ void SpatialVideoMetadataInjector::injectMetadata(const URL& url, const Request&
 }
 
 void SpatialVideoMetadataInjector::validateMetadata(const URL& url, const Request& video) {
+    if (!video.hasVideo())
+        return;
     const FileByteSource source(url);
     MP4Movie movie(source, url);
     expectStereo(source, movie, video.stereoMode, url);
     expectSphericalUUID(source, movie, video, url);
 
     const auto* spherical = movie.videoSampleEntry().child("sv3d");
-    if (!video.hasProjection()) {
-        if (spherical)
-            throw Failure::invalidBox("sv3d", spherical->position);
-        return;
-    }
-    if (!spherical)
-        throw Failure::missingBox("sv3d", url);
-    const auto* projection = spherical->child("proj");
-    if (!projection)
-        throw Failure::missingBox("proj", url);
-    const auto expected = SpatialMetadataBoxes::projection(video.projection);
-    expect(source, projection->child(expected.type), expected, url);
+    if (video.hasProjection())
+        expect(source, spherical, SpatialMetadataBoxes::sphericalVideo(video.projection), url);
+    else if (spherical)
+        throw Failure::invalidBox("sv3d", spherical->position);
+    if (video.extendedUsage)
+        expectExtendedUsage(source, movie, *video.extendedUsage, url);
 }
 
 void SpatialVideoMetadataInjector::validateStereoMetadata(const URL& url, StereoMode mode) {

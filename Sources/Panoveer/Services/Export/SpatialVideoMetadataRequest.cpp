@@ -50,7 +50,7 @@ std::optional<Request> requestForFormat(ProjectionFormat format, StereoMode ster
 std::optional<Request> SpatialVideoMetadataRequest::make(ProjectionFormat outputFormat, StereoVideoLayout layout,
                                                          ExportCodec codec, VRMetadataMode mode) {
     // A multiview stream says all this in boxes of its own.
-    if (codec == ExportCodec::mvhevc8 || codec == ExportCodec::mvhevc10)
+    if (properties(codec).isMultiviewStereo)
         return std::nullopt;
     switch (mode) {
     case VRMetadataMode::automatic: return requestForFormat(outputFormat, panoveer::stereoMode(layout));

@@ -167,9 +167,11 @@ public:
             fail(CanonRawMetadataError::Case::noVideoTrack);
         parseMovie(*movie);
         const auto* track = videoTrack();
-        if (!track || track->width.value_or(0) <= 0 || track->height.value_or(0) <= 0)
+        const double width = track ? track->width.value_or(0) : 0;
+        const double height = track ? track->height.value_or(0) : 0;
+        if (width <= 0 || height <= 0)
             fail(CanonRawMetadataError::Case::noVideoTrack);
-        return {*track->width, *track->height, track->duration(header_), track->frameRate()};
+        return {width, height, track->duration(header_), track->frameRate()};
     }
 
 private:

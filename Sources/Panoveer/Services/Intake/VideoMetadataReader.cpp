@@ -67,28 +67,8 @@ std::optional<std::vector<std::uint8_t>> absentWhenEmpty(const std::vector<std::
     return payload.empty() ? std::nullopt : std::optional(payload);
 }
 
-// Code points of ITU-T H.273, tables 2, 3 and 4.
 VideoColorMetadata colorMetadata(const ColorAttachments& color) {
-    VideoColorMetadata result;
-    switch (color.primaries) {
-    case 9: result.primaries = VideoColorPrimaries::bt2020; break;
-    case 12: result.primaries = VideoColorPrimaries::p3D65; break;
-    default: result.primaries = VideoColorPrimaries::bt709; break;
-    }
-    switch (color.transfer) {
-    case 8: result.transferFunction = VideoTransferFunction::linear; break;
-    case 13: result.transferFunction = VideoTransferFunction::sRGB; break;
-    case 16: result.transferFunction = VideoTransferFunction::pq; break;
-    case 18: result.transferFunction = VideoTransferFunction::hlg; break;
-    default: result.transferFunction = VideoTransferFunction::bt709; break;
-    }
-    switch (color.matrix) {
-    case 5: // the same coefficients under the name of the 625-line system
-    case 6: result.yCbCrMatrix = VideoYCbCrMatrix::bt601; break;
-    case 9:                                                        // non-constant and
-    case 10: result.yCbCrMatrix = VideoYCbCrMatrix::bt2020; break; // constant luminance
-    default: result.yCbCrMatrix = VideoYCbCrMatrix::bt709; break;
-    }
+    auto result = FFmpegRuntime::colorMetadata(color.primaries, color.transfer, color.matrix);
     result.masteringDisplayColorVolume = absentWhenEmpty(color.masteringDisplayColorVolume);
     result.contentLightLevelInfo = absentWhenEmpty(color.contentLightLevelInfo);
     return result;

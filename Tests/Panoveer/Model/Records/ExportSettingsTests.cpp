@@ -226,7 +226,7 @@ TEST(ExportProgress, ShowsAHundredOnlyWhenDone) {
                                             {1.0, 100},
                                             {7.0, 100},
                                             {std::numeric_limits<double>::quiet_NaN(), 0}})
-        EXPECT_EQ(ExportProgress{.fraction = fraction}.displayedPercent(), percent) << fraction;
+        EXPECT_EQ((ExportProgress{fraction, {}, {}}.displayedPercent()), percent) << fraction;
 }
 
 // The rules that tie the columns of the codec table to each other.
@@ -236,10 +236,9 @@ TEST(ExportCodec, TableIsConsistent) {
         const auto& fixed = properties(codec);
         EXPECT_NE(fixed.bitrate.has_value(), fixed.isProRes()) << "a codec has a bitrate rule or a reference rate";
         EXPECT_EQ(fixed.isProRes(), fixed.codecType.text().starts_with("ap"));
-        if (fixed.isProRes() || fixed.isMultiviewStereo || fixed.keepsAlpha)
-            EXPECT_EQ(fixed.fileExtension, "mov");
-        if (fixed.keepsAlpha)
-            EXPECT_EQ(encoderPixelFormat(codec, ExportColorMode::convertToSDR).text(), "BGRA");
+        const bool needsQuickTime = fixed.isProRes() || fixed.isMultiviewStereo || fixed.keepsAlpha;
+        EXPECT_EQ(fixed.fileExtension, needsQuickTime ? "mov" : "mp4");
+        EXPECT_EQ(fixed.pixelFormatSDR.text() == "BGRA", fixed.keepsAlpha);
         EXPECT_FALSE(properties(withoutMultiview(codec)).isMultiviewStereo);
         EXPECT_EQ(properties(withoutMultiview(codec)).isTenBitCapable, fixed.isTenBitCapable);
         EXPECT_NE(displayName(codec).substr(0, 7), "export_") << "has no text";

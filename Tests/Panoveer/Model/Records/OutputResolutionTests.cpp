@@ -91,8 +91,8 @@ TEST(ValidatedResolution, IsEvenWithinBoundsAndStableForEveryFormatAndLayout) {
                     const auto settled = validated(format, layout, size);
                     ASSERT_LE(std::abs(settled.height - size.height), 4);
                     ASSERT_EQ(validated(format, layout, settled), settled);
-                    if (width % 4 == 0 && height % 4 == 0)
-                        ASSERT_EQ(settled, size);
+                    const bool isEvenRequest = width % 4 == 0 && height % 4 == 0;
+                    ASSERT_TRUE(settled == size || !isEvenRequest) << settled.width << "x" << settled.height;
                 }
 }
 

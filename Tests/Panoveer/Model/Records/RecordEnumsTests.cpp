@@ -24,8 +24,7 @@ TYPED_TEST(RecordEnums, RawStringsAreDistinctReadBackAndHaveTexts) {
     for (const auto& entry : enumCases<TypeParam>) {
         EXPECT_TRUE(seen.insert(entry.rawValue).second) << entry.rawValue;
         EXPECT_EQ(fromRawValue<TypeParam>(rawValue(entry.value)), entry.value);
-        if (!entry.labelKey.empty())
-            EXPECT_NE(localized(entry.labelKey), entry.labelKey);
+        EXPECT_TRUE(entry.labelKey.empty() || localized(entry.labelKey) != entry.labelKey) << entry.labelKey;
     }
     EXPECT_FALSE(fromRawValue<TypeParam>("Standard"));
     EXPECT_FALSE(fromRawValue<TypeParam>(""));
@@ -34,8 +33,8 @@ TYPED_TEST(RecordEnums, RawStringsAreDistinctReadBackAndHaveTexts) {
 template<class Enum>
 void expectDetails() {
     for (const auto& entry : enumCases<Enum>)
-        if (!entry.labelKey.empty())
-            EXPECT_NE(localized(detailKey(entry.value)), detailKey(entry.value));
+        EXPECT_TRUE(entry.labelKey.empty() || localized(detailKey(entry.value)) != detailKey(entry.value))
+            << detailKey(entry.value);
 }
 
 TEST(RecordEnums, ModesAndPresetsAreExplained) {

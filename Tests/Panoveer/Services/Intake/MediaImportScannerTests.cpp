@@ -9,6 +9,11 @@
 #include <unistd.h>
 
 namespace panoveer {
+
+void PrintTo(const MediaImportSkippedItem& item, std::ostream* stream) {
+    *stream << item.name << " (" << describe(item.reason) << ')';
+}
+
 namespace {
 
 namespace fs = std::filesystem;
