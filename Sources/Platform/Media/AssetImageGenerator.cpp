@@ -191,6 +191,9 @@ AssetImage AssetImageGenerator::copyImage(double seconds, std::stop_token stop) 
         return {state.picture(std::move(frame.frame)), frame.seconds};
     } catch (...) {
         state.positionSeconds.reset();
+        // What a stop interrupts in the middle of opening or reading is told as a failure of the file.
+        if (stop.stop_requested())
+            throw Cancelled();
         throw;
     }
 }

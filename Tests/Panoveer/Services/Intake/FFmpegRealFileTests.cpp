@@ -48,7 +48,7 @@ class RealIntakeFiles : public testing::TestWithParam<RealFile> {};
 TEST_P(RealIntakeFiles, AreToldForWhatTheyAreAndRead) {
     const auto path = corpusFile(GetParam().name);
     if (!path)
-        GTEST_SKIP() << "PANOVEER_CORPUS is not set";
+        GTEST_SKIP() << "PANOVEER_CORPUS names no folder of real files";
     const auto url = URL::fromFilePath(*path);
     const auto found = FFmpegRuntime::probe(url);
     EXPECT_EQ(found.codecName, GetParam().codec);
