@@ -24,7 +24,8 @@ inline std::set<std::string> namesIn(const std::filesystem::path& folder) {
 }
 
 inline nlohmann::json videoStream(const std::filesystem::path& movie, const std::vector<std::string>& options = {}) {
-    for (const auto& stream : ffprobeJSON(movie, options)["streams"])
+    const auto file = ffprobeJSON(movie, options);
+    for (const auto& stream : file["streams"])
         if (stream["codec_type"] == "video")
             return stream;
     return {};

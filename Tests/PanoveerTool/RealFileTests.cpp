@@ -8,6 +8,8 @@ namespace {
 struct RealFile {
     const char* name;
     bool converts;
+
+    friend std::ostream& operator<<(std::ostream& stream, const RealFile& file) { return stream << file.name; }
 };
 
 class RealFiles : public testing::TestWithParam<RealFile> {};
