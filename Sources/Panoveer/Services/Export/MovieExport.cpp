@@ -106,7 +106,7 @@ void MovieExport::configureWriter() {
     diagnostics_.markStage("configuring_writer");
     const auto& size = descriptor_.resolution;
     auto settings = videoSettings(descriptor_.codec, size.width, size.height, descriptor_.bitrateMbps,
-                                        descriptor_.targetFrameRate, descriptor_.colorMode);
+                                  descriptor_.targetFrameRate, descriptor_.colorMode);
     settings.frameDuration = clock_.time(1);
     std::string reason;
     if (!writer_->canApply(settings, &reason)) {

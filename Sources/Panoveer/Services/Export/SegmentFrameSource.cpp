@@ -65,8 +65,10 @@ private:
 class FFmpegSegmentSource final : public SegmentFrameSource {
 public:
     FFmpegSegmentSource(const VRClipSegment& segment, const FFmpegVideoMetadata& metadata, std::stop_token stop)
-        : segment_(segment), reader_(segment.sourceURL, segment.start, std::max(segment.end - segment.start, 0.0)),
-          containsAlpha_(metadata.containsAlphaChannel), stop_(std::move(stop)) {
+        : segment_(segment),
+          reader_(segment.sourceURL, segment.start, std::max(segment.end - segment.start, 0.0)),
+          containsAlpha_(metadata.containsAlphaChannel),
+          stop_(std::move(stop)) {
         // The decoder starts at the key frame before the segment: what lies between is decoded and dropped.
         if (segment.start > 0)
             firstFrameSeconds_ = std::max(segment.start - 0.5 / metadata.frameRate, 0.0);
