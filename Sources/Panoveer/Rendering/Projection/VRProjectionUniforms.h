@@ -91,7 +91,7 @@ struct VRYCbCrConvertUniforms {
 
 // What one output asks of a projection, besides source and transform.
 struct ProjectionPass {
-    UInt2 outputSize; // pixels; of the luma plane for Y'CbCr
+    UInt2 outputSize{}; // pixels; of the luma plane for Y'CbCr
     VRYCbCrOutputBitDepth outputBitDepth = VRYCbCrOutputBitDepth::eight;
     VRColorOutputMode colorOutputMode = VRColorOutputMode::sdr;
     VRResamplingQuality resampling = VRResamplingQuality::final;

@@ -51,7 +51,9 @@ struct VRSourceFrame {
     UInt2 sourceSize() const;
 
     // What the kernels bind as chroma: a frame without a chroma plane shows its primary texture twice.
-    const std::shared_ptr<GPUTexture>& chromaOrPrimary() const { return chromaTexture ? chromaTexture : primaryTexture; }
+    const std::shared_ptr<GPUTexture>& chromaOrPrimary() const {
+        return chromaTexture ? chromaTexture : primaryTexture;
+    }
 };
 
 template<>
