@@ -8,7 +8,10 @@ add_library(panoveer_settings INTERFACE)
 target_compile_features(panoveer_settings INTERFACE cxx_std_23)
 target_include_directories(panoveer_settings INTERFACE "${CMAKE_SOURCE_DIR}/Sources")
 target_compile_options(panoveer_settings INTERFACE
-  -Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor -Woverloaded-virtual -Wimplicit-fallthrough
+  -Wall -Wextra -Wpedantic -Wshadow -Wimplicit-fallthrough
+  $<$<COMPILE_LANGUAGE:CXX>:-Wnon-virtual-dtor>
+  $<$<COMPILE_LANGUAGE:CXX>:-Woverloaded-virtual>
+  -Wno-missing-field-initializers # designated initialisers name what differs from the defaults
   $<$<BOOL:${PANOVEER_WARNINGS_AS_ERRORS}>:-Werror>)
 if(PANOVEER_SANITIZERS)
   target_compile_options(panoveer_settings INTERFACE "-fsanitize=${PANOVEER_SANITIZERS}" -fno-sanitize-recover=all)
@@ -16,6 +19,8 @@ if(PANOVEER_SANITIZERS)
 endif()
 
 set(CMAKE_CXX_EXTENSIONS OFF)
+# No source uses C++ modules. The flags of the scan for them would keep ccache and clang-tidy from working.
+set(CMAKE_CXX_SCAN_FOR_MODULES OFF)
 set(CMAKE_POSITION_INDEPENDENT_CODE ON)
 set(CMAKE_RUNTIME_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/bin")
 
@@ -41,8 +46,9 @@ function(panoveer_test name)
   if(NOT arg_LABELS)
     set(arg_LABELS unit)
   endif()
+  string(REPLACE ";" "\\;" labels "${arg_LABELS}") # or the second label is taken for a property
   gtest_discover_tests(${name}
     WORKING_DIRECTORY "${CMAKE_SOURCE_DIR}"
     DISCOVERY_MODE PRE_TEST
-    PROPERTIES LABELS "${arg_LABELS}" TIMEOUT 600)
+    PROPERTIES LABELS "${labels}" TIMEOUT 600)
 endfunction()

@@ -4,6 +4,8 @@
 #include "Platform/Core/Resources.h"
 
 #include <nlohmann/json.hpp>
+#include <unicode/msgfmt.h>
+#include <unicode/unistr.h>
 
 #include <array>
 #include <cstdlib>
@@ -11,9 +13,6 @@
 #include <map>
 #include <mutex>
 #include <vector>
-
-#include <unicode/msgfmt.h>
-#include <unicode/unistr.h>
 
 namespace panoveer {
 
@@ -58,7 +57,8 @@ public:
     void setLanguage(std::string_view language) {
         std::lock_guard lock(mutex_);
         const auto wanted = language == "system" ? languageOfEnvironment() : language;
-        language_ = std::find(languages.begin(), languages.end(), wanted) != languages.end() ? std::string(wanted) : "en";
+        language_ =
+            std::find(languages.begin(), languages.end(), wanted) != languages.end() ? std::string(wanted) : "en";
     }
 
     std::string text(std::string_view key) {

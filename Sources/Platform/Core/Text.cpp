@@ -1,13 +1,13 @@
 #include "Platform/Core/Text.h"
 
-#include <memory>
-
 #include <unicode/coll.h>
 #include <unicode/dtptngen.h>
 #include <unicode/smpdtfmt.h>
 #include <unicode/timezone.h>
 #include <unicode/uchar.h>
 #include <unicode/unistr.h>
+
+#include <memory>
 
 namespace panoveer {
 
@@ -29,12 +29,22 @@ bool isNumber(UChar32 c) {
 }
 
 std::unique_ptr<icu::Collator> makeFileNameCollator() {
+    // The POSIX locale, that of LANG=C, sorts by code and capitals first; people's names are sorted by letter there
+    // too.
+    const auto& user = icu::Locale::getDefault();
+    const auto& order = std::string_view(user.getVariant()) == "POSIX" ? icu::Locale::getRoot() : user;
     UErrorCode status = U_ZERO_ERROR;
-    std::unique_ptr<icu::Collator> collator(icu::Collator::createInstance(icu::Locale::getDefault(), status));
+    std::unique_ptr<icu::Collator> collator(icu::Collator::createInstance(order, status));
     if (U_FAILURE(status))
         return nullptr;
     collator->setAttribute(UCOL_NUMERIC_COLLATION, UCOL_ON, status);
     return collator;
+}
+
+// Collators are not safe to share between threads while they compare.
+const icu::Collator* fileNameCollator() {
+    thread_local const auto collator = makeFileNameCollator();
+    return collator.get();
 }
 
 } // namespace
@@ -87,12 +97,29 @@ std::string withoutTrailingNumbers(std::string_view text) {
 }
 
 int localizedStandardCompare(std::string_view left, std::string_view right) {
-    // Collators are not safe to share between threads while they compare.
-    thread_local const auto collator = makeFileNameCollator();
+    const auto* collator = fileNameCollator();
     if (!collator)
         return left.compare(right);
     UErrorCode status = U_ZERO_ERROR;
     return collator->compare(unicode(left), unicode(right), status);
+}
+
+std::string localizedStandardSortKey(std::string_view text) {
+    const auto* collator = fileNameCollator();
+    if (!collator)
+        return std::string(text);
+    const auto source = unicode(text);
+    std::string key(4 * std::size_t(source.length()) + 16, '\0');
+    const auto write = [&] {
+        return std::size_t(collator->getSortKey(source, reinterpret_cast<uint8_t*>(key.data()), int32_t(key.size())));
+    };
+    auto size = write();
+    if (size > key.size()) {
+        key.resize(size);
+        size = write();
+    }
+    key.resize(size);
+    return key;
 }
 
 std::string formatDate(std::chrono::system_clock::time_point time, std::string_view skeleton, std::string_view locale,
@@ -109,8 +136,8 @@ std::string formatDate(std::chrono::system_clock::time_point time, std::string_v
         return {};
     format.adoptTimeZone(icu::TimeZone::createTimeZone(unicode(timeZone)));
     icu::UnicodeString result;
-    format.format(
-        UDate(std::chrono::duration_cast<std::chrono::milliseconds>(time.time_since_epoch()).count()), result);
+    format.format(UDate(std::chrono::duration_cast<std::chrono::milliseconds>(time.time_since_epoch()).count()),
+                  result);
     return utf8(result);
 }
 

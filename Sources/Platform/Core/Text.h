@@ -26,6 +26,9 @@ std::string withoutTrailingNumbers(std::string_view text);
 // Negative, 0 or positive.
 int localizedStandardCompare(std::string_view left, std::string_view right);
 
+// Bytes that compare as the texts do in that order: for long lists, where each text is compared many times.
+std::string localizedStandardSortKey(std::string_view text);
+
 // A date by skeleton ("yyyyMMdd", "jmm") in the order and spelling of a locale ("en_US") and an Olson time zone.
 std::string formatDate(std::chrono::system_clock::time_point time, std::string_view skeleton, std::string_view locale,
                        std::string_view timeZone);

@@ -1,8 +1,8 @@
 #include "Platform/Core/URL.h"
 
-#include <memory>
-
 #include <glib.h>
+
+#include <memory>
 
 namespace panoveer {
 
@@ -36,7 +36,8 @@ std::optional<URL> URL::fromString(std::string_view text) {
     if (!scheme)
         return std::nullopt;
     if (g_ascii_strcasecmp(scheme.get(), "file") != 0)
-        return g_uri_is_valid(owned.c_str(), G_URI_FLAGS_NONE, nullptr) ? std::optional(URL(owned, false)) : std::nullopt;
+        return g_uri_is_valid(owned.c_str(), G_URI_FLAGS_NONE, nullptr) ? std::optional(URL(owned, false))
+                                                                        : std::nullopt;
     const GString path(g_filename_from_uri(owned.c_str(), nullptr, nullptr), g_free);
     if (!path || !*path)
         return std::nullopt;

@@ -18,7 +18,10 @@ struct VideoSample {
 // Decodes one video track of a MediaAsset over a time range, in presentation order, into pictures of the asked format;
 // the decoder's frame is adopted without a copy where its layout is the asked one. Y'CbCr stays Y'CbCr: only a change
 // of layout, depth or range is made, and BGRA is made with the stream's own matrix and range. Each picture carries the
-// stream's colour attachments. One thread at a time, except cancelReading(), which any thread may call.
+// stream's colour attachments. One thread at a time, except cancelReading() and status(), which any thread may call.
+//
+// Packets that do not decode are passed over, as players do. Reading fails when nothing at all decodes, when the file
+// cannot be read on, and when it ends before the media that its index promises.
 class AssetReader {
 public:
     enum class Status { unknown, reading, completed, failed, cancelled };

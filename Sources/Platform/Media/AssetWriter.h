@@ -25,11 +25,15 @@ struct VideoSettings {
     int width = 0;
     int height = 0;
     VideoProfile profile = VideoProfile::automatic;
-    std::optional<std::int64_t> averageBitRate;   // bits per second; absent for ProRes, whose quality governs
-    std::optional<int> maximumKeyFrameInterval;   // frames
-    std::optional<int> expectedSourceFrameRate;   // frames per second
-    // Of the output, H.273 code points; written as `colr` and into the stream. Mastering display and light level
-    // go into `mdcv` and `clli`: from here, or else from the first appended picture.
+    std::optional<std::int64_t> averageBitRate; // bits per second; absent for ProRes, whose quality governs
+    std::optional<int> maximumKeyFrameInterval; // frames
+    std::optional<int> expectedSourceFrameRate; // frames per second
+    // How long each picture is shown, where that is constant: the exact clock of the rate control and the length of the
+    // last picture. Not valid, as at first: the encoder goes by expectedSourceFrameRate, and the last picture is shown
+    // as long as the one before it.
+    MediaTime frameDuration;
+    // Of the output, H.273 code points, video range; written as `colr` and into the stream. Mastering display and light
+    // level go into `mdcv` and `clli` and into the stream. What is unsaid here is taken from the first picture.
     ColorAttachments color;
 };
 
@@ -39,27 +43,34 @@ class VideoInput {
 public:
     virtual ~VideoInput() = default;
 
-    // Room in the queue. While true, append() does not block.
+    // Room in the queue of a writer that is writing. While true, append() does not block.
     virtual bool isReadyForMoreMediaData() const = 0;
     // Blocks until there is room, the writer fails or `deadlineSeconds` have passed; then answers as above.
     virtual bool waitUntilReady(double deadlineSeconds) = 0;
-    // Hands one picture over. Times rise strictly. False when the writer is not writing or refuses: see its error().
+    // Hands one picture over, blocking while there is no room; it is released as soon as the encoder has read it. Times
+    // rise strictly; pictures before the session's start are left out. False when the writer is not writing, and when a
+    // picture of another format or size, or one out of order, has made it fail: see its error().
     virtual bool append(PixelBufferPtr picture, MediaTime presentationTime) = 0;
+    // No picture follows. The encoder goes on by itself until it has given out all that it holds.
     virtual void markAsFinished() = 0;
 };
 
 // Writes a movie file. The order of calls is: add inputs, startWriting, startSession, append…, finishWriting or
-// cancelWriting. All calls come from one thread; status() and error() may be read from any.
+// cancelWriting. All calls come from one thread; status() and error() may be read from any. The first failure of an
+// encoder or of the disk stops all inputs and stays: posixErrorDomain for what the file system refused (ENOSPC for a
+// full disk), mediaErrorDomain for the rest.
 //
-// .mov files are fragmented as they grow when movieFragmentInterval is set, so that a killed process leaves a movie
-// that plays up to its last fragment; a finished file is an ordinary movie with one `moov`. .mp4 files are never
-// fragmented and have their `moov` in front of the media.
+// .mov files are fragmented as they grow when movieFragmentInterval is set, so that a killed process, or a writer that
+// failed, leaves a movie that plays up to its last fragment; a finished file is an ordinary movie with one `moov`. .mp4
+// files are never fragmented and have their `moov` in front of the media, with free space behind it; only when many
+// more pictures came than were planned is it behind the media.
 class AssetWriter {
 public:
     // Values as the export's logs give them.
     enum class Status { unknown = 0, writing = 1, completed = 2, failed = 3, cancelled = 4 };
 
     AssetWriter(URL url, MovieFileType fileType);
+    // A writer that is still writing is cancelled.
     ~AssetWriter();
     AssetWriter(const AssetWriter&) = delete;
     AssetWriter& operator=(const AssetWriter&) = delete;
@@ -74,18 +85,22 @@ public:
     // remembered for the life of the process.
     bool canApply(const VideoSettings& settings, std::string* reason = nullptr) const;
 
-    // Pictures are to come in `pictureFormat`. `mediaTimeScale` is the track's timescale; `plannedFrameCount` the number
-    // of pictures to expect, from which room for an mp4's sample tables is reserved (0: not known). Null when refused.
+    // Pictures are to come in `pictureFormat`: "420v" for H.264 and HEVC Main, "x420" for HEVC Main 10, "x422" for the
+    // ProRes 422 family, "BGRA" or "RGhA" for ProRes 4444. `mediaTimeScale` is the track's timescale, one for all video
+    // tracks; `plannedFrameCount` the number of pictures to expect, from which room for an mp4's sample tables is
+    // reserved (0: estimated from the duration hint). Null when refused.
     VideoInput* addVideoInput(const VideoSettings& settings, FourCC pictureFormat, std::int32_t mediaTimeScale,
                               std::int64_t plannedFrameCount);
 
-    // False when the file cannot be made or an encoder cannot be opened: see error().
+    // False when the file cannot be made, since it exists already say, or an encoder cannot be opened: see error().
     bool startWriting();
+    // The time of pictures that becomes the movie's 0; 0 unless called.
     void startSession(MediaTime sourceTime);
 
     // Drains the encoders and completes the file. Blocks. True exactly when status() is then completed.
     bool finishWriting();
-    // Stops the encoders and removes the file.
+    // Stops the encoders, each within the picture that it is at, and removes the file, of a failed writer too. A
+    // completed movie stays.
     void cancelWriting();
 
     Status status() const;

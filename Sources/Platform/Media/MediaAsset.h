@@ -9,6 +9,8 @@
 #include <string>
 #include <vector>
 
+struct AVCodecParameters;
+
 namespace panoveer {
 
 // What the format description of a video track says.
@@ -19,7 +21,7 @@ struct VideoFormatDescription {
     int width = 0;               // coded size in pixels, before any transform
     int height = 0;
     bool containsAlpha = false;
-    ColorAttachments color;      // code points and HDR payloads as the container or the stream states them
+    ColorAttachments color; // code points and HDR payloads as the container or the stream states them
     bool isFullRange = false;
     // The eyes that a multiview stream carries; both false for ordinary video.
     bool hasLeftStereoEyeView = false;
@@ -27,25 +29,30 @@ struct VideoFormatDescription {
 };
 
 struct VideoTrack {
-    int streamIndex = 0; // index in the container
-    double naturalWidth = 0;  // display size in pixels before preferredTransform, pixel aspect ratio applied
+    int streamIndex = 0;     // index in the container
+    double naturalWidth = 0; // display size in pixels before preferredTransform, pixel aspect ratio applied
     double naturalHeight = 0;
     AffineTransform preferredTransform;
     double nominalFrameRate = 0; // frames per second; 0 when not known
     std::vector<VideoFormatDescription> formatDescriptions;
-    bool isDecodable = false; // this road has a decoder for the codec
+    bool isDecodable = false;                                   // this road decodes it: a listed multiview track is not
+    std::shared_ptr<const AVCodecParameters> decoderParameters; // what AssetReader sets its decoder up with
 };
 
 struct AudioTrack {
     int streamIndex = 0;
-    FourCC codecType;
+    FourCC codecType; // 0 where the container gives none
     int channelCount = 0;
     double sampleRate = 0;
 };
 
-// A media file opened on the native road: QuickTime/MP4 family, AVI, Matroska/WebM; H.264, single-view HEVC, ProRes,
-// Motion JPEG, MPEG-4 part 2 and DV. Any other container or codec has no video track here and belongs to the FFmpeg
-// road. Immutable once loaded; any thread may read it.
+// A media file opened on the native road: QuickTime/MP4 family, AVI, Matroska/WebM; H.264, HEVC, ProRes, Motion JPEG,
+// MPEG-4 part 2 and DV. A track of any other codec is not listed and belongs to the FFmpeg road, as every other
+// container does. Multiview HEVC is listed, so that a finished movie can be checked, but is not decodable here. Cover
+// pictures and thumbnails are no video tracks. Immutable once loaded; any thread may read it.
+//
+// All times are on the movie's axis: edit lists applied, and a start that the container puts later than 0 taken off,
+// as the FFmpeg road does.
 class MediaAsset {
 public:
     // Opens the file and reads its tracks. Throws Error in posixErrorDomain when the file cannot be opened, and in
@@ -53,8 +60,11 @@ public:
     static std::shared_ptr<const MediaAsset> load(const URL& url);
 
     const URL& url() const { return url_; }
+    // Of the longest track; 0 when not known.
     double durationSeconds() const { return durationSeconds_; }
-    // At least one track that this road can decode.
+    // The container's time at second 0 of the movie, at least 0.
+    double startOffsetSeconds() const { return startOffsetSeconds_; }
+    // At least one track that this road can decode, or one of multiview HEVC with both eyes, which players can.
     bool isPlayable() const;
     const std::vector<VideoTrack>& videoTracks() const { return videoTracks_; }
     const std::vector<AudioTrack>& audioTracks() const { return audioTracks_; }
@@ -64,6 +74,7 @@ private:
 
     URL url_;
     double durationSeconds_ = 0;
+    double startOffsetSeconds_ = 0;
     std::vector<VideoTrack> videoTracks_;
     std::vector<AudioTrack> audioTracks_;
 };

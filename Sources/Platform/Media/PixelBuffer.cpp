@@ -20,7 +20,8 @@ constexpr std::size_t alignedUp(std::size_t value) { return (value + alignment -
 // Planes with null data, and how many bytes they take one behind the other.
 std::size_t layOutPlanes(const PixelFormatLayout& layout, int width, int height, std::vector<PixelPlane>& planes) {
     const auto sample = std::size_t(layout.bytesPerSample);
-    planes.push_back({nullptr, alignedUp(std::size_t(width) * std::size_t(layout.samplesPerPixel) * sample), width, height});
+    planes.push_back(
+        {nullptr, alignedUp(std::size_t(width) * std::size_t(layout.samplesPerPixel) * sample), width, height});
     if (layout.planeCount == 2) {
         const int chromaWidth = (width + (1 << layout.chromaWidthShift) - 1) >> layout.chromaWidthShift;
         const int chromaHeight = (height + (1 << layout.chromaHeightShift) - 1) >> layout.chromaHeightShift;
@@ -35,10 +36,10 @@ std::size_t layOutPlanes(const PixelFormatLayout& layout, int width, int height,
 const PixelFormatLayout& requireLayout(FourCC format, int width, int height) {
     static const auto known = [] {
         std::vector<std::pair<FourCC, PixelFormatLayout>> table;
-        for (auto code : {pixelFormat::bgra, pixelFormat::rgbaHalf, pixelFormat::yCbCr420VideoRange,
-                          pixelFormat::yCbCr420FullRange, pixelFormat::yCbCr420TenBitVideoRange,
-                          pixelFormat::yCbCr420TenBitFullRange, pixelFormat::yCbCr422TenBitVideoRange,
-                          pixelFormat::yCbCr444TenBitVideoRange})
+        for (auto code :
+             {pixelFormat::bgra, pixelFormat::rgbaHalf, pixelFormat::yCbCr420VideoRange, pixelFormat::yCbCr420FullRange,
+              pixelFormat::yCbCr420TenBitVideoRange, pixelFormat::yCbCr420TenBitFullRange,
+              pixelFormat::yCbCr422TenBitVideoRange, pixelFormat::yCbCr444TenBitVideoRange})
             table.emplace_back(code, *layoutOf(code));
         return table;
     }();
@@ -72,7 +73,11 @@ std::optional<PixelFormatLayout> layoutOf(FourCC format) {
 
 PixelBuffer::PixelBuffer(FourCC format, const PixelFormatLayout& layout, int width, int height,
                          std::vector<PixelPlane> planes, std::shared_ptr<void> owner)
-    : format_(format), layout_(layout), width_(width), height_(height), planes_(std::move(planes)),
+    : format_(format),
+      layout_(layout),
+      width_(width),
+      height_(height),
+      planes_(std::move(planes)),
       owner_(std::move(owner)) {}
 
 std::shared_ptr<PixelBuffer> PixelBuffer::make(FourCC format, int width, int height) {

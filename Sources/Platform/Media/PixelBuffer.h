@@ -15,24 +15,25 @@ namespace panoveer {
 // Formats of a PixelBuffer, each named by the code that media files and frameworks know it by.
 // Ten-bit samples lie in the high bits of little-endian 16-bit words (value << 6), as P010, P210 and P410 do.
 namespace pixelFormat {
-inline constexpr FourCC bgra("BGRA"); // 8-bit B, G, R, A, one plane
+inline constexpr FourCC bgra("BGRA");     // 8-bit B, G, R, A, one plane
 inline constexpr FourCC rgbaHalf("RGhA"); // half-float R, G, B, A, one plane
-inline constexpr FourCC yCbCr420VideoRange("420v"); // 8-bit Y; interleaved CbCr at half width and half height; video range
-inline constexpr FourCC yCbCr420FullRange("420f"); // the same, full range
+inline constexpr FourCC
+    yCbCr420VideoRange("420v"); // 8-bit Y; interleaved CbCr at half width and half height; video range
+inline constexpr FourCC yCbCr420FullRange("420f");        // the same, full range
 inline constexpr FourCC yCbCr420TenBitVideoRange("x420"); // ten-bit 4:2:0, video range
-inline constexpr FourCC yCbCr420TenBitFullRange("xf20"); // ten-bit 4:2:0, full range
+inline constexpr FourCC yCbCr420TenBitFullRange("xf20");  // ten-bit 4:2:0, full range
 inline constexpr FourCC yCbCr422TenBitVideoRange("x422"); // ten-bit Y; interleaved CbCr at half width and full height
 inline constexpr FourCC yCbCr444TenBitVideoRange("x444"); // ten-bit Y; interleaved CbCr at full size
 } // namespace pixelFormat
 
 // How a format lays its samples out.
 struct PixelFormatLayout {
-    int planeCount = 1;           // 1, or 2: luma and interleaved chroma
-    int bytesPerSample = 1;       // 1, or 2 for ten-bit and half-float samples
-    int samplesPerPixel = 4;      // of the first plane: 4 for BGRA and RGhA, 1 for luma
-    int chromaWidthShift = 0;     // chroma width = (width + shift) >> shift
+    int planeCount = 1;       // 1, or 2: luma and interleaved chroma
+    int bytesPerSample = 1;   // 1, or 2 for ten-bit and half-float samples
+    int samplesPerPixel = 4;  // of the first plane: 4 for BGRA and RGhA, 1 for luma
+    int chromaWidthShift = 0; // chroma width = (width + shift) >> shift
     int chromaHeightShift = 0;
-    bool isFullRange = false;     // meaningful for Y'CbCr
+    bool isFullRange = false; // meaningful for Y'CbCr
     bool isYCbCr() const { return planeCount == 2; }
 };
 
@@ -53,8 +54,8 @@ struct ColorAttachments {
     int transfer = 2;
     int matrix = 2;
     // The payload of the mdcv box (24 bytes) and of the clli box (4 bytes); empty when the source has none.
-    std::vector<std::uint8_t> masteringDisplayColorVolume;
-    std::vector<std::uint8_t> contentLightLevelInfo;
+    std::vector<std::uint8_t> masteringDisplayColorVolume = {};
+    std::vector<std::uint8_t> contentLightLevelInfo = {};
 
     friend bool operator==(const ColorAttachments&, const ColorAttachments&) = default;
 };

@@ -23,7 +23,7 @@
 // the sources that read and write documents, not by other headers.
 //
 //   template<> struct RecordTable<Point> {
-//       static constexpr auto fields = std::tuple(required("x", &Point::x), defaulted("y", &Point::y));
+//       static constexpr auto fields = std::tuple{required("x", &Point::x), defaulted("y", &Point::y)};
 //       static void correct(Point& point) { … }   // optional; runs after every reading
 //   };
 namespace panoveer {

@@ -1,0 +1,350 @@
+#include "Panoveer/Services/Export/MovieExport.h"
+
+#include "Panoveer/Model/Records/ExportCodec.h"
+#include "Panoveer/Model/Records/RecordEnums.h"
+#include "Panoveer/Services/Export/ExportArtifactTransaction.h"
+#include "Panoveer/Services/Export/ExportArtifactValidator.h"
+#include "Panoveer/Services/Export/ExportVideoSettings.h"
+#include "Panoveer/Services/Export/SpatialVideoMetadataInjector.h"
+#include "Panoveer/Services/Export/VRExportError.h"
+#include "Panoveer/Services/Intake/FFmpegRuntime.h"
+#include "Platform/Core/Log.h"
+#include "Platform/Core/Text.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <cmath>
+#include <filesystem>
+
+namespace panoveer {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr Logger logger("Export");
+constexpr std::int32_t fragmentTimescale = 600;
+constexpr MediaTime initialFragmentInterval{fragmentTimescale, fragmentTimescale}; // 1 s
+constexpr MediaTime fragmentInterval{10 * fragmentTimescale, fragmentTimescale};   // 10 s
+
+double duration(const VRClipSegment& segment) { return std::max(segment.end - segment.start, 0.0); }
+
+std::uint64_t physicalMemoryBytes() {
+    return std::uint64_t(sysconf(_SC_PHYS_PAGES)) * std::uint64_t(sysconf(_SC_PAGE_SIZE));
+}
+
+std::string sizeText(const OutputResolution& size) {
+    return std::to_string(size.width) + "x" + std::to_string(size.height);
+}
+
+} // namespace
+
+MovieExport::MovieExport(ProjectionRenderer& renderer, const ExportOutputDescriptor& descriptor,
+                         ExportDiagnostics& diagnostics, std::stop_token stop)
+    : renderer_(renderer),
+      descriptor_(descriptor),
+      diagnostics_(diagnostics),
+      stop_(std::move(stop)),
+      clock_(outputFrameRate(descriptor)) {}
+
+MovieExport::~MovieExport() {
+    // The writer goes first: it may still hold the file open. After a commit there is no staged file left to remove.
+    writer_.reset();
+    std::error_code ignored;
+    if (!staged_.empty())
+        fs::remove(staged_.path(), ignored);
+}
+
+void MovieExport::run(const Report& report) {
+    report_ = report;
+    throwIfStopped();
+    try {
+        prepareDestination();
+        configureWriter();
+        exportSegments();
+        finishMovie();
+    } catch (...) {
+        if (writer_ && writer_->status() == AssetWriter::Status::writing)
+            writer_->cancelWriting();
+        throw;
+    }
+    diagnostics_.markStage("injecting_metadata");
+    injectSpatialMetadataIfNeeded();
+    diagnostics_.markStage("validating_output");
+    validateOutput();
+    throwIfStopped();
+    diagnostics_.markStage("committing_output");
+    ExportArtifactTransaction::commitFile(staged_, descriptor_.url);
+    diagnostics_.markStage("completed", {{"frames_written", framesWritten_}});
+}
+
+void MovieExport::prepareDestination() {
+    diagnostics_.markStage("preparing_destination", {{"output_path", descriptor_.url.path().string()},
+                                                     {"estimated_bytes", estimatedOutputBytes(descriptor_)}});
+    const auto folder = descriptor_.url.deletingLastPathComponent().path();
+    std::error_code failure;
+    fs::create_directories(folder, failure);
+    if (failure)
+        throw posixError(folder.string(), failure.value());
+    staged_ = ExportArtifactTransaction::stagedFileURL(descriptor_.url);
+    writer_ = std::make_unique<AssetWriter>(staged_, properties(descriptor_.codec).fileExtension == "mov"
+                                                         ? MovieFileType::quickTimeMovie
+                                                         : MovieFileType::mp4);
+    if (lowercased(descriptor_.url.pathExtension()) == "mov") {
+        writer_->setInitialMovieFragmentInterval(initialFragmentInterval);
+        writer_->setMovieFragmentInterval(fragmentInterval);
+        diagnostics_.record("fragmented_movie_enabled",
+                            {{"initial_fragment_interval_seconds", initialFragmentInterval.seconds()},
+                             {"fragment_interval_seconds", fragmentInterval.seconds()}});
+    }
+    writer_->setOverallDurationHint(
+        {std::llround(totalDurationSeconds(descriptor_) * fragmentTimescale), fragmentTimescale});
+}
+
+void MovieExport::configureWriter() {
+    diagnostics_.markStage("configuring_writer");
+    const auto& size = descriptor_.resolution;
+    auto settings = videoSettings(descriptor_.codec, size.width, size.height, descriptor_.bitrateMbps,
+                                  descriptor_.targetFrameRate, descriptor_.colorMode);
+    settings.frameDuration = clock_.time(1);
+    std::string reason;
+    if (!writer_->canApply(settings, &reason)) {
+        logger.error("encoder refused codec={} size={} reason={}", rawValue(descriptor_.codec), sizeText(size), reason);
+        VRExportError refusal(VRExportError::Case::unsupportedVideoSettings, descriptor_.codec, size.width,
+                              size.height);
+        refusal.setUnderlying(std::make_shared<Error>(reason));
+        throw refusal;
+    }
+
+    const auto format = preferredNativeOutputPixelFormat(descriptor_.codec, descriptor_.colorMode);
+    budget_ = ExportBufferBudget::make(format, size.width, size.height,
+                                       {.physicalMemory = physicalMemoryBytes(),
+                                        .recommendedMaxWorkingSetSize = renderer_.recommendedMaxWorkingSetSize(),
+                                        .currentAllocatedSize = renderer_.currentAllocatedSize()});
+    diagnostics_.record("writer_configured",
+                        {{"pixel_format", format.text()},
+                         {"pixel_buffer_width", size.width},
+                         {"pixel_buffer_height", size.height},
+                         {"estimated_bytes_per_pixel_buffer", std::int64_t(budget_.bytesPerPixelBuffer)},
+                         {"encoder_pixel_buffer_limit", std::int64_t(budget_.encoderPixelBufferLimit)},
+                         {"metal_in_flight_frame_limit", std::int64_t(budget_.inFlightFrameLimit)},
+                         {"buffer_memory_budget_bytes", std::int64_t(budget_.bufferMemoryBudgetBytes)}});
+    pool_ = std::make_unique<PixelBufferPool>(format, int(size.width), int(size.height));
+
+    writer_->setMovieTimeScale(clock_.timescale);
+    input_ = writer_->addVideoInput(settings, format, clock_.timescale, plannedFrameCount());
+    if (!input_)
+        throw VRExportError(VRExportError::Case::cannotAddWriterInput);
+    diagnostics_.record("audio_not_present");
+
+    if (!writer_->startWriting()) {
+        if (const auto error = writer_->error())
+            throw Error(*error);
+        throw VRExportError(VRExportError::Case::writerStartFailed);
+    }
+    writer_->startSession({0, clock_.timescale});
+    diagnostics_.markStage("encoding_started");
+    logger.info("export begin file={} format={} resolution={} codec={} fps={:.3f} audio_tracks=0",
+                descriptor_.url.lastPathComponent(), rawValue(descriptor_.outputFormat), sizeText(size),
+                rawValue(descriptor_.codec), double(clock_.timescale) / double(clock_.frameDuration));
+}
+
+std::int64_t MovieExport::plannedFrameCount() const { return clock_.frameIndex(totalDurationSeconds(descriptor_)); }
+
+void MovieExport::exportSegments() {
+    double timelineStart = 0;
+    for (const auto& segment : descriptor_.segments) {
+        throwIfStopped();
+        auto run = beginSegment(segment, timelineStart);
+        exportSegment(run);
+        diagnostics_.record("segment_completed", {{"source", segment.sourceURL.path().string()},
+                                                  {"frames_written", run.nextSlot},
+                                                  {"total_frames_written", framesWritten_}});
+        timelineStart += duration(segment);
+    }
+}
+
+MovieExport::SegmentRun MovieExport::beginSegment(const VRClipSegment& segment, double timelineStart) {
+    SegmentRun run{.segment = segment,
+                   .slots = ExportSegmentFrameSlots::between(clock_, timelineStart, timelineStart + duration(segment)),
+                   .timelineStart = timelineStart,
+                   .durationSeconds = duration(segment)};
+    DiagnosticFields fields = {{"source", segment.sourceURL.path().string()},
+                               {"source_start_seconds", segment.start},
+                               {"source_end_seconds", segment.end}};
+    try {
+        const auto probe = FFmpegRuntime::probe(segment.sourceURL);
+        fields["source_width"] = std::int64_t(probe.width);
+        fields["source_height"] = std::int64_t(probe.height);
+        fields["source_codec"] = probe.codecName;
+    } catch (const Error&) {
+        // The reader will say what is wrong with the file; the trace goes without these.
+    }
+    diagnostics_.markStage("reading_source", std::move(fields));
+    return run;
+}
+
+void MovieExport::exportSegment(SegmentRun& run) {
+    if (descriptor_.targetFrameRate)
+        run.retimer = std::make_unique<FixedFrameRateVideoRetimer>(
+            run.slots, run.durationSeconds,
+            [this, &run](const PixelBufferPtr& picture, std::int64_t slot) { appendAtSlot(run, picture, slot); });
+
+    std::unique_ptr<SegmentFrameSource> source;
+    if (run.segment.videoDecodingBackend == VideoDecodingBackend::ffmpeg) {
+        diagnostics_.record("ffmpeg_video_selected", {{"reason", std::string("import_backend")}});
+        source = openFFmpegSource(run.segment, stop_);
+    } else {
+        std::string reason;
+        source = openNativeSource(run.segment, stop_, diagnostics_, reason);
+        if (!source)
+            source = fallBackToFFmpeg(run.segment, reason);
+        else {
+            readAllFrames(run, *source);
+            source = run.framesRead == 0 ? fallBackToFFmpeg(run.segment, "no frames delivered") : nullptr;
+        }
+    }
+    if (source)
+        readAllFrames(run, *source);
+
+    drainPending(run, 0);
+    if (run.framesRead == 0 && run.slots.frameCount > 0)
+        throw VRExportError(VRExportError::Case::noVideoTrack, run.segment.sourceURL);
+    if (run.retimer)
+        run.retimer->finish();
+    else
+        holdLastFrame(run);
+}
+
+std::unique_ptr<SegmentFrameSource> MovieExport::fallBackToFFmpeg(const VRClipSegment& segment,
+                                                                  const std::string& reason) {
+    diagnostics_.record("ffmpeg_video_fallback", {{"avfoundation_diagnostic", reason}});
+    logger.info("AVFoundation video reader failed for {}; trying FFmpeg", segment.sourceURL.lastPathComponent());
+    return openFFmpegSource(segment, stop_);
+}
+
+void MovieExport::readAllFrames(SegmentRun& run, SegmentFrameSource& source) {
+    while (auto frame = source.next()) {
+        throwIfStopped();
+        ++run.framesRead;
+        if (!renderFrame(run, std::move(*frame)))
+            return;
+        drainPending(run, std::size_t(budget_.inFlightFrameLimit));
+    }
+}
+
+// False when the segment is full.
+bool MovieExport::renderFrame(SegmentRun& run, SegmentFrame frame) {
+    std::optional<std::int64_t> slot;
+    if (!run.retimer) {
+        slot = run.slots.frameIndex(frame.relativeSeconds);
+        if (!slot)
+            return false;
+    }
+    // One picture more than the encoder's share is alive while the last one is kept to fill slots with.
+    auto output =
+        acquireEncoderPixelBuffer(*pool_, writerStatus(), budget_.encoderPixelBufferLimit + 1, stop_, waitClock_);
+    auto sourceColor = frame.picture->color();
+    auto render = renderer_.render(std::move(frame.picture), frame.description, run.segment.transform, output,
+                                   VRColorOutputMode(descriptor_.colorMode), VRResamplingQuality::final,
+                                   properties(descriptor_.codec).keepsAlpha);
+    run.pending.push_back(
+        {.outputPixelBuffer = std::move(output),
+         .render = std::move(render),
+         .sourceColor = std::move(sourceColor),
+         .frameIndex = slot,
+         .safeRelativeSeconds = std::isfinite(frame.relativeSeconds) ? std::max(frame.relativeSeconds, 0.0) : 0.0});
+    return true;
+}
+
+void MovieExport::drainPending(SegmentRun& run, std::size_t keep) {
+    while (run.pending.size() > keep) {
+        auto frame = std::move(run.pending.front());
+        run.pending.pop_front();
+        appendPendingNativeFrame(run, std::move(frame));
+    }
+}
+
+void MovieExport::appendPendingNativeFrame(SegmentRun& run, PendingNativeVideoFrame frame) {
+    frame.render->wait();
+    attachColorMetadata(*frame.outputPixelBuffer, descriptor_.colorMode, frame.sourceColor);
+    const double seconds = run.timelineStart + frame.safeRelativeSeconds;
+    if (run.retimer) {
+        run.retimer->append(std::move(frame.outputPixelBuffer), frame.safeRelativeSeconds);
+    } else {
+        // A movie starts with a picture: one whose first frame comes late shows it from the beginning.
+        if (framesWritten_ == 0)
+            for (std::int64_t slot = 0; slot < *frame.frameIndex; ++slot)
+                appendAtSlot(run, frame.outputPixelBuffer, slot);
+        appendAtSlot(run, frame.outputPixelBuffer, *frame.frameIndex);
+    }
+    report_(seconds, framesWritten_, "export.progress.exporting");
+}
+
+void MovieExport::appendAtSlot(SegmentRun& run, const PixelBufferPtr& picture, std::int64_t slot) {
+    waitUntilReady([this] { return input_->isReadyForMoreMediaData(); }, "video", writerStatus(), stop_, waitClock_);
+    if (!input_->append(picture, clock_.time(run.slots.startFrame + slot))) {
+        if (const auto error = writer_->error())
+            throw Error(*error);
+        throw VRExportError(VRExportError::Case::appendFailed);
+    }
+    if (framesWritten_ == 0) {
+        logger.info("first video frame appended file={}", descriptor_.url.lastPathComponent());
+        diagnostics_.record("video_frame_appended");
+    }
+    ++framesWritten_;
+    run.nextSlot = slot + 1;
+    run.lastAppended = picture;
+}
+
+// A source whose pictures end before its sound, or whose last pictures are damaged, keeps its length: players, too,
+// show the last picture until the end.
+void MovieExport::holdLastFrame(SegmentRun& run) {
+    const auto missing = run.slots.frameCount - run.nextSlot;
+    if (missing <= 0 || !run.lastAppended)
+        return;
+    diagnostics_.record("last_frame_held", {{"frames", missing}});
+    const auto picture = run.lastAppended;
+    while (run.nextSlot < run.slots.frameCount)
+        appendAtSlot(run, picture, run.nextSlot);
+}
+
+void MovieExport::finishMovie() {
+    throwIfStopped();
+    input_->markAsFinished();
+    report_(totalDurationSeconds(descriptor_), framesWritten_, "export.progress.finalizing");
+    diagnostics_.markStage("finalizing_container");
+    if (!writer_->finishWriting())
+        throwWriterError(writerStatus());
+}
+
+void MovieExport::injectSpatialMetadataIfNeeded() {
+    const auto request = SpatialVideoMetadataRequest::make(descriptor_.outputFormat, descriptor_.stereoLayout,
+                                                           descriptor_.codec, descriptor_.vrMetadataMode);
+    if (!request)
+        return;
+    logger.info("inject spatial metadata file={} mode={} spatial_audio_tracks=0", staged_.lastPathComponent(),
+                rawValue(descriptor_.vrMetadataMode));
+    SpatialVideoMetadataInjector::injectMetadata(staged_, *request, {}, stop_);
+    SpatialVideoMetadataInjector::validateMetadata(staged_, *request);
+}
+
+void MovieExport::validateOutput() {
+    try {
+        ExportArtifactValidator::validateMovie(staged_, movieValidationExpectation(descriptor_));
+    } catch (const ExportArtifactValidationError& error) {
+        throw VRExportError(VRExportError::Case::outputValidationFailed, std::string(error.what()));
+    }
+}
+
+void MovieExport::throwIfStopped() const {
+    if (stop_.stop_requested())
+        throw Cancelled();
+}
+
+ExportWriterStatus MovieExport::writerStatus() const {
+    return {.status = [this] { return writer_->status(); }, .error = [this] { return writer_->error(); }};
+}
+
+} // namespace panoveer

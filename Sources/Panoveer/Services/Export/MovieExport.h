@@ -1,0 +1,100 @@
+#pragma once
+
+#include "Panoveer/Rendering/Projection/ProjectionRenderer.h"
+#include "Panoveer/Services/Export/ExportBufferBudget.h"
+#include "Panoveer/Services/Export/ExportDiagnostics.h"
+#include "Panoveer/Services/Export/ExportFrameClock.h"
+#include "Panoveer/Services/Export/ExportOutputDescriptor.h"
+#include "Panoveer/Services/Export/ExportSegmentFrameSlots.h"
+#include "Panoveer/Services/Export/ExportWaits.h"
+#include "Panoveer/Services/Export/FixedFrameRateVideoRetimer.h"
+#include "Panoveer/Services/Export/SegmentFrameSource.h"
+#include "Platform/Media/AssetWriter.h"
+
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <stop_token>
+#include <string>
+
+namespace panoveer {
+
+// The writing of one movie, from its staged file to the commit under its final name:
+//
+//   source -> decode -> render (runs ahead) -> [retime] -> encode -> staged file -> metadata -> check -> rename
+//
+// Made for one movie and run once, on the export's thread. Any failure leaves the final name as it was and removes the
+// staged file.
+class MovieExport {
+public:
+    // Seconds of the movie that are written, frames written, and the key of a message for the person.
+    using Report = std::function<void(double seconds, std::int64_t framesWritten, const std::string& messageKey)>;
+
+    MovieExport(ProjectionRenderer& renderer, const ExportOutputDescriptor& descriptor, ExportDiagnostics& diagnostics,
+                std::stop_token stop);
+    ~MovieExport();
+
+    // Throws Cancelled, or whatever went wrong.
+    void run(const Report& report);
+
+private:
+    // A rendered frame that the engine may not have finished.
+    struct PendingNativeVideoFrame {
+        PixelBufferPtr outputPixelBuffer;
+        std::unique_ptr<PendingRender> render;
+        ColorAttachments sourceColor;
+        std::optional<std::int64_t> frameIndex; // its slot; absent when the retimer decides later
+        double safeRelativeSeconds = 0;         // finite and not negative
+    };
+
+    // What one segment's loop carries along.
+    struct SegmentRun {
+        const VRClipSegment& segment;
+        ExportSegmentFrameSlots slots;
+        double timelineStart = 0; // seconds of the movie before this segment
+        double durationSeconds = 0;
+        std::unique_ptr<FixedFrameRateVideoRetimer> retimer; // only with a target rate
+        std::int64_t nextSlot = 0;                           // slots below it have been appended
+        PixelBufferPtr lastAppended; // fills the slots that the source leaves empty at the segment's end
+        std::deque<PendingNativeVideoFrame> pending;
+        std::int64_t framesRead = 0;
+    };
+
+    void prepareDestination();
+    void configureWriter();
+    void exportSegments();
+    std::int64_t plannedFrameCount() const;
+    SegmentRun beginSegment(const VRClipSegment& segment, double timelineStart);
+    void exportSegment(SegmentRun& run);
+    std::unique_ptr<SegmentFrameSource> fallBackToFFmpeg(const VRClipSegment& segment, const std::string& reason);
+    void readAllFrames(SegmentRun& run, SegmentFrameSource& source);
+    bool renderFrame(SegmentRun& run, SegmentFrame frame);
+    void drainPending(SegmentRun& run, std::size_t keep);
+    void appendPendingNativeFrame(SegmentRun& run, PendingNativeVideoFrame frame);
+    void appendAtSlot(SegmentRun& run, const PixelBufferPtr& picture, std::int64_t slot);
+    void holdLastFrame(SegmentRun& run);
+    void finishMovie();
+    void injectSpatialMetadataIfNeeded();
+    void validateOutput();
+    void throwIfStopped() const;
+    ExportWriterStatus writerStatus() const;
+
+    ProjectionRenderer& renderer_;
+    const ExportOutputDescriptor& descriptor_;
+    ExportDiagnostics& diagnostics_;
+    std::stop_token stop_;
+    Report report_;
+    ExportWaitClock waitClock_ = ExportWaitClock::system();
+
+    URL staged_;
+    ExportFrameClock clock_;
+    ExportBufferBudget budget_;
+    std::unique_ptr<PixelBufferPool> pool_;
+    std::unique_ptr<AssetWriter> writer_;
+    VideoInput* input_ = nullptr; // owned by writer_
+    std::int64_t framesWritten_ = 0;
+};
+
+} // namespace panoveer

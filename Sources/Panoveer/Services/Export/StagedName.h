@@ -1,0 +1,12 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace panoveer {
+
+// A file name made of a stem that a person chose and a suffix that must stay whole. Where both together are longer
+// than file systems allow (255 bytes), the stem loses its end, at a character boundary.
+std::string fittingFileName(std::string_view stem, std::string_view suffix);
+
+} // namespace panoveer

@@ -1,0 +1,56 @@
+#pragma once
+
+#include "Panoveer/Model/Records/ExportSettings.h"
+#include "Platform/Core/Error.h"
+#include "Platform/Core/Localization.h"
+#include "Platform/Core/URL.h"
+
+#include <span>
+
+namespace panoveer {
+
+// What can go wrong while an export writes its files. what() is the localised text, with the payload in it.
+class VRExportError : public Error {
+public:
+    enum class Case {
+        pixelBufferCreationFailed, // status
+        sampleRetimingFailed,      // status
+        noVideoTrack,              // URL
+        unsupportedVideoSettings,  // codec, width, height
+        cancelledPartialSaved,     // URL
+        failedPartialSaved,        // URL, text
+        codecExportFailed,         // codec, text
+        pngMaskWriteFailed,        // URL
+        outputValidationFailed,    // text
+        alphaMaskValidationFailed, // text
+        cannotAddWriterInput,
+        cannotAddAudioInput,
+        cannotAddReaderOutput,
+        writerStartFailed,
+        readerStartFailed,
+        readerFailed,
+        writerFailed,
+        appendFailed,
+        audioAppendFailed,
+        pixelBufferPoolUnavailable,
+    };
+
+    // The payload of a case, in the order given above.
+    template<class... Payload>
+    explicit VRExportError(Case which, const Payload&... payload)
+        : Error(localized(key(which), asArgument(payload)...)), case_(which) {}
+
+    Case which() const noexcept { return case_; }
+
+    static std::string_view key(Case which);
+
+private:
+    static std::string asArgument(const URL& url) { return url.path().string(); }
+    static std::string asArgument(ExportCodec codec);
+    static std::string asArgument(const std::string& text) { return text; }
+    static std::int64_t asArgument(std::int64_t number) { return number; }
+
+    Case case_;
+};
+
+} // namespace panoveer

@@ -1,0 +1,90 @@
+#include "Panoveer/Services/Export/VRNativeExporter.h"
+
+#include "Panoveer/Model/Records/RecordEnums.h"
+#include "Panoveer/Services/Export/ExportPlanner.h"
+#include "Panoveer/Services/Export/ExportVideoSettings.h"
+#include "Panoveer/Services/Export/MovieExport.h"
+#include "Panoveer/Services/Export/VRExportError.h"
+#include "Platform/Core/Localization.h"
+#include "Platform/Core/Log.h"
+
+namespace panoveer {
+
+namespace {
+
+constexpr Logger logger("Export");
+
+class SilentDiagnostics final : public ExportDiagnostics {
+public:
+    void record(std::string_view, const DiagnosticFields&) override {}
+};
+
+std::set<UUID> allQueueItems(std::span<const VRClipSegment> segments) {
+    std::set<UUID> ids;
+    for (const auto& segment : segments)
+        ids.insert(segment.queueItemID);
+    return ids;
+}
+
+} // namespace
+
+VRNativeExporter::VRNativeExporter(ProjectionRenderer& renderer, DiagnosticsFactory makeDiagnostics)
+    : renderer_(renderer), makeDiagnostics_(std::move(makeDiagnostics)) {
+    if (!makeDiagnostics_)
+        makeDiagnostics_ = [](const URL&) { return std::make_unique<LoggedExportDiagnostics>(); };
+}
+
+std::vector<URL> VRNativeExporter::exportClips(std::span<const VRClipSegment> segments, const ExportSettings& settings,
+                                               const URL& destination, const SourceFrameRates& sourceFrameRates,
+                                               const ProgressHandler& progress, std::stop_token stop) {
+    progress({.fraction = 0,
+              .message = localized("export.progress.preparing"),
+              .activeQueueItemIDs = allQueueItems(segments)});
+    const auto descriptors = ExportPlanner::plan(segments, settings, destination, sourceFrameRates);
+
+    std::unique_ptr<ExportDiagnostics> diagnostics;
+    try {
+        diagnostics = makeDiagnostics_(destination);
+    } catch (const std::exception& error) {
+        logger.error("persistent export diagnostics unavailable error={}", error.what());
+        diagnostics = std::make_unique<SilentDiagnostics>();
+    }
+
+    double totalDuration = 0;
+    for (const auto& descriptor : descriptors)
+        totalDuration += totalDurationSeconds(descriptor);
+
+    std::vector<URL> written;
+    double completedDuration = 0;
+    for (const auto& descriptor : descriptors) {
+        framesWritten_ = 0;
+        try {
+            MovieExport movie(renderer_, descriptor, *diagnostics, stop);
+            movie.run([&](double seconds, std::int64_t frames, const std::string& messageKey) {
+                framesWritten_ = frames;
+                const double fraction = totalDuration > 0 ? (completedDuration + seconds) / totalDuration : 0;
+                progress({.fraction = std::clamp(fraction, 0.0, 0.999),
+                          .message = localized(messageKey),
+                          .activeQueueItemIDs = allQueueItems(descriptor.segments)});
+            });
+        } catch (const Cancelled&) {
+            diagnostics->record("export_cancelled");
+            throw;
+        } catch (const std::exception& failure) {
+            const VRExportError wrapped(VRExportError::Case::codecExportFailed, descriptor.codec,
+                                        std::string(failure.what()));
+            diagnostics->record("export_failed", {{"stage", diagnostics->stage()},
+                                                  {"diagnostic", std::string(failure.what())},
+                                                  {"user_message", std::string(wrapped.what())}});
+            logger.error("export failed codec={} error={}", rawValue(descriptor.codec), failure.what());
+            throw wrapped;
+        }
+        completedDuration += totalDurationSeconds(descriptor);
+        written.push_back(descriptor.url);
+    }
+    diagnostics->record("export_completed");
+    progress({.fraction = 1, .message = localized("status.export_complete"), .activeQueueItemIDs = {}});
+    return written;
+}
+
+} // namespace panoveer

@@ -1,0 +1,142 @@
+#include "Panoveer/Services/Export/ExportPlanner.h"
+#include "Panoveer/Services/Export/VRNativeExporter.h"
+#include "PanoveerTool/Commands.h"
+#include "PanoveerTool/ConversionOptions.h"
+#include "PanoveerTool/Exit.h"
+#include "PanoveerTool/ProgressDisplay.h"
+#include "PanoveerTool/RenderEngine.h"
+#include "PanoveerTool/Sources.h"
+#include "Platform/Core/Error.h"
+#include "Platform/Core/Text.h"
+
+#include <CLI/CLI.hpp>
+#include <nlohmann/json.hpp>
+
+#include <filesystem>
+#include <format>
+#include <iostream>
+
+namespace panoveer::tool {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+struct ConvertArguments {
+    std::vector<std::string> inputs;
+    std::string output;
+    std::optional<std::string> mode;
+    std::optional<std::string> progress;
+    bool overwrite = false;
+    bool json = false;
+    ConversionOptions conversion;
+};
+
+bool namesMovieFile(const URL& url) {
+    const auto extension = lowercased(url.pathExtension());
+    return (extension == "mov" || extension == "mp4") && !fs::is_directory(url.path());
+}
+
+ExportMode exportMode(const ConvertArguments& arguments, const URL& output) {
+    const bool isFile = namesMovieFile(output);
+    if (!arguments.mode)
+        return isFile ? ExportMode::singleMovie : ExportMode::separateClips;
+    if (*arguments.mode == "separateClips") {
+        if (isFile)
+            throw UsageError("--mode separateClips writes several movies: -o must name a folder");
+        return ExportMode::separateClips;
+    }
+    if (*arguments.mode != "singleMovie")
+        throw UsageError(std::format("--mode: '{}' is none of: singleMovie, separateClips", *arguments.mode));
+    if (fs::is_directory(output.path()))
+        throw UsageError("--mode singleMovie writes one movie: -o must name a file");
+    return ExportMode::singleMovie;
+}
+
+// A movie of the plan may stand on no other file that somebody still needs.
+void checkTargets(const std::vector<ExportOutputDescriptor>& plan, const std::vector<VideoAsset>& assets,
+                  bool overwrite) {
+    for (const auto& movie : plan) {
+        const auto target = movie.url.path();
+        std::error_code ignored;
+        if (!fs::exists(target, ignored))
+            continue;
+        if (fs::is_directory(target, ignored))
+            throw Error(target.string() + " is a folder. Choose another name.");
+        for (const auto& asset : assets)
+            if (fs::equivalent(target, asset.url.path(), ignored))
+                throw Error(target.string() + " is the source itself. Choose another name.");
+        if (!overwrite)
+            throw Error(target.string() + " exists already. Choose another name, or say --overwrite.");
+    }
+}
+
+ProgressStyle progressStyle(const ConvertArguments& arguments) {
+    if (!arguments.progress)
+        return ProgressDisplay::automaticStyle();
+    return *arguments.progress == "json"  ? ProgressStyle::json
+           : *arguments.progress == "bar" ? ProgressStyle::bar
+                                          : ProgressStyle::none;
+}
+
+void printResult(const std::vector<ExportOutputDescriptor>& plan, bool json) {
+    nlohmann::ordered_json movies = nlohmann::ordered_json::array();
+    for (const auto& movie : plan) {
+        std::error_code ignored;
+        const auto bytes = fs::file_size(movie.url.path(), ignored);
+        if (json)
+            movies.push_back({{"path", movie.url.path().string()},
+                              {"width", movie.resolution.width},
+                              {"height", movie.resolution.height},
+                              {"bytes", bytes}});
+        else
+            std::cout << std::format("{}  {}x{}  {:.1f} MB\n", movie.url.path().string(), movie.resolution.width,
+                                     movie.resolution.height, double(bytes) / 1e6);
+    }
+    if (json)
+        std::cout << nlohmann::ordered_json{{"movies", movies}}.dump(2) << '\n';
+}
+
+void convert(const ConvertArguments& arguments, std::stop_token stop) {
+    auto settings = arguments.conversion.settings();
+    const auto output = URL::fromFilePath(arguments.output);
+    settings.mode = exportMode(arguments, output);
+
+    const auto assets = readSources(arguments.inputs);
+    std::vector<VRClipSegment> clips;
+    SourceFrameRates frameRates;
+    for (const auto& asset : assets) {
+        clips.push_back(arguments.conversion.clip(asset, settings));
+        frameRates[asset.url] = asset.frameRate;
+    }
+    const auto plan = ExportPlanner::plan(clips, settings, output, frameRates);
+    checkTargets(plan, assets, arguments.overwrite);
+
+    const auto renderer = makeRenderer(arguments.conversion.renderer);
+    VRNativeExporter exporter(*renderer);
+    {
+        ProgressDisplay display(progressStyle(arguments));
+        exporter.exportClips(
+            clips, settings, output, frameRates,
+            [&](const ExportProgress& progress) { display.show(progress, exporter.framesWritten()); }, stop);
+    }
+    printResult(plan, arguments.json);
+}
+
+} // namespace
+
+void declareConvert(CLI::App& program, std::stop_token stop) {
+    auto arguments = std::make_shared<ConvertArguments>();
+    auto* command = program.add_subcommand("convert", "Convert movies");
+    command->add_option("INPUT", arguments->inputs, "Movies, or folders of movies")->required();
+    command->add_option("-o,--output", arguments->output, "A file for one movie, a folder otherwise")->required();
+    command->add_option("--mode", arguments->mode, "singleMovie or separateClips; else -o decides");
+    command->add_flag("--overwrite", arguments->overwrite, "Replace movies that exist");
+    command->add_flag("--json", arguments->json, "Print the result as JSON");
+    command->add_option("--progress", arguments->progress, "bar, json or none")
+        ->check(CLI::IsMember({"bar", "json", "none"}));
+    arguments->conversion.declare(*command);
+    command->callback([arguments, stop] { convert(*arguments, stop); });
+}
+
+} // namespace panoveer::tool

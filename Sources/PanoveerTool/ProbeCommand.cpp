@@ -1,0 +1,135 @@
+#include "Panoveer/Model/Records/RecordEnums.h"
+#include "Panoveer/Services/Intake/FFmpegRuntime.h"
+#include "Panoveer/Services/Intake/VideoMetadataReader.h"
+#include "PanoveerTool/Commands.h"
+#include "Platform/Core/Error.h"
+
+#include <CLI/CLI.hpp>
+#include <nlohmann/json.hpp>
+
+#include <format>
+#include <iostream>
+#include <optional>
+
+namespace panoveer::tool {
+
+namespace {
+
+using JSON = nlohmann::ordered_json;
+
+// What the container says of projection and eyes; absent values are left out.
+JSON containerJSON(const ContainerImmersiveMetadata& metadata) {
+    JSON result = JSON::object();
+    if (metadata.projection)
+        result["projection"] = rawValue(*metadata.projection);
+    if (metadata.stereoLayout)
+        result["stereo"] = rawValue(*metadata.stereoLayout);
+    result["eyesSwapped"] = metadata.eyesSwapped;
+    if (metadata.horizontalFieldOfView)
+        result["horizontalFieldOfView"] = *metadata.horizontalFieldOfView;
+    if (metadata.stereoBaselineMillimeters)
+        result["stereoBaselineMillimeters"] = *metadata.stereoBaselineMillimeters;
+    return result;
+}
+
+JSON audioJSON(const FFmpegAudioStreamInfo& stream) {
+    JSON result = {{"stream", stream.streamIndex},
+                   {"codec", stream.codecName},
+                   {"channels", stream.channelCount},
+                   {"sampleRate", stream.sampleRate},
+                   {"default", stream.isDefault}};
+    if (stream.ambisonicOrder)
+        result["ambisonicOrder"] = *stream.ambisonicOrder;
+    return result;
+}
+
+JSON probeFile(const std::string& path) {
+    const auto url = URL::fromFilePath(path);
+    const auto asset = VideoMetadataReader::readStreams(url);
+    const auto& color = asset.colorMetadata;
+    JSON result = {{"file", url.path().string()},
+                   {"durationSeconds", asset.duration},
+                   {"framesPerSecond", asset.frameRate},
+                   {"width", asset.naturalSize.width},
+                   {"height", asset.naturalSize.height},
+                   {"orientation", rawValue(asset.sourceOrientation)},
+                   {"alpha", asset.containsAlphaChannel},
+                   {"decoder", rawValue(asset.videoDecodingBackend)},
+                   {"color",
+                    {{"primaries", rawValue(color.primaries)},
+                     {"transfer", rawValue(color.transferFunction)},
+                     {"matrix", rawValue(color.yCbCrMatrix)},
+                     {"masteringDisplay", color.masteringDisplayColorVolume.has_value()},
+                     {"contentLightLevel", color.contentLightLevelInfo.has_value()}}},
+                   {"format", rawValue(asset.detectedFormat)}};
+    try {
+        const auto probe = FFmpegRuntime::probe(url);
+        result["codec"] = probe.codecName;
+        result["pixelFormat"] = probe.pixelFormatName;
+        result["multiview"] = probe.isStereoMultiview;
+        if (probe.containerImmersiveMetadata)
+            result["container"] = containerJSON(*probe.containerImmersiveMetadata);
+        result["audio"] = JSON::array();
+        for (const auto& stream : FFmpegRuntime::probeAudioStreams(url))
+            result["audio"].push_back(audioJSON(stream));
+    } catch (const Error&) {
+        // A file that only the native road reads is told by that road alone.
+    }
+    return result;
+}
+
+void printText(const JSON& file) {
+    std::cout << file["file"].get<std::string>() << '\n';
+    std::cout << std::format("  picture    {:g}x{:g}, {:.3f} fps, {:.3f} s, {} {}\n", file["width"].get<double>(),
+                             file["height"].get<double>(), file["framesPerSecond"].get<double>(),
+                             file["durationSeconds"].get<double>(), file.value("codec", ""),
+                             file.value("pixelFormat", ""));
+    std::cout << std::format("  color      {} primaries, {} transfer, {} matrix\n",
+                             file["color"]["primaries"].get<std::string>(),
+                             file["color"]["transfer"].get<std::string>(), file["color"]["matrix"].get<std::string>());
+    std::cout << std::format("  read with  {}, orientation {}{}\n", file["decoder"].get<std::string>(),
+                             file["orientation"].get<std::string>(), file["alpha"].get<bool>() ? ", with alpha" : "");
+    std::cout << std::format("  format     {} (from its shape)\n", file["format"].get<std::string>());
+    if (file.contains("container"))
+        std::cout << "  container  " << file["container"].dump() << '\n';
+    for (const auto& stream : file.value("audio", JSON::array()))
+        std::cout << std::format("  sound      stream {}: {}, {} channels, {} Hz\n", stream["stream"].get<int>(),
+                                 stream["codec"].get<std::string>(), stream["channels"].get<int>(),
+                                 stream["sampleRate"].get<int>());
+}
+
+void probe(const std::vector<std::string>& paths, bool json) {
+    JSON files = JSON::array();
+    std::optional<std::string> failure;
+    for (const auto& path : paths) {
+        try {
+            files.push_back(probeFile(path));
+            if (!json)
+                printText(files.back());
+        } catch (const Error& error) {
+            failure = path + ": " + error.what();
+            if (paths.size() > 1)
+                std::cerr << "panoveer: " << *failure << '\n';
+        }
+    }
+    if (json)
+        std::cout << JSON{{"files", files}}.dump(2) << '\n';
+    if (failure)
+        throw Error(paths.size() > 1 ? "Not every file could be read." : *failure);
+}
+
+} // namespace
+
+void declareProbe(CLI::App& program) {
+    struct Arguments {
+        std::vector<std::string> paths;
+        bool json = false;
+    };
+    auto arguments = std::make_shared<Arguments>();
+    auto* command = program.add_subcommand("probe", "Tell what files are");
+    command->add_option("FILE", arguments->paths, "Movies")->required();
+    command->add_flag("--json", arguments->json, "Print JSON");
+    command->callback([arguments] { probe(arguments->paths, arguments->json); });
+}
+
+} // namespace panoveer::tool

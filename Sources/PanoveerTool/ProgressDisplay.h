@@ -1,0 +1,42 @@
+#pragma once
+
+#include "Panoveer/Model/Records/ExportProgress.h"
+
+#include <chrono>
+#include <cstdint>
+#include <optional>
+#include <string>
+
+namespace panoveer::tool {
+
+enum class ProgressStyle { none, bar, json };
+
+// Shows how far an export is, on standard error: a bar that redraws itself on a terminal, or one JSON object a line.
+// One thread.
+class ProgressDisplay {
+public:
+    explicit ProgressDisplay(ProgressStyle style);
+    ~ProgressDisplay();
+    ProgressDisplay(const ProgressDisplay&) = delete;
+    ProgressDisplay& operator=(const ProgressDisplay&) = delete;
+
+    void show(const ExportProgress& progress, std::int64_t framesWritten);
+
+    // A bar where standard error is a terminal, nothing where it is not.
+    static ProgressStyle automaticStyle();
+
+private:
+    using Clock = std::chrono::steady_clock;
+
+    void drawBar(const ExportProgress& progress, double elapsedSeconds);
+    void printJSON(const ExportProgress& progress, double elapsedSeconds) const;
+
+    ProgressStyle style_;
+    Clock::time_point begin_ = Clock::now();
+    std::optional<Clock::time_point> lastShown_;
+    std::int64_t framesOfFinishedMovies_ = 0;
+    std::int64_t framesOfThisMovie_ = 0;
+    bool barIsOpen_ = false;
+};
+
+} // namespace panoveer::tool

@@ -1,0 +1,41 @@
+#include "PanoveerTool/Sources.h"
+
+#include "Panoveer/Services/Intake/MediaImportReport.h"
+#include "Panoveer/Services/Intake/MediaImportScanner.h"
+#include "Panoveer/Services/Intake/VideoMetadataReader.h"
+#include "Platform/Core/Error.h"
+
+#include <iostream>
+
+namespace panoveer::tool {
+
+std::vector<VideoAsset> readSources(const std::vector<std::string>& paths) {
+    std::vector<URL> urls;
+    for (const auto& path : paths)
+        urls.push_back(URL::fromFilePath(path));
+    const auto scan = MediaImportScanner::scan(urls);
+    for (const auto& item : scan.skipped)
+        std::cerr << "panoveer: left out " << item.name << ": " << describe(item.reason) << '\n';
+    for (const auto& project : scan.projectURLs)
+        std::cerr << "panoveer: left out " << project.lastPathComponent() << ": a project is not a source\n";
+
+    std::vector<VideoAsset> assets;
+    std::string lastFailure;
+    for (const auto& url : scan.videoURLs) {
+        try {
+            auto asset = VideoMetadataReader::readStreams(url);
+            if (asset.playbackStatus == VideoPlaybackStatus::conversionRequired)
+                throw Error("Canon raw movies must be converted to another format first.");
+            assets.push_back(std::move(asset));
+        } catch (const Error& error) {
+            lastFailure = url.path().string() + ": " + error.what();
+            if (scan.videoURLs.size() > 1)
+                std::cerr << "panoveer: left out " << lastFailure << '\n';
+        }
+    }
+    if (assets.empty())
+        throw Error(lastFailure.empty() ? "No movie was given that can be read." : lastFailure);
+    return assets;
+}
+
+} // namespace panoveer::tool

@@ -1,0 +1,53 @@
+// The command line of Panoveer Studio: the whole engine without a window.
+
+#include "PanoveerTool/Commands.h"
+#include "PanoveerTool/Exit.h"
+#include "PanoveerTool/Interrupt.h"
+#include "Platform/Core/Error.h"
+
+#include <CLI/CLI.hpp>
+
+#include <iostream>
+#include <new>
+
+namespace {
+
+int run(int argc, char** argv) {
+    using namespace panoveer;
+    using namespace panoveer::tool;
+    const Interrupt interrupt;
+
+    CLI::App program("Converts immersive, dome and flat video.", "panoveer");
+    program.require_subcommand(1);
+    program.set_version_flag("--version", std::string("panoveer ") + PANOVEER_VERSION);
+    declareConvert(program, interrupt.token());
+    declareFrame(program, interrupt.token());
+    declareProbe(program);
+    declareInspect(program);
+    declarePresets(program);
+    declareDoctor(program);
+    declareSample(program, interrupt.token());
+
+    try {
+        program.parse(argc, argv);
+        return exitCode::done;
+    } catch (const CLI::ParseError& error) {
+        return program.exit(error, std::cout, std::cerr) == 0 ? exitCode::done : exitCode::wrongUsage;
+    } catch (const UsageError& error) {
+        std::cerr << "panoveer: " << error.what() << '\n';
+        return exitCode::wrongUsage;
+    } catch (const Cancelled&) {
+        std::cerr << "panoveer: cancelled; nothing was left under a final name.\n";
+        return exitCode::cancelled;
+    } catch (const std::bad_alloc&) {
+        std::cerr << "panoveer: out of memory. Choose a smaller --size, or close other programs.\n";
+        return exitCode::failed;
+    } catch (const std::exception& error) {
+        std::cerr << "panoveer: " << error.what() << '\n';
+        return exitCode::failed;
+    }
+}
+
+} // namespace
+
+int main(int argc, char** argv) { return run(argc, argv); }

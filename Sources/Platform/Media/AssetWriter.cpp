@@ -1,0 +1,217 @@
+#include "Platform/Media/AssetWriter.h"
+
+#include "Platform/Core/Log.h"
+#include "Platform/Media/EncoderCatalog.h"
+#include "Platform/Media/MediaSupport.h"
+#include "Platform/Media/MovieMuxer.h"
+#include "Platform/Media/QueuedVideoInput.h"
+#include "Platform/Media/VideoEncoder.h"
+
+#include <algorithm>
+#include <cmath>
+#include <filesystem>
+#include <mutex>
+#include <utility>
+#include <vector>
+
+namespace panoveer {
+
+namespace {
+
+constexpr Logger logger("AssetWriter");
+
+// Where neither the caller nor the settings say how many pictures will come.
+std::int64_t estimatedFrameCount(const VideoSettings& settings, MediaTime duration) {
+    const double frameRate = settings.frameDuration.isValid() ? 1 / settings.frameDuration.seconds()
+                                                              : settings.expectedSourceFrameRate.value_or(0);
+    return std::int64_t(std::ceil(std::max(duration.seconds() * frameRate, 0.0)));
+}
+
+} // namespace
+
+struct AssetWriter::State {
+    struct Video {
+        std::unique_ptr<QueuedVideoInput> input;
+        VideoSettings settings;
+        std::int64_t plannedFrameCount = 0;
+    };
+
+    State(URL movie, MovieFileType fileType) : url(std::move(movie)) { configuration.fileType = fileType; }
+
+    void setUp(MovieMuxer::Configuration& plan) const;
+    void fail(const Error& error);
+    bool become(Status next);
+    void stopInputs() noexcept;
+    void joinInputs();
+    void removeFile();
+
+    const URL url;
+    MovieMuxer::Configuration configuration;
+    MediaTime durationHint;
+    std::vector<Video> videos;
+    std::vector<WriterInput*> inputs; // of all tracks, in their order
+    std::unique_ptr<MovieMuxer> muxer;
+    bool ownsFile = false;
+
+    mutable std::mutex mutex; // guards what follows
+    Status status = Status::unknown;
+    std::optional<Error> error;
+};
+
+AssetWriter::AssetWriter(URL url, MovieFileType fileType) : state_(std::make_unique<State>(std::move(url), fileType)) {}
+
+AssetWriter::~AssetWriter() {
+    if (status() == Status::writing)
+        cancelWriting();
+    state_->stopInputs();
+    state_->joinInputs();
+}
+
+void AssetWriter::setMovieTimeScale(std::int32_t timescale) { state_->configuration.movieTimeScale = timescale; }
+
+void AssetWriter::setInitialMovieFragmentInterval(MediaTime interval) {
+    state_->configuration.initialFragmentInterval = interval;
+}
+
+void AssetWriter::setMovieFragmentInterval(MediaTime interval) { state_->configuration.fragmentInterval = interval; }
+
+void AssetWriter::setOverallDurationHint(MediaTime duration) { state_->durationHint = duration; }
+
+bool AssetWriter::canApply(const VideoSettings& settings, std::string* reason) const {
+    const auto refusal = EncoderCatalog::shared().refusal(settings);
+    if (refusal && reason)
+        *reason = *refusal;
+    return !refusal;
+}
+
+VideoInput* AssetWriter::addVideoInput(const VideoSettings& settings, FourCC pictureFormat, std::int32_t mediaTimeScale,
+                                       std::int64_t plannedFrameCount) {
+    auto& videos = state_->videos;
+    const bool isOneTimescale = videos.empty() || state_->configuration.videoTimeScale == mediaTimeScale;
+    const auto formats = pictureFormats(settings.codec, settings.profile);
+    if (status() != Status::unknown || mediaTimeScale < 1 || !isOneTimescale ||
+        std::ranges::find(formats, pictureFormat) == formats.end() || !canApply(settings))
+        return nullptr;
+    state_->configuration.videoTimeScale = mediaTimeScale;
+    videos.push_back(
+        {std::make_unique<QueuedVideoInput>(settings, pictureFormat, mediaTimeScale), settings, plannedFrameCount});
+    auto* input = videos.back().input.get();
+    state_->inputs.push_back(input);
+    return input;
+}
+
+void AssetWriter::State::setUp(MovieMuxer::Configuration& plan) const {
+    if (plan.fileType == MovieFileType::mp4)
+        plan.fragmentInterval = plan.initialFragmentInterval = MediaTime::invalid();
+    plan.plannedDuration = durationHint;
+    for (const auto& video : videos)
+        plan.plannedSampleCount +=
+            video.plannedFrameCount > 0 ? video.plannedFrameCount : estimatedFrameCount(video.settings, durationHint);
+}
+
+bool AssetWriter::startWriting() {
+    if (!state_->become(Status::writing))
+        return false;
+    try {
+        auto configuration = state_->configuration;
+        state_->setUp(configuration);
+        state_->muxer = std::make_unique<MovieMuxer>(state_->url.path(), configuration, int(state_->inputs.size()));
+        state_->ownsFile = true;
+        for (int track = 0; auto* input : state_->inputs)
+            input->start(*state_->muxer, track++, [state = state_.get()](const Error& error) { state->fail(error); });
+        return true;
+    } catch (const std::exception&) {
+        state_->fail(currentError());
+    }
+    state_->joinInputs();
+    state_->removeFile();
+    return false;
+}
+
+void AssetWriter::startSession(MediaTime sourceTime) {
+    for (auto* input : state_->inputs)
+        input->setSessionStart(sourceTime);
+}
+
+bool AssetWriter::finishWriting() {
+    if (status() != Status::writing)
+        return status() == Status::completed;
+    for (auto* input : state_->inputs)
+        input->finish();
+    state_->joinInputs();
+    if (status() == Status::writing) {
+        try {
+            state_->muxer->finish();
+            state_->become(Status::completed);
+        } catch (const std::exception&) {
+            state_->fail(currentError());
+        }
+    }
+    state_->muxer.reset();
+    return status() == Status::completed;
+}
+
+void AssetWriter::cancelWriting() {
+    state_->become(Status::cancelled);
+    state_->stopInputs();
+    state_->joinInputs();
+    state_->muxer.reset();
+    if (status() != Status::completed)
+        state_->removeFile();
+}
+
+AssetWriter::Status AssetWriter::status() const {
+    std::lock_guard lock(state_->mutex);
+    return state_->status;
+}
+
+std::optional<Error> AssetWriter::error() const {
+    std::lock_guard lock(state_->mutex);
+    return state_->error;
+}
+
+// Only a writer that is new begins to write or is cancelled, and only one that is writing ends.
+bool AssetWriter::State::become(Status next) {
+    std::lock_guard lock(mutex);
+    const bool isAllowed = status == Status::writing
+                               ? next != Status::unknown
+                               : status == Status::unknown && (next == Status::writing || next == Status::cancelled);
+    if (isAllowed)
+        status = next;
+    return isAllowed;
+}
+
+// From any thread; the first failure counts. Whoever sees that the writer has failed finds the file as it will stay.
+void AssetWriter::State::fail(const Error& failure) {
+    {
+        std::lock_guard lock(mutex);
+        if (status != Status::writing || error)
+            return;
+        error = failure;
+    }
+    logger.error("writing {} failed: {}", url.lastPathComponent(), failure.what());
+    if (muxer)
+        muxer->abandon();
+    become(Status::failed);
+    stopInputs();
+}
+
+void AssetWriter::State::stopInputs() noexcept {
+    for (auto* input : inputs)
+        input->stop();
+}
+
+void AssetWriter::State::joinInputs() {
+    for (auto* input : inputs)
+        input->join();
+}
+
+void AssetWriter::State::removeFile() {
+    if (!std::exchange(ownsFile, false))
+        return;
+    muxer.reset();
+    std::error_code ignored;
+    std::filesystem::remove(url.path(), ignored);
+}
+
+} // namespace panoveer

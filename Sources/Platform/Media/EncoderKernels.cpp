@@ -1,0 +1,155 @@
+#include "Platform/Media/EncoderKernels.h"
+
+#include <algorithm>
+#include <bit>
+#include <cstdint>
+#include <cstring>
+#include <utility>
+
+namespace panoveer {
+
+namespace {
+
+template<class Sample>
+const Sample* sourceRow(const PixelPlane& plane, int y) {
+    return reinterpret_cast<const Sample*>(plane.data + std::size_t(y) * plane.rowBytes);
+}
+
+template<class Sample>
+Sample* targetRow(const PlanarPicture& picture, std::size_t plane, int y) {
+    return reinterpret_cast<Sample*>(picture.data[plane] + y * picture.rowBytes[plane]);
+}
+
+constexpr int spareBits = 6; // below a ten-bit sample in the high bits of a word
+
+void shiftRow(const std::uint16_t* __restrict source, std::uint16_t* __restrict target, int count) {
+    for (int i = 0; i < count; ++i)
+        target[i] = std::uint16_t(source[i] >> spareBits);
+}
+
+template<int shift, class Sample>
+void partRow(const Sample* __restrict source, Sample* __restrict first, Sample* __restrict second, int count) {
+    for (int i = 0; i < count; ++i) {
+        first[i] = Sample(source[2 * i] >> shift);
+        second[i] = Sample(source[2 * i + 1] >> shift);
+    }
+}
+
+// From R'G'B' in units of `range` to ten-bit Y'CbCr in video range, with half a step for the rounding.
+struct ColorMatrix {
+    float red, green, blue;    // share of each in Y', in its steps
+    float unit;                // of a whole component, in steps of Y'
+    float blueScale, redScale; // from steps of Y' to those of Cb and Cr
+
+    ColorMatrix(int matrixCoefficients, float range) : unit(lumaSteps / range) {
+        const auto [kr, kb] = lumaShares(matrixCoefficients);
+        red = kr * unit;
+        blue = kb * unit;
+        green = (1 - kr - kb) * unit;
+        blueScale = chromaSteps / lumaSteps / (2 * (1 - kb));
+        redScale = chromaSteps / lumaSteps / (2 * (1 - kr));
+    }
+
+    static constexpr float lumaSteps = 876;
+    static constexpr float chromaSteps = 896;
+
+    static std::pair<float, float> lumaShares(int matrixCoefficients) {
+        switch (matrixCoefficients) {
+        case 5:
+        case 6: return {0.299F, 0.114F};
+        case 9: return {0.2627F, 0.0593F};
+        default: return {0.2126F, 0.0722F};
+        }
+    }
+};
+
+constexpr float lumaOffset = 64.5F;
+constexpr float chromaOffset = 512.5F;
+
+struct ComponentRows {
+    std::uint16_t *y, *cb, *cr, *alpha;
+};
+
+// Red, green and blue as they are numbered in the source; alpha in ten-bit steps.
+struct Pixel {
+    float red, green, blue, alpha;
+};
+
+constexpr float alphaSteps = 1023;
+
+// BGRA
+Pixel readPixel(const std::uint8_t* samples) {
+    return {float(samples[2]), float(samples[1]), float(samples[0]), float(samples[3]) * (alphaSteps / 255)};
+}
+
+// A half-float, clipped to 0 … 1: the bits of halves that are not negative rise with their values, and those of
+// negative ones are negative. The exponent is rebased by a multiplication, which gets subnormals right as well.
+float nominalValue(std::uint16_t half) {
+    constexpr std::int16_t one = 0x3c00;
+    const auto bits = std::int16_t(half);
+    const auto clipped = std::max<std::int16_t>(std::min<std::int16_t>(bits, one), 0);
+    return std::bit_cast<float>(std::uint32_t(clipped) << 13) * 0x1p112F;
+}
+
+// RGhA
+Pixel readPixel(const std::uint16_t* samples) {
+    return {nominalValue(samples[0]), nominalValue(samples[1]), nominalValue(samples[2]),
+            nominalValue(samples[3]) * alphaSteps};
+}
+
+template<class Sample>
+void convertRow(const Sample* __restrict source, const ColorMatrix& given, const ComponentRows& rows, int count) {
+    const auto matrix = given; // a copy, which the compiler knows not to alias the rows
+    auto* __restrict y = rows.y;
+    auto* __restrict cb = rows.cb;
+    auto* __restrict cr = rows.cr;
+    auto* __restrict alpha = rows.alpha;
+    for (int i = 0; i < count; ++i) {
+        const auto pixel = readPixel(source + 4 * std::ptrdiff_t(i));
+        const float luma = matrix.red * pixel.red + matrix.green * pixel.green + matrix.blue * pixel.blue;
+        y[i] = std::uint16_t(int(luma + lumaOffset));
+        cb[i] = std::uint16_t(int((matrix.unit * pixel.blue - luma) * matrix.blueScale + chromaOffset));
+        cr[i] = std::uint16_t(int((matrix.unit * pixel.red - luma) * matrix.redScale + chromaOffset));
+        alpha[i] = std::uint16_t(int(pixel.alpha + 0.5F));
+    }
+}
+
+template<class Sample>
+void convertRows(const PixelBuffer& source, const PlanarPicture& target, const ColorMatrix& matrix) {
+    for (int y = 0; y < source.height(); ++y) {
+        const ComponentRows rows{targetRow<std::uint16_t>(target, 0, y), targetRow<std::uint16_t>(target, 1, y),
+                                 targetRow<std::uint16_t>(target, 2, y), targetRow<std::uint16_t>(target, 3, y)};
+        convertRow(sourceRow<Sample>(source.plane(0), y), matrix, rows, source.width());
+    }
+}
+
+} // namespace
+
+void splitPlanes(const PixelBuffer& source, const PlanarPicture& target) {
+    const bool isTenBit = source.layout().bytesPerSample == 2;
+    const auto& luma = source.plane(0);
+    for (int y = 0; y < luma.height; ++y) {
+        if (isTenBit)
+            shiftRow(sourceRow<std::uint16_t>(luma, y), targetRow<std::uint16_t>(target, 0, y), luma.width);
+        else
+            std::memcpy(targetRow<std::byte>(target, 0, y), sourceRow<std::byte>(luma, y), std::size_t(luma.width));
+    }
+    const auto& chroma = source.plane(1);
+    for (int y = 0; y < chroma.height; ++y) {
+        if (isTenBit)
+            partRow<spareBits>(sourceRow<std::uint16_t>(chroma, y), targetRow<std::uint16_t>(target, 1, y),
+                               targetRow<std::uint16_t>(target, 2, y), chroma.width);
+        else
+            partRow<0>(sourceRow<std::uint8_t>(chroma, y), targetRow<std::uint8_t>(target, 1, y),
+                       targetRow<std::uint8_t>(target, 2, y), chroma.width);
+    }
+}
+
+void convertToYCbCrA(const PixelBuffer& source, const PlanarPicture& target, int matrix) {
+    if (source.format() == pixelFormat::bgra)
+        convertRows<std::uint8_t>(source, target, ColorMatrix(matrix, 255));
+    else
+        convertRows<std::uint16_t>(source, target, ColorMatrix(matrix, 1));
+}
+
+} // namespace panoveer

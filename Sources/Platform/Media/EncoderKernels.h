@@ -1,0 +1,26 @@
+#pragma once
+
+#include "Platform/Media/PixelBuffer.h"
+
+#include <array>
+#include <cstddef>
+
+// Row loops that bring pictures into the planar layouts that encoders read. Not for other layers.
+namespace panoveer {
+
+// The planes of an encoder's picture: Y', Cb, Cr and, in some formats, alpha. Ten-bit samples lie in the low bits of
+// native 16-bit words. Sizes are those of the source picture's planes.
+struct PlanarPicture {
+    std::array<std::byte*, 4> data{};
+    std::array<std::ptrdiff_t, 4> rowBytes{};
+};
+
+// Parts the interleaved chroma of a video range Y'CbCr picture; ten-bit samples move to the low bits. Exact.
+void splitPlanes(const PixelBuffer& source, const PlanarPicture& target);
+
+// BGRA or RGhA, nominal range 0 to 1, to ten-bit 4:4:4 Y'CbCr in video range with full-range alpha, each sample rounded
+// to the nearest step (Rec. ITU-T H.273, 8.3; `matrix` is its MatrixCoefficients: 1, 5, 6, 9; others count as 1). Alpha
+// stays straight. What lies outside the nominal range is clipped.
+void convertToYCbCrA(const PixelBuffer& source, const PlanarPicture& target, int matrix);
+
+} // namespace panoveer

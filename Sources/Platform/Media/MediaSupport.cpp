@@ -1,0 +1,121 @@
+#include "Platform/Media/MediaSupport.h"
+
+#include "Platform/Core/Log.h"
+#include "Platform/Core/Text.h"
+
+#include <cerrno>
+#include <cstdarg>
+#include <mutex>
+#include <new>
+
+extern "C" {
+#include <libavcodec/avcodec.h>
+#include <libavformat/avformat.h>
+#include <libswscale/swscale.h>
+}
+
+namespace panoveer {
+
+namespace {
+
+constexpr Logger logger("Media");
+
+// libav's remarks on a file belong into the log, not between a program's own lines on standard error.
+void takeOverMessages() {
+    static std::once_flag once;
+    std::call_once(once, [] {
+        av_log_set_callback([](void* object, int level, const char* format, std::va_list arguments) {
+            if (level > AV_LOG_WARNING)
+                return;
+            char line[512];
+            int printPrefix = 1;
+            av_log_format_line2(object, level, format, arguments, line, sizeof line, &printPrefix);
+            logger.debug("{}", trimmed(line));
+        });
+    });
+}
+
+} // namespace
+
+void LibAVDeleter::operator()(AVCodecContext* context) const noexcept { avcodec_free_context(&context); }
+void LibAVDeleter::operator()(AVCodecParameters* parameters) const noexcept { avcodec_parameters_free(&parameters); }
+void LibAVDeleter::operator()(AVFormatContext* input) const noexcept { avformat_close_input(&input); }
+void LibAVDeleter::operator()(AVFrame* frame) const noexcept { av_frame_free(&frame); }
+void LibAVDeleter::operator()(AVPacket* packet) const noexcept { av_packet_free(&packet); }
+void LibAVDeleter::operator()(SwsContext* context) const noexcept { sws_freeContext(context); }
+
+FramePtr makeFrame() {
+    FramePtr frame(av_frame_alloc());
+    if (!frame)
+        throw std::bad_alloc();
+    return frame;
+}
+
+PacketPtr makePacket() {
+    PacketPtr packet(av_packet_alloc());
+    if (!packet)
+        throw std::bad_alloc();
+    return packet;
+}
+
+Error libavError(std::string_view what, int code, int mediaCode) {
+    char text[AV_ERROR_MAX_STRING_SIZE] = {};
+    av_strerror(code, text, sizeof text);
+    const auto message = std::string(what) + ": " + text;
+    // libav's own codes are negated four-character tags, far beyond any errno.
+    constexpr int largestErrno = 4095;
+    const int errorNumber = AVUNERROR(code);
+    if (errorNumber > 0 && errorNumber <= largestErrno)
+        return Error(message, std::string(posixErrorDomain), errorNumber);
+    return Error(message, std::string(mediaErrorDomain), mediaCode);
+}
+
+Error outOfMemoryError() { return Error("Out of memory", std::string(mediaErrorDomain), mediaErrorCode::outOfMemory); }
+
+Error currentError() {
+    try {
+        throw;
+    } catch (const Error& error) {
+        return error;
+    } catch (const std::bad_alloc&) {
+        return outOfMemoryError();
+    } catch (const std::exception& error) {
+        return Error(error.what(), std::string(mediaErrorDomain), mediaErrorCode::unknown);
+    }
+}
+
+void limitLibAVLog() { av_log_set_level(AV_LOG_ERROR); }
+
+std::string nameInMessages(const URL& url) { return url.lastPathComponent(); }
+
+InputPtr openMovie(const URL& url, const std::atomic<bool>* interrupt) {
+    if (!url.isFileURL())
+        throw Error("Not a file: " + url.absoluteString(), std::string(mediaErrorDomain),
+                    mediaErrorCode::fileFormatNotRecognized);
+    takeOverMessages();
+    auto* context = avformat_alloc_context();
+    if (!context)
+        throw std::bad_alloc();
+    if (interrupt) {
+        context->interrupt_callback.opaque = const_cast<std::atomic<bool>*>(interrupt);
+        context->interrupt_callback.callback = [](void* flag) {
+            return int(static_cast<const std::atomic<bool>*>(flag)->load(std::memory_order_relaxed));
+        };
+    }
+    AVDictionary* options = nullptr;
+    av_dict_set(&options, "format_whitelist", "mov,avi,matroska", 0);
+    // Playlists and external references inside a movie must not reach out to the network.
+    av_dict_set(&options, "protocol_whitelist", "file", 0);
+    // The prefix keeps a colon in a file name from being taken for a protocol.
+    int code = avformat_open_input(&context, ("file:" + url.path().string()).c_str(), nullptr, &options);
+    av_dict_free(&options);
+    if (code == AVERROR(EINVAL)) // a container that is not on the list
+        code = AVERROR_INVALIDDATA;
+    if (code < 0) // the context is freed already
+        throw libavError(nameInMessages(url), code, mediaErrorCode::fileFormatNotRecognized);
+    return InputPtr(context);
+}
+
+FourCC fourCCFromTag(std::uint32_t tag) { return FourCC(__builtin_bswap32(tag)); }
+
+} // namespace panoveer

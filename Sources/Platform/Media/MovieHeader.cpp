@@ -1,0 +1,129 @@
+#include "Platform/Media/MovieHeader.h"
+
+#include "Platform/Core/Error.h"
+#include "Platform/Core/FourCC.h"
+#include "Platform/Media/MediaSupport.h"
+
+#include <optional>
+#include <span>
+
+namespace panoveer {
+
+namespace {
+
+constexpr std::size_t headerSize = 8;
+
+std::uint64_t readBigEndian(std::span<const std::uint8_t> bytes) {
+    std::uint64_t value = 0;
+    for (auto byte : bytes)
+        value = value << 8 | byte;
+    return value;
+}
+
+void writeBigEndian(std::span<std::uint8_t> bytes, std::uint64_t value) {
+    for (std::size_t i = bytes.size(); i-- > 0; value >>= 8)
+        bytes[i] = std::uint8_t(value);
+}
+
+// A box in memory, header included.
+struct Box {
+    FourCC type;
+    std::span<std::uint8_t> bytes;
+
+    std::span<std::uint8_t> field(std::size_t offset, std::size_t size) const {
+        if (offset + size > bytes.size())
+            throw Error("A movie header with a box that is too short: " + type.text(), std::string(mediaErrorDomain),
+                        mediaErrorCode::unknown);
+        return bytes.subspan(offset, size);
+    }
+    std::uint8_t version() const { return field(headerSize, 1)[0]; }
+};
+
+std::vector<Box> childrenOf(const Box& parent) {
+    std::vector<Box> children;
+    for (auto rest = parent.bytes.subspan(headerSize); !rest.empty();) {
+        const auto size = rest.size() < headerSize ? 0 : readBigEndian(rest.first(4));
+        if (size < headerSize || size > rest.size())
+            throw Error("A movie header with a box that runs over its parent: " + parent.type.text(),
+                        std::string(mediaErrorDomain), mediaErrorCode::unknown);
+        children.push_back({FourCC(std::uint32_t(readBigEndian(rest.subspan(4, 4)))), rest.first(size)});
+        rest = rest.subspan(size);
+    }
+    return children;
+}
+
+std::optional<Box> childOf(const Box& parent, FourCC type) {
+    for (const auto& child : childrenOf(parent))
+        if (child.type == type)
+            return child;
+    return std::nullopt;
+}
+
+// In units of the movie's timescale.
+std::uint64_t trackDuration(const Box& tkhd) {
+    return readBigEndian(tkhd.version() == 1 ? tkhd.field(headerSize + 28, 8) : tkhd.field(headerSize + 20, 4));
+}
+
+// An entry is (duration, media time, rate); a media time of -1 is a pause ahead of the media.
+void completeEdits(const Box& elst, std::uint64_t duration) {
+    const std::size_t width = elst.version() == 1 ? 8 : 4;
+    const std::size_t entrySize = 2 * width + 4;
+    const auto count = readBigEndian(elst.field(headerSize + 4, 4));
+    std::uint64_t before = 0;
+    for (std::size_t i = 0; i < count; ++i) {
+        const auto entryDuration = elst.field(headerSize + 8 + i * entrySize, width);
+        if (readBigEndian(entryDuration) == 0 && duration > before)
+            writeBigEndian(entryDuration, duration - before);
+        before += readBigEndian(entryDuration);
+    }
+}
+
+// Calls with the edit list and the duration of each track that has one.
+template<class Call>
+void forEachEditList(const Box& movie, const Call& call) {
+    for (const auto& trak : childrenOf(movie)) {
+        if (trak.type != FourCC("trak"))
+            continue;
+        const auto tkhd = childOf(trak, FourCC("tkhd"));
+        const auto edts = childOf(trak, FourCC("edts"));
+        const auto elst = edts ? childOf(*edts, FourCC("elst")) : std::nullopt;
+        if (tkhd && elst)
+            call(*elst, trackDuration(*tkhd));
+    }
+}
+
+} // namespace
+
+void makeOrdinary(std::vector<std::uint8_t>& moov) {
+    const Box movie{FourCC("moov"), moov};
+    forEachEditList(movie, completeEdits);
+    if (const auto mvex = childOf(movie, FourCC("mvex"))) {
+        const auto start = moov.begin() + (mvex->bytes.data() - moov.data());
+        moov.erase(start, start + std::ptrdiff_t(mvex->bytes.size()));
+        writeBigEndian(std::span(moov).first(4), moov.size());
+    }
+}
+
+void boundEdits(std::vector<std::uint8_t>& moov, std::uint64_t duration) {
+    forEachEditList({FourCC("moov"), moov}, [&](const Box& elst, std::uint64_t) { completeEdits(elst, duration); });
+}
+
+std::size_t boxSize(std::span<const std::uint8_t> box) { return std::size_t(readBigEndian(box.first(4))); }
+
+std::vector<std::uint8_t> largeBoxHeader(FourCC type, std::int64_t totalSize) {
+    std::vector<std::uint8_t> header(2 * headerSize);
+    const std::span bytes(header);
+    writeBigEndian(bytes.first(4), 1);
+    writeBigEndian(bytes.subspan(4, 4), type.value);
+    writeBigEndian(bytes.subspan(8, 8), std::uint64_t(totalSize));
+    return header;
+}
+
+std::vector<std::uint8_t> freeBoxHeader(std::int64_t totalSize) {
+    std::vector<std::uint8_t> header(headerSize);
+    writeBigEndian(std::span(header).first(4), std::uint64_t(totalSize));
+    writeBigEndian(std::span(header).subspan(4, 4), FourCC("free").value);
+    return header;
+}
+
+} // namespace panoveer

@@ -1,0 +1,190 @@
+#include "Platform/Media/QueuedVideoInput.h"
+
+#include "Platform/Media/ColorDescription.h"
+#include "Platform/Media/MovieMuxer.h"
+
+#include <chrono>
+#include <format>
+#include <utility>
+
+extern "C" {
+#include <libavcodec/avcodec.h>
+#include <libavutil/mathematics.h>
+}
+
+namespace panoveer {
+
+namespace {
+
+// Enough that the encoder never waits for a caller that makes pictures as fast as it encodes them.
+constexpr std::size_t queueCapacity = 3;
+
+constexpr int fallbackFrameRate = 30;
+
+MediaTime nominalFrameDuration(const VideoSettings& settings) {
+    if (settings.frameDuration.isValid() && settings.frameDuration.value > 0)
+        return settings.frameDuration;
+    return {1, std::max(settings.expectedSourceFrameRate.value_or(fallbackFrameRate), 1)};
+}
+
+} // namespace
+
+QueuedVideoInput::QueuedVideoInput(const VideoSettings& settings, FourCC pictureFormat, std::int32_t mediaTimeScale)
+    : configuration_{.settings = settings,
+                     .pictureFormat = pictureFormat,
+                     .timescale = mediaTimeScale,
+                     .frameDuration = nominalFrameDuration(settings)},
+      hasConstantDuration_(settings.frameDuration.isValid()) {}
+
+QueuedVideoInput::~QueuedVideoInput() { stop(); }
+
+bool QueuedVideoInput::hasRoom() const { return phase_ == Phase::taking && queue_.size() < queueCapacity; }
+
+bool QueuedVideoInput::isReadyForMoreMediaData() const {
+    std::lock_guard lock(mutex_);
+    return hasRoom();
+}
+
+bool QueuedVideoInput::waitUntilReady(double deadlineSeconds) {
+    std::unique_lock lock(mutex_);
+    changed_.wait_for(lock, std::chrono::duration<double>(deadlineSeconds),
+                      [&] { return hasRoom() || phase_ != Phase::taking; });
+    return hasRoom();
+}
+
+bool QueuedVideoInput::append(PixelBufferPtr picture, MediaTime presentationTime) {
+    const auto& settings = configuration_.settings;
+    if (!picture || picture->format() != configuration_.pictureFormat || picture->width() != settings.width ||
+        picture->height() != settings.height)
+        return refuse("A picture of another format or size than the track's");
+    std::unique_lock lock(mutex_);
+    changed_.wait(lock, [&] { return hasRoom() || phase_ != Phase::taking; });
+    if (phase_ != Phase::taking)
+        return false;
+    const auto time = mediaTime(presentationTime);
+    if (appendedTime_ && time <= *appendedTime_) {
+        lock.unlock();
+        return refuse(std::format("A picture at {} follows one at {}", time, *appendedTime_));
+    }
+    appendedTime_ = time;
+    if (time < 0)
+        return true;
+    queue_.push_back({std::move(picture), time});
+    changed_.notify_all();
+    return true;
+}
+
+bool QueuedVideoInput::refuse(const std::string& message) {
+    if (fail_)
+        fail_(Error(message, std::string(mediaErrorDomain), mediaErrorCode::operationNotSupported));
+    return false;
+}
+
+// Exact wherever the two timescales agree.
+std::int64_t QueuedVideoInput::mediaTime(MediaTime time) const {
+    const auto scaled = [&](MediaTime each) {
+        return each.isValid() ? av_rescale(each.value, configuration_.timescale, each.timescale) : 0;
+    };
+    return scaled(time) - scaled(sessionStart_);
+}
+
+void QueuedVideoInput::start(MovieMuxer& muxer, int track, FailureHandler fail) {
+    muxer_ = &muxer;
+    track_ = track;
+    fail_ = std::move(fail);
+    openEncoder();
+    std::lock_guard lock(mutex_);
+    phase_ = Phase::taking;
+    thread_ = std::jthread([this] { work(); });
+}
+
+void QueuedVideoInput::setSessionStart(MediaTime time) {
+    std::lock_guard lock(mutex_);
+    sessionStart_ = time;
+}
+
+void QueuedVideoInput::finish() {
+    std::lock_guard lock(mutex_);
+    if (phase_ == Phase::taking)
+        phase_ = Phase::finished;
+    changed_.notify_all();
+}
+
+void QueuedVideoInput::stop() noexcept {
+    std::lock_guard lock(mutex_);
+    phase_ = Phase::stopped;
+    queue_.clear();
+    changed_.notify_all();
+}
+
+void QueuedVideoInput::join() {
+    if (thread_.joinable())
+        thread_.join();
+    encoder_.reset();
+}
+
+void QueuedVideoInput::work() {
+    try {
+        std::optional<Entry> entry;
+        while (takeNext(entry)) {
+            if (!entry) {
+                beginTrack({});
+                encoder_->finish();
+                return muxer_->finishTrack(track_);
+            }
+            encode(*std::exchange(entry, std::nullopt));
+        }
+    } catch (const std::exception&) {
+        fail_(currentError());
+    }
+}
+
+// False once stopped; no entry when the last one was taken before.
+bool QueuedVideoInput::takeNext(std::optional<Entry>& entry) {
+    std::unique_lock lock(mutex_);
+    changed_.wait(lock, [&] { return !queue_.empty() || phase_ != Phase::taking; });
+    if (phase_ == Phase::stopped)
+        return false;
+    if (!queue_.empty()) {
+        entry = std::move(queue_.front());
+        queue_.pop_front();
+        changed_.notify_all();
+    }
+    return true;
+}
+
+void QueuedVideoInput::encode(Entry entry) {
+    beginTrack(entry.picture->color());
+    const auto duration = durationAt(entry.presentationTime);
+    encoder_->encode(std::move(entry.picture), entry.presentationTime, duration);
+}
+
+void QueuedVideoInput::openEncoder() {
+    encoder_.reset();
+    encoder_ = makeVideoEncoder(configuration_, [this](PacketPtr packet) { muxer_->write(track_, std::move(packet)); });
+}
+
+// Tells the muxer what the track is, once. What the settings leave unsaid of the colours is in the first picture, and
+// only an encoder that is opened with it writes it into the stream.
+void QueuedVideoInput::beginTrack(const ColorAttachments& firstPicture) {
+    if (hasBegun_)
+        return;
+    auto& color = configuration_.settings.color;
+    if (auto all = completed(color, firstPicture); all != color) {
+        color = std::move(all);
+        openEncoder();
+    }
+    muxer_->configureTrack(track_, *encoder_->parameters(), configuration_.timescale);
+    hasBegun_ = true;
+}
+
+// The muxer takes the lengths of pictures from the times of those that follow; only the last picture's own is asked.
+std::int64_t QueuedVideoInput::durationAt(std::int64_t presentationTime) {
+    const auto previous = std::exchange(encodedTime_, presentationTime);
+    if (previous && !hasConstantDuration_)
+        return presentationTime - *previous;
+    const auto& nominal = configuration_.frameDuration;
+    return av_rescale(nominal.value, configuration_.timescale, nominal.timescale);
+}
+
+} // namespace panoveer

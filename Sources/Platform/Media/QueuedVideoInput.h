@@ -1,0 +1,71 @@
+#pragma once
+
+#include "Platform/Media/AssetWriter.h"
+#include "Platform/Media/VideoEncoder.h"
+#include "Platform/Media/WriterInput.h"
+
+#include <condition_variable>
+#include <deque>
+#include <mutex>
+#include <optional>
+#include <thread>
+
+namespace panoveer {
+
+// The video input of AssetWriter: a short queue of pictures, and the thread that takes them to the encoder and its
+// packets to the muxer. Not for other layers.
+class QueuedVideoInput final : public VideoInput, public WriterInput {
+public:
+    QueuedVideoInput(const VideoSettings& settings, FourCC pictureFormat, std::int32_t mediaTimeScale);
+    ~QueuedVideoInput() override;
+
+    bool isReadyForMoreMediaData() const override;
+    bool waitUntilReady(double deadlineSeconds) override;
+    bool append(PixelBufferPtr picture, MediaTime presentationTime) override;
+    void markAsFinished() override { finish(); }
+
+    void start(MovieMuxer& muxer, int track, FailureHandler fail) override;
+    void setSessionStart(MediaTime time) override;
+    void finish() override;
+    void stop() noexcept override;
+    void join() override;
+
+private:
+    enum class Phase { idle, taking, finished, stopped };
+    struct Entry {
+        PixelBufferPtr picture;
+        std::int64_t presentationTime = 0; // units of the media timescale, from the session's start
+    };
+
+    bool hasRoom() const;
+    bool refuse(const std::string& message);
+    std::int64_t mediaTime(MediaTime time) const;
+    void work();
+    bool takeNext(std::optional<Entry>& entry);
+    void encode(Entry entry);
+    void openEncoder();
+    void beginTrack(const ColorAttachments& firstPicture);
+    std::int64_t durationAt(std::int64_t presentationTime);
+
+    EncoderConfiguration configuration_;
+    const bool hasConstantDuration_; // as the settings say
+    MovieMuxer* muxer_ = nullptr;
+    int track_ = 0;
+    FailureHandler fail_;
+
+    // Of the encoder's thread, once it runs.
+    std::unique_ptr<VideoEncoder> encoder_;
+    bool hasBegun_ = false;
+    std::optional<std::int64_t> encodedTime_;
+
+    mutable std::mutex mutex_; // guards all that follows
+    std::condition_variable changed_;
+    Phase phase_ = Phase::idle;
+    std::deque<Entry> queue_;
+    MediaTime sessionStart_;
+    std::optional<std::int64_t> appendedTime_;
+
+    std::jthread thread_; // last: it is joined before the rest goes
+};
+
+} // namespace panoveer

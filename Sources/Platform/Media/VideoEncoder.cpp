@@ -1,0 +1,54 @@
+#include "Platform/Media/VideoEncoder.h"
+
+#include "Platform/Media/InterframeEncoder.h"
+#include "Platform/Media/ProResEncoder.h"
+
+#include <algorithm>
+#include <array>
+
+namespace panoveer {
+
+namespace {
+
+constexpr std::array eightBit420{pixelFormat::yCbCr420VideoRange};
+constexpr std::array tenBit420{pixelFormat::yCbCr420TenBitVideoRange};
+constexpr std::array any420{pixelFormat::yCbCr420VideoRange, pixelFormat::yCbCr420TenBitVideoRange};
+constexpr std::array tenBit422{pixelFormat::yCbCr422TenBitVideoRange};
+constexpr std::array withAlpha{pixelFormat::bgra, pixelFormat::rgbaHalf};
+
+} // namespace
+
+std::optional<CodecFamily> codecFamily(FourCC codec) {
+    if (codec == FourCC("avc1"))
+        return CodecFamily::h264;
+    if (codec == FourCC("hvc1"))
+        return CodecFamily::hevc;
+    if (findProResVariant(codec))
+        return CodecFamily::proRes;
+    return std::nullopt;
+}
+
+std::span<const FourCC> pictureFormats(FourCC codec, VideoProfile profile) {
+    const auto family = codecFamily(codec);
+    const bool isAutomatic = profile == VideoProfile::automatic;
+    if (family == CodecFamily::h264 && (isAutomatic || profile == VideoProfile::h264High))
+        return eightBit420;
+    if (family == CodecFamily::hevc && isAutomatic)
+        return any420;
+    if (family == CodecFamily::hevc && profile == VideoProfile::hevcMain)
+        return eightBit420;
+    if (family == CodecFamily::hevc && profile == VideoProfile::hevcMain10)
+        return tenBit420;
+    if (family == CodecFamily::proRes && isAutomatic)
+        return findProResVariant(codec)->hasAlpha ? std::span<const FourCC>(withAlpha) : tenBit422;
+    return {};
+}
+
+std::unique_ptr<VideoEncoder> makeVideoEncoder(const EncoderConfiguration& configuration,
+                                               VideoEncoder::PacketSink sink) {
+    if (codecFamily(configuration.settings.codec) == CodecFamily::proRes)
+        return std::make_unique<ProResEncoder>(configuration, std::move(sink));
+    return std::make_unique<InterframeEncoder>(configuration, std::move(sink));
+}
+
+} // namespace panoveer

@@ -1,0 +1,200 @@
+#include "FFmpegBridge/BridgeFixture.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <functional>
+
+extern "C" int probeFromC(const char* path, PNVFFmpegVideoInfo* info);
+
+namespace panoveer::test {
+namespace {
+
+const int invalidArgument = -EINVAL; // AVERROR of it
+
+// A call with an error buffer, whose length may be too small on purpose.
+using Call = std::function<int(char* error, int length)>;
+
+struct Fault {
+    const char* name;
+    const char* text;
+    Call call;
+};
+
+PNVFFmpegVideoInfo info;
+PNVFFmpegFrame frame;
+PNVFFmpegAudioFrame audioFrame;
+double seconds;
+std::int32_t count;
+std::uint8_t byte;
+const char* const path = "/nowhere";
+
+const std::vector<Fault>& argumentFaults() {
+    static const std::vector<Fault> faults = {
+        {"ProbeWithoutPath", "Invalid FFmpeg probe arguments",
+         [](char* e, int n) { return PNVFFmpegProbe(nullptr, &info, e, n); }},
+        {"ProbeWithoutInfo", "Invalid FFmpeg probe arguments",
+         [](char* e, int n) { return PNVFFmpegProbe(path, nullptr, e, n); }},
+        {"KeyframeBeforeZero", "Invalid FFmpeg keyframe lookup arguments",
+         [](char* e, int n) { return PNVFFmpegPreviousKeyframeTime(path, &seconds, e, n, -0.1); }},
+        {"KeyframeAtNotANumber", "Invalid FFmpeg keyframe lookup arguments",
+         [](char* e, int n) { return PNVFFmpegPreviousKeyframeTime(path, &seconds, e, n, std::nan("")); }},
+        {"KeyframeWithoutOutput", "Invalid FFmpeg keyframe lookup arguments",
+         [](char* e, int n) { return PNVFFmpegPreviousKeyframeTime(path, nullptr, e, n, 0); }},
+        {"OpenWithoutReader", "Invalid FFmpeg open arguments",
+         [](char* e, int n) { return PNVFFmpegOpen(path, 0, 0, 0, nullptr, e, n, 0, 0); }},
+        {"SeekWithoutReader", "Invalid FFmpeg seek reader",
+         [](char* e, int n) { return PNVFFmpegSeek(nullptr, e, n, 0); }},
+        {"BGRAWithoutDestination", "Invalid FFmpeg destination buffer",
+         [](char* e, int n) { return PNVFFmpegReadFrameIntoBGRA(nullptr, nullptr, 0, &frame, e, n); }},
+        {"BGRAAtOrAfterWithoutDestination", "Invalid FFmpeg destination buffer",
+         [](char* e, int n) {
+             return PNVFFmpegReadFrameAtOrAfterIntoBGRA(nullptr, nullptr, 0, &frame, e, n, nullptr, 0);
+         }},
+        {"BGRAWithoutReader", "Invalid FFmpeg read arguments",
+         [](char* e, int n) { return PNVFFmpegReadFrameIntoBGRA(nullptr, &byte, 4, &frame, e, n); }},
+        {"NV12WithoutChroma", "Invalid FFmpeg NV12 destination buffer",
+         [](char* e, int n) { return PNVFFmpegReadFrameIntoNV12(nullptr, &byte, 1, nullptr, 1, &frame, e, n); }},
+        {"NV12AtOrAfterWithoutLuma", "Invalid FFmpeg NV12 destination buffer",
+         [](char* e, int n) {
+             return PNVFFmpegReadFrameAtOrAfterIntoNV12(nullptr, nullptr, 1, &byte, 1, &frame, e, n, nullptr, 0);
+         }},
+        {"PreviewWithoutReader", "Invalid FFmpeg read arguments",
+         [](char* e, int n) { return PNVFFmpegReadFramePreferVideoToolbox(nullptr, nullptr, &frame, e, n); }},
+        {"AudioProbeWithCapacityButNoArray", "Invalid FFmpeg audio probe arguments",
+         [](char* e, int n) { return PNVFFmpegProbeAudioStreams(path, nullptr, 1, &count, e, n); }},
+        {"AudioProbeWithoutCount", "Invalid FFmpeg audio probe arguments",
+         [](char* e, int n) { return PNVFFmpegProbeAudioStreams(path, nullptr, 0, nullptr, e, n); }},
+        {"AudioOpenWithoutReader", "Invalid FFmpeg audio open arguments",
+         [](char* e, int n) { return PNVFFmpegOpenAudioStream(path, 0, 0, nullptr, e, n, 0, 0); }},
+        {"AudioReadWithoutReader", "Invalid FFmpeg audio read arguments",
+         [](char* e, int n) { return PNVFFmpegReadAudio(nullptr, &audioFrame, e, n); }},
+    };
+    return faults;
+}
+
+class BridgeArgumentFaults : public testing::TestWithParam<Fault> {};
+
+TEST_P(BridgeArgumentFaults, GiveTheirTextWhereThereIsRoomForOne) {
+    const std::string text = GetParam().text;
+    char buffer[1024] = {};
+    EXPECT_EQ(GetParam().call(buffer, sizeof buffer), invalidArgument);
+    EXPECT_EQ(buffer, text);
+
+    char small[8] = "xxxxxxx";
+    EXPECT_EQ(GetParam().call(small, 5), invalidArgument);
+    EXPECT_EQ(small, text.substr(0, 4));
+    char untouched[8] = "same";
+    EXPECT_EQ(GetParam().call(untouched, 0), invalidArgument);
+    EXPECT_STREQ(untouched, "same");
+    EXPECT_EQ(GetParam().call(nullptr, 1024), invalidArgument);
+}
+
+INSTANTIATE_TEST_SUITE_P(All, BridgeArgumentFaults, testing::ValuesIn(argumentFaults()),
+                         [](const auto& test) { return std::string(test.param.name); });
+
+TEST(FFmpegBridge, TakesNullReadersAndTokensAndIsCallableFromC) {
+    EXPECT_EQ(PNVFFmpegOutputWidth(nullptr), 0);
+    EXPECT_EQ(PNVFFmpegOutputHeight(nullptr), 0);
+    EXPECT_EQ(PNVFFmpegHasAlphaChannel(nullptr), 0);
+    EXPECT_EQ(PNVFFmpegCanUseVideoToolboxDecode(nullptr), 0);
+    EXPECT_EQ(PNVFFmpegUsesVideoToolboxDecode(nullptr), 0);
+    EXPECT_EQ(PNVFFmpegAudioReaderChannelCount(nullptr), 0);
+    PNVFFmpegCancellationTokenCancel(nullptr);
+    PNVFFmpegCancellationTokenClose(nullptr);
+    PNVFFmpegClose(nullptr);
+    PNVFFmpegCloseAudio(nullptr);
+    EXPECT_EQ(probeFromC("/nowhere", nullptr), invalidArgument);
+}
+
+TEST(FFmpegBridge, RefusesDestinationsThatAreTooSmallAndReadsOnAfterwards) {
+    const TemporaryFolder folder;
+    BridgeReader reader(makeMovie(folder, {.frameCount = 4}));
+    std::vector<std::uint8_t> memory(160 * 96 * 4);
+    char error[1024] = {};
+    EXPECT_EQ(PNVFFmpegReadFrameIntoBGRA(reader.get(), memory.data(), 160 * 4 - 1, &frame, error, sizeof error),
+              invalidArgument);
+    EXPECT_STREQ(error, "Destination row is too small for decoded frame");
+    EXPECT_EQ(
+        PNVFFmpegReadFrameIntoNV12(reader.get(), memory.data(), 159, memory.data(), 160, &frame, error, sizeof error),
+        invalidArgument);
+    EXPECT_STREQ(error, "Destination row is too small for decoded frame");
+    EXPECT_EQ(
+        PNVFFmpegReadFrameIntoNV12(reader.get(), memory.data(), 160, memory.data(), 159, &frame, error, sizeof error),
+        invalidArgument);
+    EXPECT_STREQ(error, "Invalid NV12 chroma destination buffer");
+    EXPECT_EQ(reader.next().index(), 3);
+}
+
+// Every way in, with one text for a file that cannot be opened and one for a file without what is asked.
+struct Entry {
+    const char* name;
+    const char* openingText;
+    std::function<int(const char* file, char* error, int length)> call;
+};
+
+const std::vector<Entry>& entries() {
+    static const std::vector<Entry> list = {
+        {"Probe",
+         "Could not open media: ", [](const char* file, char* e, int n) { return PNVFFmpegProbe(file, &info, e, n); }},
+        {"PreviousKeyframeTime", "Could not open media: ",
+         [](const char* file, char* e, int n) { return PNVFFmpegPreviousKeyframeTime(file, &seconds, e, n, 1); }},
+        {"Open", "Could not open media: ",
+         [](const char* file, char* e, int n) {
+             PNVFFmpegReader* reader = nullptr;
+             const int result = PNVFFmpegOpen(file, 0, 0, 0, &reader, e, n, 0, 0);
+             EXPECT_EQ(reader, nullptr);
+             return result;
+         }},
+        {"ProbeAudioStreams", "Could not open media: ",
+         [](const char* file, char* e, int n) { return PNVFFmpegProbeAudioStreams(file, nullptr, 0, &count, e, n); }},
+        {"OpenAudioStream", "Could not open audio media: ",
+         [](const char* file, char* e, int n) {
+             PNVFFmpegAudioReader* reader = nullptr;
+             const int result = PNVFFmpegOpenAudioStream(file, -1, 0, &reader, e, n, 0, 0);
+             EXPECT_EQ(reader, nullptr);
+             return result;
+         }},
+    };
+    return list;
+}
+
+class BridgeOpeningFailures : public testing::TestWithParam<Entry> {};
+
+TEST_P(BridgeOpeningFailures, SayWhatCouldNotBeOpened) {
+    const TemporaryFolder folder;
+    const auto movie = readFile(makeMovie(folder, {.frameCount = 10, .audio = {{}}}));
+    writeFile(folder / "empty.mov", {});
+    const std::string prose = "This is a letter and no movie.\n";
+    writeFile(folder / "letter.mp4", {reinterpret_cast<const std::uint8_t*>(prose.data()), prose.size()});
+    // The index of a movie lies behind its media, so that half a movie has none.
+    writeFile(folder / "half.mov", std::span(movie).first(movie.size() / 2));
+    for (const char* name : {"missing.mov", "empty.mov", "letter.mp4", "half.mov", "."}) {
+        char error[1024] = {};
+        EXPECT_LT(GetParam().call((folder / name).c_str(), error, sizeof error), 0) << name;
+        EXPECT_THAT(std::string(error), testing::StartsWith(GetParam().openingText)) << name;
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(All, BridgeOpeningFailures, testing::ValuesIn(entries()),
+                         [](const auto& test) { return std::string(test.param.name); });
+
+TEST(FFmpegBridge, TellsAMissingStreamFromAMissingFile) {
+    const TemporaryFolder folder;
+    const auto silent = makeMovie(folder, {.name = "silent.mov", .frameCount = 2});
+    const auto blind = makeMovie(folder, {.name = "blind.mov", .frameCount = 0, .audio = {{}}, .audioSeconds = 0.1});
+    char error[1024] = {};
+    EXPECT_LT(PNVFFmpegProbe(blind.c_str(), &info, error, sizeof error), 0);
+    EXPECT_THAT(error, testing::StartsWith("Could not find video stream: "));
+    PNVFFmpegAudioReader* audio = nullptr;
+    EXPECT_LT(PNVFFmpegOpenAudioStream(silent.c_str(), -1, 0, &audio, error, sizeof error, 0, 0), 0);
+    EXPECT_THAT(error, testing::StartsWith("Could not find audio stream: "));
+    for (int index : {0, 7}) {
+        EXPECT_LT(PNVFFmpegOpenAudioStream(silent.c_str(), index, 0, &audio, error, sizeof error, 0, 0), 0);
+        EXPECT_STREQ(error, "Requested stream is not an audio stream");
+    }
+}
+
+} // namespace
+} // namespace panoveer::test

@@ -1,0 +1,113 @@
+#include "FFmpegBridge/BridgeFixture.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+namespace panoveer::test {
+namespace {
+
+TEST(FFmpegProbe, TellsSizeTimeColourAndNames) {
+    const TemporaryFolder folder;
+    const auto info = probeVideo(makeMovie(folder, {.name = "tagged.mp4",
+                                                    .frameRate = "30000/1001",
+                                                    .frameCount = 30,
+                                                    .codec = "libx265",
+                                                    .pixelFormat = "yuv420p10le",
+                                                    .rotationDegrees = 90,
+                                                    .primaries = "bt2020",
+                                                    .transfer = "arib-std-b67",
+                                                    .matrix = "bt2020nc",
+                                                    .audio = {{.codec = "aac"}}}));
+    EXPECT_EQ(info.width, 160);
+    EXPECT_EQ(info.height, 96);
+    EXPECT_NEAR(info.duration, 1.001, 0.03);
+    EXPECT_NEAR(info.frameRate, 29.97, 0.001);
+    EXPECT_EQ(info.videoStreamIndex, 0);
+    EXPECT_EQ(info.audioStreamIndex, 1);
+    EXPECT_EQ(info.hasAlpha, 0);
+    EXPECT_EQ(info.rotationDegrees, 90);
+    EXPECT_EQ(info.colorPrimaries, 9);
+    EXPECT_EQ(info.colorTransfer, 18);
+    EXPECT_EQ(info.colorSpace, 9);
+    EXPECT_STREQ(info.codecName, "hevc");
+    EXPECT_STREQ(info.codecLongName, "HEVC (High Efficiency Video Coding)");
+    EXPECT_STREQ(info.pixelFormatName, "yuv420p10le");
+    EXPECT_EQ(info.sphericalProjection, -1);
+    EXPECT_EQ(info.stereoType, -1);
+    EXPECT_EQ(info.isStereoMultiview, 0);
+}
+
+TEST(FFmpegProbe, KnowsAlphaAndTheAbsenceOfSound) {
+    const TemporaryFolder folder;
+    const auto movie = makeMovie(folder, {.frameCount = 2, .codec = "qtrle", .pixelFormat = "argb"});
+    const auto info = probeVideo(movie);
+    EXPECT_EQ(info.hasAlpha, 1);
+    EXPECT_LT(info.audioStreamIndex, 0);
+    EXPECT_EQ(PNVFFmpegHasAlphaChannel(BridgeReader(movie).get()), 1);
+}
+
+TEST(FFmpegProbe, CountsAMatroskaDurationFromWhereTheMovieStarts) {
+    const TemporaryFolder folder;
+    const MovieSpec late{.name = "late.mkv", .frameCount = 30, .startSeconds = 2};
+    const auto movie = makeMovie(folder, late);
+    EXPECT_NEAR(probeVideo(movie).duration, 1, 0.05);
+
+    // The frames count from the start of the container, too.
+    BridgeReader reader(movie, {.start = 0.5});
+    const auto frame = reader.atOrAfter(0.5);
+    EXPECT_EQ(frame.index(), 15);
+    EXPECT_NEAR(frame.seconds, 0.5, 0.001);
+
+    auto broadcast = late;
+    broadcast.name = "late.ts";
+    broadcast.codec = "mpeg2video";
+    EXPECT_NEAR(probeVideo(makeMovie(folder, broadcast)).duration, 1, 0.05);
+}
+
+TEST(FFmpegProbe, ReadsStereoAndSphericalSideData) {
+    const TemporaryFolder folder;
+    const auto spherical = makeMovie(folder, {.name = "spherical.mp4", .frameCount = 2});
+    appendStereoLayout(spherical, 2);
+    appendEquirectangularMapping(spherical, {.top = 0x10, .bottom = 0x20, .left = 0x40000000, .right = 0x30000000});
+
+    const auto info = probeVideo(spherical);
+    EXPECT_EQ(info.stereoType, PNVStereoSideBySide);
+    EXPECT_EQ(info.stereoInverted, 0);
+    // Cropped on any side, the mapping is a tile of the sphere.
+    EXPECT_EQ(info.sphericalProjection, PNVSphericalEquirectangularTile);
+    EXPECT_EQ(info.boundTop, 0x10u);
+    EXPECT_EQ(info.boundBottom, 0x20u);
+    EXPECT_EQ(info.boundLeft, 0x40000000u);
+    EXPECT_EQ(info.boundRight, 0x30000000u);
+    EXPECT_EQ(info.width, 160); // two eyes in one picture, and not two views
+
+    const auto inverted = probeVideo(makeMovie(
+        folder,
+        {.name = "inverted.mkv", .frameCount = 2, .outputOptions = {"-metadata:s:v", "stereo_mode=bottom_top"}}));
+    EXPECT_EQ(inverted.stereoType, PNVStereoTopBottom);
+    EXPECT_EQ(inverted.stereoInverted, 1);
+}
+
+TEST(FFmpegProbe, FindsThePreviousKeyframeInAnIndexOnly) {
+    const TemporaryFolder folder;
+    MovieSpec spec{.frameRate = "10", .frameCount = 30, .keyFrameInterval = 10, .outputOptions = {"-bf", "0"}};
+    const auto movie = makeMovie(folder, spec);
+    const auto keyframe = [](const std::filesystem::path& path, double target) {
+        double seconds = -1;
+        const int result = PNVFFmpegPreviousKeyframeTime(path.c_str(), &seconds, nullptr, 0, target);
+        return result == 1 ? seconds : -double(result) - 1;
+    };
+    EXPECT_DOUBLE_EQ(keyframe(movie, 0), 0);
+    EXPECT_DOUBLE_EQ(keyframe(movie, 0.99), 0);
+    EXPECT_DOUBLE_EQ(keyframe(movie, 1), 1);
+    EXPECT_DOUBLE_EQ(keyframe(movie, 2.5), 2);
+    EXPECT_DOUBLE_EQ(keyframe(movie, 1e9), 2);
+
+    spec.name = "broadcast.ts";
+    spec.codec = "mpeg2video";
+    spec.startSeconds = 3600;
+    EXPECT_DOUBLE_EQ(keyframe(makeMovie(folder, spec), 2.5), -1); // found none
+}
+
+} // namespace
+} // namespace panoveer::test

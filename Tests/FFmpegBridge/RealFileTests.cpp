@@ -1,0 +1,207 @@
+#include "FFmpegBridge/BridgeFixture.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <set>
+#include <sstream>
+
+namespace panoveer::test {
+namespace {
+
+class RealFiles : public testing::Test {
+protected:
+    void SetUp() override {
+        if (!corpusFile(""))
+            GTEST_SKIP() << "PANOVEER_CORPUS names no folder of real files";
+    }
+};
+class RealMultiviewFile : public RealFiles {};
+
+// The samples of one eye, 8-bit luma, as the decoder's own program gives them.
+std::string lumaOfEye(const std::filesystem::path& movie, const std::string& eye) {
+    const auto decoded = runProgram({"ffmpeg", "-v", "error", "-i", movie.string(), "-map", "0:v:0:vpos:" + eye, "-f",
+                                     "rawvideo", "-pix_fmt", "yuv420p", "pipe:1"});
+    EXPECT_EQ(decoded.exitCode, 0) << decoded.standardError;
+    return decoded.standardOutput;
+}
+
+TEST_F(RealMultiviewFile, ComesWithTheLeftEyeLeftAndTheRightEyeRight) {
+    const auto movie = *corpusFile("water_180_mvhevc_5frames.mov");
+    const auto info = probeVideo(movie);
+    EXPECT_EQ(info.isStereoMultiview, 1);
+    EXPECT_EQ(info.width, 3868);
+    EXPECT_EQ(info.height, 2160);
+    EXPECT_EQ(info.sphericalProjection, PNVSphericalRectilinear);
+    EXPECT_EQ(info.stereoBaseline, 19240u);
+    EXPECT_DOUBLE_EQ(info.stereoHorizontalFieldOfView, 64);
+
+    constexpr std::size_t width = 1934, height = 2160, eyeFrame = width * height * 3 / 2;
+    const auto left = lumaOfEye(movie, "left"), right = lumaOfEye(movie, "right");
+    ASSERT_EQ(left.size(), 5 * eyeFrame);
+    ASSERT_NE(left, right);
+    BridgeReader reader(movie);
+    for (std::size_t index = 0; index < 5; ++index) {
+        const auto frame = reader.nextNV12(64);
+        ASSERT_EQ(frame.result, 1);
+        EXPECT_NEAR(frame.seconds, double(index) / 90, 1e-4);
+        for (std::size_t row = 0; row < height; ++row) {
+            const auto* pixels = frame.pixels.data() + row * std::size_t(frame.stride);
+            const auto at = index * eyeFrame + row * width;
+            ASSERT_TRUE(std::equal(pixels, pixels + width, left.begin() + std::ptrdiff_t(at),
+                                   [](std::uint8_t a, char b) { return a == std::uint8_t(b); }))
+                << "left eye, frame " << index << ", row " << row;
+            ASSERT_TRUE(std::equal(pixels + width, pixels + 2 * width, right.begin() + std::ptrdiff_t(at),
+                                   [](std::uint8_t a, char b) { return a == std::uint8_t(b); }))
+                << "right eye, frame " << index << ", row " << row;
+        }
+    }
+    EXPECT_EQ(reader.next().result, 0);
+}
+
+TEST_F(RealMultiviewFile, KeepsEachEyeEvenAndApartAtAnySize) {
+    const auto movie = *corpusFile("water_180_mvhevc_5frames.mov");
+    for (const int maximum : {1001, 1002, 1004, 996, 972, 3800}) {
+        const OpenOptions options{.maximumWidth = maximum, .maximumHeight = 4000};
+        BridgeReader tight(movie, options), padded(movie, options);
+        EXPECT_EQ(tight.width(), maximum / 4 * 4);
+        // The end of the right eye and the start of the next row's left eye lie side by side in tight rows.
+        for (const bool isNV12 : {false, true}) {
+            const auto narrow = isNV12 ? tight.nextNV12() : tight.next();
+            const auto wide = isNV12 ? padded.nextNV12(256) : padded.next(256);
+            const auto rowBytes = std::size_t(tight.width()) * (isNV12 ? 1 : 4);
+            for (std::size_t row = 0; row < std::size_t(tight.height()); ++row)
+                ASSERT_TRUE(std::equal(narrow.pixels.begin() + std::ptrdiff_t(row * rowBytes),
+                                       narrow.pixels.begin() + std::ptrdiff_t((row + 1) * rowBytes),
+                                       wide.pixels.begin() + std::ptrdiff_t(row * std::size_t(wide.stride))))
+                    << "at " << maximum << ", row " << row;
+        }
+    }
+}
+
+TEST_F(RealFiles, WithABrokenBitstreamFailFrameByFrameAndEnd) {
+    BridgeReader reader(*corpusFile("invalid-bitstream.webm"));
+    int failures = 0, reads = 0;
+    for (bool hasEnded = false; !hasEnded && reads < 1000; ++reads) {
+        try {
+            hasEnded = reader.next().result == 0;
+        } catch (const std::runtime_error& failure) {
+            EXPECT_THAT(failure.what(), testing::AnyOf(testing::StartsWith("Could not send packet to decoder: "),
+                                                       testing::StartsWith("Could not decode video frame: ")));
+            ++failures;
+        }
+    }
+    EXPECT_GT(failures, 0);
+    EXPECT_LT(reads, 1000);
+}
+
+// Takes the second view out of one frame: its NAL units become filler data, which decoders pass over.
+void blindRightEye(const std::filesystem::path& movie, long long position, std::size_t size) {
+    auto bytes = readFile(movie);
+    int blinded = 0;
+    for (auto at = std::size_t(position), end = at + size; at + 6 < end;) {
+        const auto length = std::size_t(bytes[at]) << 24 | std::size_t(bytes[at + 1]) << 16 |
+                            std::size_t(bytes[at + 2]) << 8 | bytes[at + 3];
+        const int layer = (bytes[at + 4] & 1) << 5 | bytes[at + 5] >> 3; // ITU-T H.265, 7.3.1.2
+        if (layer > 0) {
+            constexpr int fillerData = 38;
+            bytes[at + 4] = fillerData << 1;
+            bytes[at + 5] = 1;
+            ++blinded;
+        }
+        at += 4 + length;
+    }
+    ASSERT_GT(blinded, 0);
+    writeFile(movie, bytes);
+}
+
+TEST_F(RealMultiviewFile, FillsBothHalvesWithAViewThatStandsAlone) {
+    const TemporaryFolder folder;
+    const auto movie = folder / "alone.mov";
+    std::filesystem::copy_file(*corpusFile("water_180_mvhevc_5frames.mov"), movie);
+    std::filesystem::permissions(movie, std::filesystem::perms::owner_all);
+    // In decoding order the last packet; frames are reordered, so that any but the first may show it.
+    const auto packets = runProgram(
+        {"ffprobe", "-v", "error", "-show_entries", "packet=pts_time,pos,size", "-of", "csv=p=0", movie.string()});
+    std::istringstream lines(packets.standardOutput);
+    std::string line, last;
+    while (std::getline(lines, line))
+        if (!line.empty())
+            last = line;
+    double seconds = 0;
+    unsigned long size = 0;
+    long long position = 0;
+    ASSERT_EQ(std::sscanf(last.c_str(), "%lf,%lu,%lld", &seconds, &size, &position), 3) << last;
+    blindRightEye(movie, position, size);
+
+    BridgeReader reader(movie, {.maximumWidth = 400, .maximumHeight = 400});
+    int pictures = 0, alone = 0;
+    for (auto frame = reader.next(); frame.result == 1; frame = reader.next(), ++pictures) {
+        const auto half = std::ptrdiff_t(frame.width) * 2;
+        bool isSame = true;
+        for (std::ptrdiff_t row = 0; row < frame.height; ++row) {
+            const auto start = frame.pixels.begin() + row * frame.stride;
+            isSame = isSame && std::equal(start, start + half, start + half);
+        }
+        EXPECT_EQ(isSame, std::abs(frame.seconds - seconds) < 1e-3) << "at " << frame.seconds;
+        alone += isSame;
+    }
+    EXPECT_EQ(pictures, 5);
+    EXPECT_EQ(alone, 1);
+}
+
+// How many blocks of sound there are, counted up to ten.
+int soundBlocks(const std::filesystem::path& file) {
+    char error[1024] = {};
+    PNVFFmpegAudioReader* reader = nullptr;
+    EXPECT_EQ(PNVFFmpegOpenAudioStream(file.c_str(), -1, 0, &reader, error, sizeof error, 0, 0), 0) << error;
+    PNVFFmpegAudioFrame block;
+    int count = 0;
+    while (count < 10 && PNVFFmpegReadAudio(reader, &block, error, sizeof error) == 1)
+        ++count;
+    EXPECT_STREQ(error, "");
+    PNVFFmpegCloseAudio(reader);
+    return count;
+}
+
+void readFirstFrames(const std::filesystem::path& file, bool fastDecode) {
+    BridgeReader reader(file, {.maximumWidth = 640, .maximumHeight = 640, .fastDecode = fastDecode});
+    double previous = -1;
+    int count = 0;
+    for (; count < 4; ++count) {
+        const auto frame = fastDecode ? reader.nextNV12() : reader.next();
+        if (frame.result == 0)
+            break; // some hold but two frames
+        EXPECT_GT(frame.seconds, previous);
+        previous = frame.seconds;
+    }
+    EXPECT_GE(count, 1);
+}
+
+TEST_F(RealFiles, AreProbedAndTheirFirstFramesAndSoundRead) {
+    const std::set<std::string> blind = {"sample_dthd.mp4", "sample_eac3.mp4", "third_order_ambisonic_ch0-7.wav",
+                                         "third_order_ambisonic_ch8-15.wav"};
+    const std::set<std::string> left = {"SOURCES.md", "invalid-bitstream.webm"};
+    for (const auto& entry : std::filesystem::directory_iterator(*corpusFile(""))) {
+        const auto name = entry.path().filename().string();
+        if (left.contains(name))
+            continue;
+        SCOPED_TRACE(name);
+        std::int32_t streams = 0;
+        EXPECT_EQ(PNVFFmpegProbeAudioStreams(entry.path().c_str(), nullptr, 0, &streams, nullptr, 0), 0);
+        EXPECT_TRUE(streams == 0 || soundBlocks(entry.path()) >= 1);
+        if (blind.contains(name)) {
+            EXPECT_EQ(streams, 1);
+            EXPECT_THROW(probeVideo(entry.path()), std::runtime_error);
+            continue;
+        }
+        EXPECT_GT(probeVideo(entry.path()).duration, 0);
+        for (const bool fastDecode : {false, true})
+            EXPECT_NO_THROW(readFirstFrames(entry.path(), fastDecode));
+    }
+}
+
+} // namespace
+} // namespace panoveer::test

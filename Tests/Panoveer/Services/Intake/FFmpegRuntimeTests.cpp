@@ -1,0 +1,190 @@
+#include "Panoveer/Services/Intake/FFmpegRuntime.h"
+#include "Panoveer/Services/Intake/MediaFileSupport.h"
+#include "Support/MediaFactory.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <limits>
+#include <tuple>
+
+namespace panoveer::test {
+namespace {
+
+URL urlOf(const std::filesystem::path& path) { return URL::fromFilePath(path); }
+
+TEST(FFmpegRuntime, TellsAFileByItsVideo) {
+    const TemporaryFolder folder;
+    const auto found = FFmpegRuntime::probe(urlOf(makeMovie(folder, {.name = "tall.mov",
+                                                                     .frameRate = "25",
+                                                                     .frameCount = 25,
+                                                                     .codec = "qtrle",
+                                                                     .pixelFormat = "argb",
+                                                                     .rotationDegrees = 270,
+                                                                     .audio = {{}}})));
+    EXPECT_EQ(found.width, 160);
+    EXPECT_EQ(found.height, 96);
+    EXPECT_NEAR(found.duration, 1, 1e-6);
+    EXPECT_EQ(found.frameRate, 25);
+    EXPECT_EQ(found.codecName, "qtrle");
+    EXPECT_EQ(found.pixelFormatName, "argb");
+    EXPECT_TRUE(found.containsAlphaChannel);
+    EXPECT_TRUE(found.hasAudioStream);
+    EXPECT_EQ(found.sourceOrientation, SourceVideoOrientation::left);
+    EXPECT_EQ(found.containerImmersiveMetadata, std::nullopt);
+
+    try {
+        FFmpegRuntime::probe(urlOf(folder / "missing.mov"));
+        FAIL() << "a missing file was probed";
+    } catch (const FFmpegReaderError& error) {
+        EXPECT_EQ(error.reason(), FFmpegReaderError::Case::probeFailed);
+        EXPECT_EQ(error.payload(), "Could not open media: No such file or directory");
+        EXPECT_EQ(error.errorDescription(), "FFmpeg could not inspect the video: " + error.payload());
+    }
+}
+
+TEST(FFmpegRuntime, TurnsRotationsToTheNearestQuarter) {
+    using enum SourceVideoOrientation;
+    for (const auto& [degrees, expected] : std::initializer_list<std::pair<int, SourceVideoOrientation>>{{0, up},
+                                                                                                         {44, up},
+                                                                                                         {45, right},
+                                                                                                         {90, right},
+                                                                                                         {134, right},
+                                                                                                         {135, down},
+                                                                                                         {224, down},
+                                                                                                         {225, left},
+                                                                                                         {314, left},
+                                                                                                         {315, up},
+                                                                                                         {-90, left},
+                                                                                                         {-44, up},
+                                                                                                         {810, right}})
+        EXPECT_EQ(FFmpegRuntime::sourceOrientation(degrees), expected) << degrees;
+}
+
+TEST(FFmpegRuntime, TellsTheColoursThatTheProgramKnowsApart) {
+    using Primaries = VideoColorPrimaries;
+    using Transfer = VideoTransferFunction;
+    using Matrix = VideoYCbCrMatrix;
+    for (const auto& [code, expected] : {std::pair(9, Primaries::bt2020),
+                                         {12, Primaries::p3D65},
+                                         {1, Primaries::bt709},
+                                         {11, Primaries::bt709},
+                                         {2, Primaries::bt709}})
+        EXPECT_EQ(FFmpegRuntime::colorMetadata(code, 2, 2).primaries, expected) << code;
+    for (const auto& [code, expected] : {std::pair(16, Transfer::pq),
+                                         {18, Transfer::hlg},
+                                         {13, Transfer::sRGB},
+                                         {8, Transfer::linear},
+                                         {1, Transfer::bt709},
+                                         {14, Transfer::bt709}})
+        EXPECT_EQ(FFmpegRuntime::colorMetadata(2, code, 2).transferFunction, expected) << code;
+    for (const auto& [code, expected] : {std::pair(5, Matrix::bt601),
+                                         {6, Matrix::bt601},
+                                         {9, Matrix::bt2020},
+                                         {10, Matrix::bt2020},
+                                         {1, Matrix::bt709},
+                                         {0, Matrix::bt709}})
+        EXPECT_EQ(FFmpegRuntime::colorMetadata(2, 2, code).yCbCrMatrix, expected) << code;
+
+    const TemporaryFolder folder;
+    const auto found = FFmpegRuntime::probe(urlOf(
+        makeMovie(folder, {.frameCount = 2, .primaries = "smpte432", .transfer = "smpte2084", .matrix = "smpte170m"})));
+    EXPECT_EQ(found.colorMetadata, (VideoColorMetadata{Primaries::p3D65, Transfer::pq, Matrix::bt601, {}, {}}));
+}
+
+TEST(FFmpegRuntime, TakesHalfASphereForHalfEquirectangular) {
+    constexpr double sphere = 4294967296.0;
+    for (const auto& [left, right, expected] : {std::tuple(0.25, 0.25, ProjectionFormat::halfEquirectangular),
+                                                std::tuple(0.24, 0.24, ProjectionFormat::halfEquirectangular),
+                                                std::tuple(0.5, 0.0, ProjectionFormat::halfEquirectangular),
+                                                std::tuple(0.2, 0.2, ProjectionFormat::equirectangular),
+                                                std::tuple(0.0, 0.0, ProjectionFormat::equirectangular)}) {
+        const TemporaryFolder folder;
+        const auto movie = makeMovie(folder, {.name = "sphere.mp4", .frameCount = 2});
+        appendEquirectangularMapping(movie,
+                                     {.left = std::uint32_t(left * sphere), .right = std::uint32_t(right * sphere)});
+        const auto metadata = FFmpegRuntime::probe(urlOf(movie)).containerImmersiveMetadata;
+        ASSERT_TRUE(metadata);
+        EXPECT_EQ(metadata->projection, expected) << left << " and " << right;
+        EXPECT_EQ(metadata->stereoLayout, std::nullopt);
+    }
+}
+
+TEST(FFmpegRuntime, ReadsThePackingOfTheEyes) {
+    const TemporaryFolder folder;
+    const auto mono = makeMovie(folder, {.name = "mono.mp4", .frameCount = 2});
+    appendStereoLayout(mono, 0);
+    const auto saysMono = FFmpegRuntime::probe(urlOf(mono)).containerImmersiveMetadata;
+    EXPECT_EQ(saysMono,
+              (ContainerImmersiveMetadata{.projection = std::nullopt, .stereoLayout = StereoVideoLayout::mono}));
+
+    const auto swapped = FFmpegRuntime::probe(urlOf(makeMovie(
+        folder,
+        {.name = "swapped.mkv", .frameCount = 2, .outputOptions = {"-metadata:s:v", "stereo_mode=right_left"}})));
+    ASSERT_TRUE(swapped.containerImmersiveMetadata);
+    EXPECT_EQ(swapped.containerImmersiveMetadata->stereoLayout, StereoVideoLayout::sideBySide);
+    EXPECT_TRUE(swapped.containerImmersiveMetadata->eyesSwapped);
+}
+
+TEST(FFmpegRuntime, ListsAudioStreamsInPlainTypes) {
+    const TemporaryFolder folder;
+    const auto movie =
+        makeMovie(folder, {.frameCount = 10,
+                           .audio = {{.codec = "aac", .layout = "5.1"}, {.layout = "mono", .sampleRate = 44100}}});
+    const auto streams = FFmpegRuntime::probeAudioStreams(urlOf(movie));
+    ASSERT_EQ(streams.size(), 2u);
+    EXPECT_EQ(streams[0].streamIndex, 1);
+    EXPECT_EQ(streams[0].codecName, "aac");
+    EXPECT_EQ(streams[0].ambisonicOrder, std::nullopt);
+    EXPECT_THAT(streams[0].channelIDs, testing::ElementsAre(0, 1, 2, 3, 4, 5));
+    EXPECT_EQ(streams[0].channelMask, 0x3fu);
+    EXPECT_EQ(streams[1].sampleRate, 44100);
+    EXPECT_EQ(streams[1].channelIDs.size(), 1u);
+    EXPECT_THROW(FFmpegRuntime::probeAudioStreams(urlOf(folder / "missing.mov")), FFmpegReaderError);
+}
+
+TEST(FFmpegRuntime, FindsAKeyframeOrNoneAndNeverThrows) {
+    const TemporaryFolder folder;
+    const auto movie = urlOf(makeMovie(
+        folder, {.frameRate = "10", .frameCount = 30, .keyFrameInterval = 10, .outputOptions = {"-bf", "0"}}));
+    EXPECT_EQ(FFmpegRuntime::previousKeyframeTime(movie, 1.9), 1.0);
+    for (const double time : {-0.1, std::nan(""), std::numeric_limits<double>::infinity()})
+        EXPECT_EQ(FFmpegRuntime::previousKeyframeTime(movie, time), std::nullopt);
+    EXPECT_EQ(FFmpegRuntime::previousKeyframeTime(urlOf(folder / "missing.mov"), 1), std::nullopt);
+}
+
+TEST(FFmpegRuntime, PreviewsInSoftwareWhatThePlatformCannot) {
+    const TemporaryFolder folder;
+    // By name alone: nothing is there to probe.
+    EXPECT_TRUE(FFmpegRuntime::requiresSoftwarePreview(urlOf(folder / "missing.MTS")));
+    EXPECT_FALSE(FFmpegRuntime::requiresSoftwarePreview(urlOf(folder / "missing.mp4")));
+
+    const auto ordinary = makeMovie(folder, {.name = "ordinary.mp4", .frameCount = 2});
+    EXPECT_FALSE(FFmpegRuntime::requiresSoftwarePreview(urlOf(ordinary)));
+    EXPECT_TRUE(FFmpegRuntime::requiresSoftwarePreview(
+        urlOf(makeMovie(folder, {.name = "open.mp4", .frameCount = 2, .codec = "libvpx-vp9"}))));
+
+    FFmpegRuntime::addExplicitSoftwarePreviewURL(urlOf(folder / "sub/../ordinary.mp4"));
+    EXPECT_TRUE(FFmpegRuntime::requiresSoftwarePreview(urlOf(ordinary)));
+}
+
+TEST(MediaFileSupport, KnowsExtensionsAndWhatIsSentLiveAsItIs) {
+    EXPECT_TRUE(MediaFileSupport::importableVideoPathExtensions.contains("crm"));
+    EXPECT_TRUE(MediaFileSupport::importableVideoPathExtensions.contains("3g2"));
+    EXPECT_FALSE(MediaFileSupport::importableVideoPathExtensions.contains("insv"));
+    for (const auto extension : MediaFileSupport::ffmpegContainerPathExtensions)
+        EXPECT_TRUE(MediaFileSupport::importableVideoPathExtensions.contains(extension)) << extension;
+
+    using enum LiveSyphonCompatibility;
+    const auto compatibility = [](const char* name, bool requiresFFmpeg) {
+        return MediaFileSupport::liveSyphonCompatibility(URL::fromFilePath(name), requiresFFmpeg);
+    };
+    EXPECT_EQ(compatibility("/a.mov", false), compatible);
+    EXPECT_EQ(compatibility("/a.mov", true), transcodeRecommended);
+    EXPECT_EQ(compatibility("/a.MKV", false), transcodeRecommended);
+    EXPECT_EQ(compatibility("/a.mxf", false), compatible);
+}
+
+} // namespace
+} // namespace panoveer::test

@@ -1,0 +1,34 @@
+#pragma once
+
+#include "Support/MediaFactory.h"
+
+#include <nlohmann/json.hpp>
+
+#include <filesystem>
+#include <set>
+#include <string>
+#include <vector>
+
+namespace panoveer::test {
+
+inline ProgramResult panoveer(std::vector<std::string> arguments) {
+    arguments.insert(arguments.begin(), PANOVEER_PROGRAM);
+    return runProgram(arguments);
+}
+
+inline std::set<std::string> namesIn(const std::filesystem::path& folder) {
+    std::set<std::string> names;
+    for (const auto& entry : std::filesystem::directory_iterator(folder))
+        names.insert(entry.path().filename().string());
+    return names;
+}
+
+inline nlohmann::json videoStream(const std::filesystem::path& movie, const std::vector<std::string>& options = {}) {
+    const auto file = ffprobeJSON(movie, options);
+    for (const auto& stream : file["streams"])
+        if (stream["codec_type"] == "video")
+            return stream;
+    return {};
+}
+
+} // namespace panoveer::test

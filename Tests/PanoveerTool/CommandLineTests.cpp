@@ -1,0 +1,269 @@
+#include "PanoveerTool/CommandLine.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <csignal>
+#include <cstdlib>
+
+namespace panoveer::test {
+namespace {
+
+namespace fs = std::filesystem;
+
+using Names = std::set<std::string>;
+
+class CommandLine : public testing::Test {
+protected:
+    TemporaryFolder folder;
+
+    std::string path(const std::string& name) const { return (folder / name).string(); }
+    std::string movie(const MovieSpec& spec) { return makeMovie(folder, spec).string(); }
+};
+
+TEST_F(CommandLine, TellsWrongUsageFromFailure) {
+    const auto source = movie({.frameCount = 5});
+    struct Row {
+        std::vector<std::string> arguments;
+        int exitCode;
+        std::string says;
+    };
+    for (const auto& row : {
+             Row{{}, 2, "subcommand"},
+             Row{{"convert", source}, 2, "--output"},
+             Row{{"convert", source, "-o", path("a.mp4"), "--codec", "vhs"}, 2, "h264"},
+             Row{{"convert", source, "-o", path("a.mp4"), "--size", "wide"}, 2, "3840x1920"},
+             Row{{"convert", source, "-o", path("a.mp4"), "--pitch", "91"}, 2, "-90"},
+             Row{{"convert", source, "-o", path("a.mp4"), "--in", "3"}, 2, "--in"},
+             Row{{"convert", source, "-o", path("a.mp4"), "--source-format", "mirrorDome"}, 2, "output only"},
+             Row{{"convert", path("gone.mp4"), "-o", path("a.mp4")}, 1, "gone.mp4"},
+             Row{{"frame", source, "--at", "9", "-o", path("a.png")}, 2, "--at"},
+             Row{{"inspect", path("gone.mp4")}, 1, "gone.mp4"},
+         }) {
+        const auto result = panoveer(row.arguments);
+        EXPECT_EQ(result.exitCode, row.exitCode) << result.standardError;
+        EXPECT_NE(result.standardError.find(row.says), std::string::npos) << result.standardError;
+    }
+    EXPECT_EQ(namesIn(folder.path()), (Names{"movie.mov"}));
+}
+
+TEST_F(CommandLine, KeepsAMovieThatExistsUnlessToldOtherwise) {
+    const auto source = movie({.frameCount = 5});
+    const auto target = path("made.mp4");
+    const std::vector<std::string> arguments = {"convert",  source,   "-o",     target,    "--format",
+                                                "standard", "--size", "160x90", "--codec", "h264"};
+    ASSERT_EQ(panoveer(arguments).exitCode, 0);
+    const auto before = readFile(target);
+    const auto refused = panoveer(arguments);
+    EXPECT_EQ(refused.exitCode, 1);
+    EXPECT_NE(refused.standardError.find("--overwrite"), std::string::npos);
+    EXPECT_EQ(readFile(target), before);
+
+    auto again = arguments;
+    again.insert(again.end(), {"--overwrite", "--yaw", "20"});
+    EXPECT_EQ(panoveer(again).exitCode, 0);
+    EXPECT_NE(readFile(target), before);
+    EXPECT_EQ(namesIn(folder.path()), (Names{"movie.mov", "made.mp4"}));
+}
+
+TEST_F(CommandLine, NeverWritesOntoItsOwnSource) {
+    const auto source = movie({.name = "clip.mp4", .frameCount = 5});
+    const auto before = readFile(source);
+    const auto result = panoveer({"convert", source, "-o", source, "--codec", "h264", "--overwrite"});
+    EXPECT_EQ(result.exitCode, 1);
+    EXPECT_NE(result.standardError.find("source itself"), std::string::npos);
+    EXPECT_EQ(readFile(source), before);
+}
+
+TEST_F(CommandLine, KeepsNamesApartThatDifferOnlyInCase) {
+    fs::create_directories(folder / "in/a");
+    fs::create_directories(folder / "in/b");
+    const auto made = movie({.frameCount = 5});
+    fs::copy_file(made, folder / "in/a/clip.MOV");
+    fs::copy_file(made, folder / "in/b/CLIP.mov");
+    const auto result = panoveer(
+        {"convert", path("in"), "-o", path("out"), "--format", "standard", "--size", "160x90", "--codec", "h264"});
+    ASSERT_EQ(result.exitCode, 0) << result.standardError;
+    EXPECT_EQ(namesIn(folder / "out"), (Names{"clip - standard.mp4", "CLIP - standard (2).mp4"}));
+}
+
+TEST_F(CommandLine, LeavesNothingBehindWhenItCannotWrite) {
+    const auto source = movie({.frameCount = 60});
+    fs::create_directories(folder / "small");
+    // A file system of 300 kB of its own, gone with the shell: what a full disk looks like. The shell lists what is
+    // left.
+    const std::string script =
+        "mount -t tmpfs -o size=300k tmpfs \"$1\" && shift && \"$@\"; code=$?; ls -A \"$0\"; exit $code";
+    for (const std::string name : {"movie.mp4", "movie.mov"}) {
+        const auto result = runProgram({"unshare",
+                                        "--map-root-user",
+                                        "--mount",
+                                        "bash",
+                                        "-c",
+                                        script,
+                                        path("small"),
+                                        path("small"),
+                                        PANOVEER_PROGRAM,
+                                        "convert",
+                                        source,
+                                        "-o",
+                                        path("small/" + name),
+                                        "--format",
+                                        "standard",
+                                        "--size",
+                                        "640x360",
+                                        "--codec",
+                                        name == "movie.mov" ? "proRes" : "h264",
+                                        "--bitrate",
+                                        "60"});
+        EXPECT_EQ(result.exitCode, 1) << result.standardError;
+        EXPECT_NE(result.standardError.find("No space left"), std::string::npos) << result.standardError;
+        EXPECT_EQ(result.standardOutput, "") << name;
+    }
+    // Nobody, not even root, makes files there.
+    const auto refused = panoveer({"convert", source, "-o", "/sys/panoveer/movie.mp4", "--codec", "h264"});
+    EXPECT_EQ(refused.exitCode, 1);
+    EXPECT_NE(refused.standardError.find("/sys/panoveer"), std::string::npos) << refused.standardError;
+}
+
+// A conversion in a process of its own that has begun to write its movie when started() returns.
+class RunningConversion {
+public:
+    RunningConversion(const std::string& source, const fs::path& target) {
+        int ends[2];
+        if (pipe(ends) != 0)
+            throw std::runtime_error("pipe");
+        process_ = fork();
+        if (process_ == 0) {
+            dup2(ends[1], STDERR_FILENO);
+            execl(PANOVEER_PROGRAM, PANOVEER_PROGRAM, "convert", source.c_str(), "-o", target.c_str(), "--format",
+                  "standard", "--size", "640x360", "--codec", "proRes", "--progress", "json", nullptr);
+            _exit(127);
+        }
+        close(ends[1]);
+        output_ = ends[0];
+    }
+    ~RunningConversion() { close(output_); }
+
+    // Waits until a progress line tells of frames that are written.
+    bool started() {
+        while (text_.find("\"frames\":1") == std::string::npos) {
+            pollfd ready{output_, POLLIN, 0};
+            char buffer[4096];
+            if (poll(&ready, 1, 60000) <= 0)
+                return false;
+            const auto count = read(output_, buffer, sizeof buffer);
+            if (count <= 0)
+                return false;
+            text_.append(buffer, std::size_t(count));
+        }
+        return true;
+    }
+
+    // Exit code, or 128 plus the signal that ended the process.
+    int end(int signal) {
+        kill(process_, signal);
+        int status = 0;
+        waitpid(process_, &status, 0);
+        return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+    }
+
+private:
+    pid_t process_ = 0;
+    int output_ = -1;
+    std::string text_;
+};
+
+TEST_F(CommandLine, LeavesNothingUnderTheFinalNameWhenInterruptedOrKilled) {
+    const auto source = movie({.width = 640, .height = 360, .frameCount = 900});
+    fs::create_directories(folder / "out");
+    const auto target = folder / "out/movie.mov";
+    {
+        RunningConversion conversion(source, target);
+        ASSERT_TRUE(conversion.started());
+        EXPECT_EQ(conversion.end(SIGINT), 130);
+        EXPECT_EQ(namesIn(folder / "out"), Names{}) << "a cancelled export cleans up after itself";
+    }
+    {
+        RunningConversion conversion(source, target);
+        ASSERT_TRUE(conversion.started());
+        EXPECT_EQ(conversion.end(SIGKILL), 128 + SIGKILL);
+        EXPECT_FALSE(fs::exists(target));
+        for (const auto& name : namesIn(folder / "out"))
+            EXPECT_NE(name.find(".panoveer-"), std::string::npos) << name;
+    }
+}
+
+TEST_F(CommandLine, PrintsOneJSONResultAndProgressBesideIt) {
+    const auto source = movie({.frameCount = 10});
+    const auto result = panoveer({"convert", source, "-o", path("a.mp4"), "--format", "standard", "--size", "160x90",
+                                  "--codec", "h264", "--json", "--progress", "json"});
+    ASSERT_EQ(result.exitCode, 0) << result.standardError;
+    const auto json = nlohmann::json::parse(result.standardOutput);
+    EXPECT_EQ(json["movies"][0]["path"], path("a.mp4"));
+    EXPECT_EQ(json["movies"][0]["bytes"], fs::file_size(path("a.mp4")));
+    std::istringstream lines(result.standardError);
+    double fraction = 0;
+    for (std::string line; std::getline(lines, line);) {
+        const auto progress = nlohmann::json::parse(line);
+        EXPECT_GE(progress["fraction"].get<double>(), fraction);
+        fraction = progress["fraction"];
+    }
+    EXPECT_EQ(fraction, 1);
+}
+
+TEST_F(CommandLine, ListsPresetsAndWhatWorksHere) {
+    const auto presets = nlohmann::json::parse(panoveer({"presets", "--json"}).standardOutput);
+    EXPECT_EQ(presets["delivery"].size(), 11u);
+    const auto doctor = nlohmann::json::parse(panoveer({"doctor", "--json"}).standardOutput);
+    EXPECT_FALSE(doctor["devices"].empty());
+    for (const auto& encoder : doctor["encoders"])
+        if (encoder["codec"] == "h264" || encoder["codec"] == "hevc10" || encoder["codec"] == "proRes")
+            EXPECT_TRUE(encoder["works"].get<bool>()) << encoder;
+}
+
+TEST_F(CommandLine, RetimesASingleMovieOfMixedRates) {
+    const auto slow = movie({.name = "slow.mov", .frameRate = "25", .frameCount = 25});
+    const auto fast = movie({.name = "fast.mov", .frameRate = "50", .frameCount = 50});
+    const auto result = panoveer(
+        {"convert", slow, fast, "-o", path("both.mp4"), "--format", "standard", "--size", "160x90", "--codec", "h264"});
+    ASSERT_EQ(result.exitCode, 0) << result.standardError;
+    const auto stream = videoStream(path("both.mp4"), {"-count_frames"});
+    EXPECT_EQ(stream["nb_read_frames"], "100");
+    EXPECT_EQ(stream["r_frame_rate"], "50/1");
+}
+
+struct RateCase {
+    const char* rate;
+    const char* name;
+
+    friend std::ostream& operator<<(std::ostream& stream, const RateCase& rate) { return stream << rate.name; }
+};
+
+class FrameRates : public CommandLine, public testing::WithParamInterface<RateCase> {};
+
+TEST_P(FrameRates, KeepEveryFrameAtItsExactTime) {
+    constexpr int frames = 40;
+    const auto source = movie({.name = "flat.mp4", .frameRate = GetParam().rate, .frameCount = frames});
+    const auto result = panoveer({"convert", source, "-o", path("out.mov"), "--source-format", "standard", "--format",
+                                  "standard", "--size", "320x180", "--codec", "proRes422LT"});
+    ASSERT_EQ(result.exitCode, 0) << result.standardError;
+    const auto stream = videoStream(path("out.mov"), {"-count_frames"});
+    EXPECT_EQ(stream["nb_read_frames"], std::to_string(frames));
+    EXPECT_EQ(stream["r_frame_rate"],
+              std::string(GetParam().rate) + (std::string(GetParam().rate).contains('/') ? "" : "/1"));
+    EXPECT_EQ(std::stod(stream["start_time"].get<std::string>()), 0);
+}
+
+INSTANTIATE_TEST_SUITE_P(Usual, FrameRates,
+                         testing::Values(RateCase{"24", "fps24"}, RateCase{"25", "fps25"},
+                                         RateCase{"30000/1001", "fps29_97"}, RateCase{"50", "fps50"},
+                                         RateCase{"60000/1001", "fps59_94"}),
+                         [](const auto& info) { return info.param.name; });
+
+} // namespace
+} // namespace panoveer::test

@@ -1,0 +1,126 @@
+#include "Platform/Media/AssetImageGenerator.h"
+#include "Platform/Media/AssetReader.h"
+#include "Platform/Media/PictureFile.h"
+#include "Support/MediaFactory.h"
+
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+#include <cstdlib>
+#include <limits>
+
+namespace panoveer::test {
+namespace {
+
+struct CorpusCase {
+    const char* file;
+    int videoTracks;
+    int audioTracks;
+    bool isDecodable = false;
+    double naturalWidth = 0, naturalHeight = 0;
+    double frameRate = 0;
+    AffineTransform transform{};
+};
+
+class Corpus : public testing::TestWithParam<CorpusCase> {
+protected:
+    void SetUp() override {
+        const auto file = corpusFile(GetParam().file);
+        if (!file)
+            GTEST_SKIP() << "PANOVEER_CORPUS names no folder";
+        path_ = *file;
+    }
+
+    // Pictures are kept for people who want to look at them.
+    static void keepPicture(const PixelBuffer& picture, const std::string& name) {
+        if (const char* folder = std::getenv("PANOVEER_TEST_PICTURES"); folder && *folder)
+            writePNG(picture, std::filesystem::path(folder) / (name + ".png"));
+    }
+
+    std::filesystem::path path_;
+};
+
+TEST_P(Corpus, IsListedAndDecodedAsFfprobeSees) {
+    const auto& expected = GetParam();
+    const auto asset = MediaAsset::load(URL::fromFilePath(path_));
+    ASSERT_EQ(int(asset->videoTracks().size()), expected.videoTracks);
+    EXPECT_EQ(int(asset->audioTracks().size()), expected.audioTracks);
+    EXPECT_EQ(asset->isPlayable(), expected.videoTracks > 0);
+    if (expected.videoTracks == 0)
+        return;
+    const auto& track = asset->videoTracks()[0];
+    EXPECT_EQ(track.isDecodable, expected.isDecodable);
+    EXPECT_NEAR(track.naturalWidth, expected.naturalWidth, 0.01);
+    EXPECT_NEAR(track.naturalHeight, expected.naturalHeight, 0.01);
+    EXPECT_NEAR(track.nominalFrameRate, expected.frameRate, 0.01);
+    EXPECT_EQ(track.preferredTransform, expected.transform);
+    EXPECT_EQ(track.formatDescriptions[0].hasLeftStereoEyeView, !expected.isDecodable);
+    EXPECT_EQ(track.formatDescriptions[0].hasRightStereoEyeView, !expected.isDecodable);
+    if (!expected.isDecodable)
+        return;
+
+    const auto probe = ffprobeJSON(path_, {"-select_streams", "v:0", "-show_frames"});
+    const double start = std::stod(probe["format"]["start_time"].get<std::string>());
+    std::vector<double> times;
+    for (const auto& frame : probe["frames"])
+        times.push_back(std::stod(frame["best_effort_timestamp_time"].get<std::string>()) - start);
+
+    AssetReader reader(asset, 0, std::numeric_limits<double>::infinity());
+    reader.addOutput(track, "420v");
+    ASSERT_TRUE(reader.startReading());
+    std::size_t count = 0;
+    while (const auto sample = reader.copyNextSampleBuffer()) {
+        ASSERT_LT(count, times.size());
+        ASSERT_NEAR(sample->presentationSeconds, times[count], 2e-6) << "frame " << count;
+        ++count;
+    }
+    EXPECT_EQ(reader.status(), AssetReader::Status::completed);
+    EXPECT_EQ(count, times.size());
+    EXPECT_NEAR(asset->durationSeconds(), times.back() + 1 / expected.frameRate, 0.15);
+
+    AssetImageGenerator generator(asset);
+    generator.setAppliesPreferredTrackTransform(true);
+    generator.setMaximumSize(1024, 1024);
+    const auto middle = times[times.size() / 2];
+    const auto image = generator.copyImage(middle + 1e-5);
+    EXPECT_NEAR(image.actualSeconds, middle, 2e-6);
+    keepPicture(*image.picture, expected.file);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Files, Corpus,
+    testing::Values(
+        CorpusCase{"bear-vp9.webm", 0, 0}, CorpusCase{"bt601.mov", 1, 1, true, 640, 428, 29.41},
+        CorpusCase{"hlg10-color-test.mp4", 1, 1, true, 1920, 1080, 29.99},
+        CorpusCase{
+            "internal_emulator_transformer_output_270_rotated.mp4", 1, 1, true, 1280, 720, 29.97, {0, -1, 1, 0, 0, 0}},
+        CorpusCase{"invalid-bitstream.webm", 0, 0}, CorpusCase{"richoh1_0_3.mp4", 1, 0, true, 644, 322, 30},
+        CorpusCase{"roadtrip-vp92-10bit.webm", 0, 0}, CorpusCase{"sample.avi", 1, 1, true, 960, 400, 23.976},
+        CorpusCase{"sample.mkv", 1, 1, true, 1080, 720, 30}, CorpusCase{"sample.mp4", 1, 1, true, 1080, 720, 29.97},
+        CorpusCase{"sample_av1.mp4", 0, 1}, CorpusCase{"sample_dthd.mp4", 0, 1}, CorpusCase{"sample_eac3.mp4", 0, 1},
+        CorpusCase{"sample_edit_list.mp4", 1, 1, true, 1920, 1080, 28.03, {0, 1, -1, 0, 1080, 0}},
+        CorpusCase{"sample_fragmented.mp4", 1, 1, true, 1080, 720, 29.97},
+        CorpusCase{"sample_missing_stsd.mp4", 1, 0, true, 1080, 720, 29.97},
+        CorpusCase{"sample_shorter_audio.mp4", 1, 1, true, 320, 240, 60},
+        CorpusCase{"sample_with_colr_mdcv_and_clli.mp4", 0, 1},
+        CorpusCase{"sowt-with-video.mov", 1, 1, true, 1920, 1080, 50},
+        CorpusCase{"testRoom1_1080Stereo.mp4", 1, 0, true, 1080, 1080, 30},
+        CorpusCase{"testRoom1_1920Mono.mp4", 1, 0, true, 1920, 960, 30},
+        CorpusCase{"water_180_mvhevc_5frames.mov", 1, 0, false, 1934, 2160, 90}),
+    [](const auto& test) {
+        std::string name = test.param.file;
+        std::erase_if(name, [](char character) { return !std::isalnum(static_cast<unsigned char>(character)); });
+        return name;
+    });
+
+class ForeignContainer : public Corpus {};
+
+TEST_P(ForeignContainer, IsLeftToTheOtherRoad) { EXPECT_THROW(MediaAsset::load(URL::fromFilePath(path_)), Error); }
+
+INSTANTIATE_TEST_SUITE_P(Files, ForeignContainer,
+                         testing::Values(CorpusCase{"bbb_2500ms.ts", 0, 0},
+                                         CorpusCase{"third_order_ambisonic_ch0-7.wav", 0, 0}),
+                         [](const auto& test) { return test.index == 0 ? "TransportStream" : "Wave"; });
+
+} // namespace
+} // namespace panoveer::test

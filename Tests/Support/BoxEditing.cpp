@@ -1,0 +1,124 @@
+#include "Support/MediaFactory.h"
+
+#include <algorithm>
+#include <fstream>
+#include <set>
+#include <stdexcept>
+
+namespace panoveer::test {
+
+namespace {
+
+std::uint32_t readUInt32(std::span<const std::uint8_t> bytes, std::size_t at) {
+    return std::uint32_t(bytes[at]) << 24 | std::uint32_t(bytes[at + 1]) << 16 | std::uint32_t(bytes[at + 2]) << 8 |
+           bytes[at + 3];
+}
+
+void writeUInt32(std::span<std::uint8_t> bytes, std::size_t at, std::uint32_t value) {
+    for (int shift = 24; shift >= 0; shift -= 8)
+        bytes[at++] = std::uint8_t(value >> shift);
+}
+
+// How far the children of a box lie behind its start: ISO/IEC 14496-12, 8.5.2 and 12.1.3, 12.2.3 for sample entries.
+std::size_t childrenOffset(const std::string& type, const std::string& parent) {
+    static const std::set<std::string> audioEntries = {"mp4a", "Opus", "fLaC", "ipcm", "fpcm", "lpcm", "sowt", "twos"};
+    if (type == "stsd")
+        return 16;
+    if (parent == "stsd")
+        return audioEntries.contains(type) ? 36 : 86;
+    return 8;
+}
+
+struct BoxRange {
+    std::size_t start = 0;
+    std::size_t size = 0;
+};
+
+BoxRange findChild(std::span<const std::uint8_t> bytes, std::size_t from, std::size_t to, const std::string& step) {
+    const auto colon = step.find(':');
+    const auto type = step.substr(0, colon);
+    int remaining = colon == std::string::npos ? 0 : std::stoi(step.substr(colon + 1));
+    while (from + 8 <= to) {
+        std::size_t size = readUInt32(bytes, from);
+        if (size == 1 && from + 16 <= to)
+            size = std::size_t(readUInt32(bytes, from + 8)) << 32 | readUInt32(bytes, from + 12);
+        if (size < 8 || size > to - from)
+            break;
+        if (std::string(bytes.begin() + std::ptrdiff_t(from + 4), bytes.begin() + std::ptrdiff_t(from + 8)) == type &&
+            remaining-- == 0)
+            return {from, size};
+        from += size;
+    }
+    throw std::runtime_error("No box " + step);
+}
+
+void append(std::vector<std::uint8_t>& bytes, const std::vector<std::uint8_t>& more) {
+    bytes.insert(bytes.end(), more.begin(), more.end());
+}
+
+const std::vector<std::string> videoSampleEntry = {"moov", "trak", "mdia", "minf", "stbl", "stsd", "avc1"};
+
+} // namespace
+
+std::vector<std::uint8_t> makeBox(const std::string& type, std::span<const std::uint8_t> payload) {
+    std::vector<std::uint8_t> bytes(8 + payload.size());
+    writeUInt32(bytes, 0, std::uint32_t(bytes.size()));
+    std::ranges::copy(type, bytes.begin() + 4);
+    std::ranges::copy(payload, bytes.begin() + 8);
+    return bytes;
+}
+
+void appendEquirectangularMapping(const std::filesystem::path& movie, const SphereBounds& bounds) {
+    std::vector<std::uint8_t> equirectangular(20); // version and flags, then the bounds
+    writeUInt32(equirectangular, 4, bounds.top);
+    writeUInt32(equirectangular, 8, bounds.bottom);
+    writeUInt32(equirectangular, 12, bounds.left);
+    writeUInt32(equirectangular, 16, bounds.right);
+    auto projection = makeBox("prhd", std::vector<std::uint8_t>(16)); // no turn
+    append(projection, makeBox("equi", equirectangular));
+    auto sphere = makeBox("svhd", std::vector<std::uint8_t>{0, 0, 0, 0, 't', 0});
+    append(sphere, makeBox("proj", projection));
+    appendBox(movie, videoSampleEntry, "sv3d", sphere);
+}
+
+void appendStereoLayout(const std::filesystem::path& movie, std::uint8_t mode) {
+    appendBox(movie, videoSampleEntry, "st3d", std::vector<std::uint8_t>{0, 0, 0, 0, mode});
+}
+
+void appendBox(const std::filesystem::path& movie, const std::vector<std::string>& path, const std::string& type,
+               std::span<const std::uint8_t> payload) {
+    auto bytes = readFile(movie);
+    std::vector<std::size_t> ancestors;
+    BoxRange box{0, bytes.size()};
+    std::size_t children = 0;
+    std::string parent;
+    for (const auto& step : path) {
+        box = findChild(bytes, box.start + children, box.start + box.size, step);
+        ancestors.push_back(box.start);
+        const auto boxType = step.substr(0, step.find(':'));
+        children = childrenOffset(boxType, parent);
+        parent = boxType;
+    }
+
+    const auto added = makeBox(type, payload);
+    bytes.insert(bytes.begin() + std::ptrdiff_t(box.start + box.size), added.begin(), added.end());
+    for (const auto ancestor : ancestors)
+        writeUInt32(bytes, ancestor, readUInt32(bytes, ancestor) + std::uint32_t(added.size()));
+    writeFile(movie, bytes);
+}
+
+std::vector<std::uint8_t> readFile(const std::filesystem::path& file) {
+    std::ifstream stream(file, std::ios::binary);
+    if (!stream)
+        throw std::runtime_error("Cannot read " + file.string());
+    return {std::istreambuf_iterator<char>(stream), {}};
+}
+
+void writeFile(const std::filesystem::path& file, std::span<const std::uint8_t> bytes) {
+    std::ofstream stream(file, std::ios::binary);
+    stream.write(reinterpret_cast<const char*>(bytes.data()), std::streamsize(bytes.size()));
+    if (!stream.flush())
+        throw std::runtime_error("Cannot write " + file.string());
+}
+
+} // namespace panoveer::test
