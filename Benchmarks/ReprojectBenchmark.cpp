@@ -20,7 +20,7 @@ PixelBufferPtr chartSource() {
     VRTransform shape;
     shape.sourceFormat = ProjectionFormat::equirectangular;
     auto source = PixelBuffer::make(pixelFormat::yCbCr420VideoRange, sourceWidth, sourceHeight);
-    paintChartAsSource({}, shape, *source);
+    paintAsSource(SphericalTestChart{}, shape, *source);
     return source;
 }
 

@@ -54,7 +54,7 @@ void paintRows(const SphericalTestChart& chart, int top, int bottom, PixelBuffer
     const double pixelAngle = std::numbers::pi / sampleHeight;
     PictureWriter writer(picture, VideoYCbCrMatrix::bt709);
     const auto color = [&](double x, double y, double footprint) {
-        return chart.color(VRProjectionMath::directionForEquirectUV({x / sampleWidth, y / sampleHeight}), footprint,
+        return chart(VRProjectionMath::directionForEquirectUV({x / sampleWidth, y / sampleHeight}), footprint,
                            StereoEye::left);
     };
     forEachRowInParallel(bottom - top, [&](int row) {

@@ -493,8 +493,21 @@ Window windowAround(Scene scene, Plane plane, int face) {
     return Window(first, clamp(ivec2(ceil((high - plane.origin) / plane.pitch)) - 1, first, plane.count - 1));
 }
 
-bool isInside(Window window, ivec2 from, ivec2 to) {
-    return all(greaterThanEqual(from, window.first)) && all(lessThanEqual(to, window.last));
+// In radii of a fisheye's circle from its centre.
+vec2 fromFisheyeCenter(Scene scene, vec2 at) { return (at / vec2(scene.eyeSize) - fisheyeCenter) / fisheyeRadius; }
+
+bool isWithinCircle(Scene scene, Plane plane, ivec2 tap) {
+    vec2 from = fromFisheyeCenter(scene, plane.origin + vec2(tap) * plane.pitch);
+    return dot(from, from) <= 1;
+}
+
+// Whether all samples between two corners may be blended directly.
+bool isInside(Scene scene, Plane plane, Window window, ivec2 from, ivec2 to) {
+    if (any(lessThan(from, window.first)) || any(greaterThan(to, window.last)))
+        return false;
+    return sourceFormat != formatDomemaster ||
+           (isWithinCircle(scene, plane, from) && isWithinCircle(scene, plane, ivec2(to.x, from.y)) &&
+            isWithinCircle(scene, plane, ivec2(from.x, to.y)) && isWithinCircle(scene, plane, to));
 }
 
 vec4 interpolated(Scene scene, Plane plane, vec2 at, int face) {
@@ -523,6 +536,12 @@ vec4 tapBeyondWindow(Scene scene, Plane plane, Window window, int face, ivec2 ta
         vec3 d = directionOnFace(sourceFormat, face, (at - frame.middle) / frame.half_);
         int other = faceTowards(sourceFormat, d);
         return interpolated(scene, plane, unlimitedPlace(scene, d, other), other);
+    }
+    if (sourceFormat == formatDomemaster) {
+        vec2 from = fromFisheyeCenter(scene, at);
+        float radius = max(1 - plane.pitch.x / (fisheyeRadius.x * size.x), 0);
+        at = (fisheyeCenter + fisheyeRadius * from * min(radius / length(from), 1)) * size;
+        tap = ivec2(round((at - plane.origin) / plane.pitch));
     }
     if (sourceFormat != formatEquirectangular)
         return texel(plane, clamp(tap, window.first, window.last));
@@ -562,14 +581,14 @@ vec4 sampled(Scene scene, Plane plane, Place place) {
     vec4 sum = vec4(0);
     if (resamplingTaps <= 2) {
         ivec2 first = ivec2(base);
-        if (isInside(window, first, first + 1))
+        if (isInside(scene, plane, window, first, first + 1))
             return mix(mix(texel(plane, first), texel(plane, first + ivec2(1, 0)), f.x),
                        mix(texel(plane, first + ivec2(0, 1)), texel(plane, first + 1), f.x), f.y);
         for (int k = 0; k < 4; ++k) {
             ivec2 tap = ivec2(k & 1, k >> 1);
             vec2 w = mix(1 - f, f, vec2(tap));
             tap += first;
-            sum += w.x * w.y * (isInside(window, tap, tap) ? texel(plane, tap)
+            sum += w.x * w.y * (isInside(scene, plane, window, tap, tap) ? texel(plane, tap)
                                                            : tapBeyondWindow(scene, plane, window, place.face, tap));
         }
         return sum;
@@ -579,7 +598,7 @@ vec4 sampled(Scene scene, Plane plane, Place place) {
     windowedSinc(f.x, place.footprint.x / plane.pitch.x, across);
     windowedSinc(f.y, place.footprint.y / plane.pitch.y, down);
     ivec2 first = ivec2(base) - 3;
-    if (isInside(window, first, first + 7)) {
+    if (isInside(scene, plane, window, first, first + 7)) {
         for (int j = 0; j < 8; ++j) {
             vec4 row = vec4(0);
             [[unroll]] for (int i = 0; i < 8; ++i)
@@ -591,7 +610,7 @@ vec4 sampled(Scene scene, Plane plane, Place place) {
     for (int k = 0; k < 64; ++k) {
         ivec2 tap = first + ivec2(k & 7, k >> 3);
         sum += across[k & 7] * down[k >> 3] *
-               (isInside(window, tap, tap) ? texel(plane, tap)
+               (isInside(scene, plane, window, tap, tap) ? texel(plane, tap)
                                            : tapBeyondWindow(scene, plane, window, place.face, tap));
     }
     return sum;
@@ -769,8 +788,9 @@ SourceValue readSource(Scene scene, vec2 at, vec2 pixelSize, bool readsPrimary, 
         return value;
     Plane primary = makePlane(scene, false, place.half_);
     Plane chroma = makePlane(scene, true, place.half_);
-    // A pixel that covers more than two source pixels is divided; see ProjectionMapping::places().
-    int division = int(clamp(ceil(min(place.footprint.x, place.footprint.y) * 0.5), 1, 8));
+    // A pixel that covers more than two samples is divided; see ProjectionMapping::places().
+    vec2 covered = place.footprint / (readsPrimary ? vec2(1) : chroma.pitch);
+    int division = int(clamp(ceil(min(covered.x, covered.y) / 2.1), 1, 8));
     float count = 0;
     for (int i = 0; i < division * division; ++i) {
         vec2 part = (vec2(i % division, i / division) + 0.5) / division - 0.5;
@@ -795,8 +815,8 @@ vec4 finishedColor(SourceValue value, ivec2 pixel) {
     if (value.isMapped && hasChroma()) {
         color = vec4(outputColor(rgbFromYCbCr(yCbCrFromSamples(value.primary.r, value.chroma), yCbCrMatrix)), 1);
     } else if (value.isMapped) {
-        float alpha = clamp(value.primary.a, 0, 1);
-        color = alpha > 0 ? vec4(outputColor(clamp(value.primary.rgb / alpha, 0, 1)), alpha) : vec4(0);
+        float alpha = value.primary.a;
+        color = alpha > 0 ? vec4(outputColor(clamp(value.primary.rgb / alpha, 0, 1)), min(alpha, 1)) : vec4(0);
     }
     if (compositingBackground != 0)
         color = vec4(mix(vec3(checkerboardGrey(pixel)), color.rgb, color.a), 1);

@@ -82,14 +82,40 @@ Texel interpolated(const SourcePlane& plane, const SourceLattice& lattice, const
     return sum;
 }
 
-Texel tapBeyondArea(const SourcePlane& plane, const SourceLattice& lattice, const SourcePlace& place,
-                    const SampleWindow& window, int column, int row) {
-    if (lattice.endsAtArea())
-        return plane.texel(window.columns.limited(column), window.rows.limited(row));
-    return interpolated(
-        plane, lattice,
-        lattice.resolved({place.half, place.face, plane.columns().position(column), plane.rows().position(row)}));
-}
+// Reads a plane around a place: directly where it may, else from where the picture goes on.
+class TapReader {
+public:
+    TapReader(const SourcePlane& plane, const SourceLattice& lattice, const SourcePlace& around)
+        : plane_(plane), lattice_(lattice), around_(around), window_(samplesWithin(plane, lattice.area(around))) {}
+
+    // Whether all samples between two corners may be read directly. Areas and circles are convex.
+    bool isInside(int column, int row, int lastColumn, int lastRow) const {
+        return window_.columns.contains(column, lastColumn) && window_.rows.contains(row, lastRow) &&
+               lattice_.isWithinCircle(placeOf(column, row)) && lattice_.isWithinCircle(placeOf(lastColumn, row)) &&
+               lattice_.isWithinCircle(placeOf(column, lastRow)) &&
+               lattice_.isWithinCircle(placeOf(lastColumn, lastRow));
+    }
+
+    Texel tap(int column, int row) const {
+        if (isInside(column, row, column, row))
+            return plane_.texel(column, row);
+        const auto place = lattice_.resolved(placeOf(column, row), plane_.columns().pitch);
+        if (lattice_.continuesBeyondArea())
+            return interpolated(plane_, lattice_, place);
+        return plane_.texel(window_.columns.limited(int(std::lround(plane_.columns().index(place.x)))),
+                            window_.rows.limited(int(std::lround(plane_.rows().index(place.y)))));
+    }
+
+private:
+    SourcePlace placeOf(int column, int row) const {
+        return {around_.half, around_.face, plane_.columns().position(column), plane_.rows().position(row)};
+    }
+
+    const SourcePlane& plane_;
+    const SourceLattice& lattice_;
+    const SourcePlace& around_;
+    SampleWindow window_;
+};
 
 } // namespace
 
@@ -160,27 +186,20 @@ ResamplingWeights resamplingWeights(double fraction, int taps, double footprint)
 }
 
 Texel sampled(const SourcePlane& plane, const SourceLattice& lattice, const ProjectionMapping::Place& place, int taps) {
-    const auto window = samplesWithin(plane, lattice.area(place.source));
     const double x = plane.columns().index(place.source.x);
     const double y = plane.rows().index(place.source.y);
     const auto across = resamplingWeights(x - std::floor(x), taps, place.footprint.x / plane.columns().pitch);
     const auto down = resamplingWeights(y - std::floor(y), taps, place.footprint.y / plane.rows().pitch);
     const int column = int(std::floor(x)) + across.first;
     const int row = int(std::floor(y)) + down.first;
-    const bool isInside =
-        window.columns.contains(column, column + across.count - 1) && window.rows.contains(row, row + down.count - 1);
+    const TapReader reader(plane, lattice, place.source);
+    const bool isInside = reader.isInside(column, row, column + across.count - 1, row + down.count - 1);
     Texel sum{};
     for (int j = 0; j < down.count; ++j) {
         for (int i = 0; i < across.count; ++i) {
             const double weight = across.weight[std::size_t(i)] * down.weight[std::size_t(j)];
-            if (weight == 0)
-                continue;
-            const bool isTapInside =
-                isInside || (window.columns.contains(column + i, column + i) && window.rows.contains(row + j, row + j));
-            accumulate(sum,
-                       isTapInside ? plane.texel(column + i, row + j)
-                                   : tapBeyondArea(plane, lattice, place.source, window, column + i, row + j),
-                       weight);
+            if (weight != 0)
+                accumulate(sum, isInside ? plane.texel(column + i, row + j) : reader.tap(column + i, row + j), weight);
         }
     }
     return sum;

@@ -13,9 +13,10 @@ constexpr double cubeFaceFOVDegrees = 90;
 // Small enough to stay within the pixel, and so within its cell and face; large enough for single precision.
 constexpr double footprintStep = 0.25;
 
-// Beyond this many source pixels, a pixel is divided; into 8 by 8 at most.
-constexpr double undividedFootprint = 2;
-constexpr int finestDivision = 8;
+// Beyond this many samples a pixel is divided, into 8 by 8 at most. A little more than two, so that a picture of just
+// half the size is all made in one way.
+constexpr double undividedFootprint = 2.1;
+constexpr double finestDivision = 8;
 
 double aspectOf(const OutputResolution& eye) {
     return double(eye.width) / double(std::max<std::int64_t>(eye.height, 1));
@@ -98,8 +99,7 @@ Footprint ProjectionMapping::step(const Cell& cell, const SourcePlace& place, do
     return {dx / footprintStep, (other.y - place.y) / footprintStep};
 }
 
-std::optional<ProjectionMapping::Place> ProjectionMapping::place(double x, double y, double width,
-                                                                 double height) const {
+std::optional<ProjectionMapping::Place> ProjectionMapping::place(double x, double y, Footprint pixelSize) const {
     const auto here = cell(x, y);
     const auto direction = directionInCell(here, x, y);
     if (!direction)
@@ -110,24 +110,27 @@ std::optional<ProjectionMapping::Place> ProjectionMapping::place(double x, doubl
     const auto across = step(here, *source, x, y, footprintStep, 0);
     const auto down = step(here, *source, x, y, 0, footprintStep);
     return Place{*source,
-                 {std::hypot(across.x * width, down.x * height), std::hypot(across.y * width, down.y * height)}};
+                 {std::hypot(across.x * pixelSize.x, down.x * pixelSize.y),
+                  std::hypot(across.y * pixelSize.x, down.y * pixelSize.y)}};
 }
 
-std::vector<ProjectionMapping::Place> ProjectionMapping::places(double x, double y, double width, double height) const {
-    const auto whole = place(x, y, width, height);
+std::vector<ProjectionMapping::Place> ProjectionMapping::places(double x, double y, Footprint pixelSize,
+                                                                Footprint sampleSize) const {
+    const auto whole = place(x, y, pixelSize);
     if (!whole)
         return {};
     // The lesser side decides: at the poles of a sphere a pixel spans many columns that show nearly the same.
-    const double covered = std::min(whole->footprint.x, whole->footprint.y) / undividedFootprint;
-    const int count = std::clamp(int(std::ceil(std::min(covered, double(finestDivision)))), 1, finestDivision);
+    const double covered = std::min(whole->footprint.x / sampleSize.x, whole->footprint.y / sampleSize.y);
+    const int count = int(std::clamp(std::ceil(covered / undividedFootprint), 1.0, finestDivision));
     if (count == 1)
         return {*whole};
     std::vector<Place> places;
+    const Footprint part{pixelSize.x / count, pixelSize.y / count};
     for (int j = 0; j < count; ++j)
         for (int i = 0; i < count; ++i)
-            if (auto part = place(x + ((i + 0.5) / count - 0.5) * width, y + ((j + 0.5) / count - 0.5) * height,
-                                  width / count, height / count))
-                places.push_back(*part);
+            if (auto found =
+                    place(x + (i + 0.5) * part.x - pixelSize.x / 2, y + (j + 0.5) * part.y - pixelSize.y / 2, part))
+                places.push_back(*found);
     return places;
 }
 

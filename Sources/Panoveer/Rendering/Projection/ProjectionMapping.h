@@ -7,7 +7,7 @@
 
 namespace panoveer {
 
-// How many source pixels one output pixel covers in each direction of the source.
+// A size in pixels along both axes: what one output pixel covers of the source, say.
 struct Footprint {
     double x = 1;
     double y = 1;
@@ -26,13 +26,13 @@ public:
     };
 
     // Positions are in output pixels: the middle of the first pixel is (0.5, 0.5). The footprint is that of an output
-    // pixel of `width` by `height`. No value where the source shows nothing.
-    std::optional<Place> place(double x, double y, double width = 1, double height = 1) const;
+    // pixel of this size. No value where the source shows nothing.
+    std::optional<Place> place(double x, double y, Footprint pixelSize = {}) const;
 
     // The places to read for an output pixel, whose values count alike: the pixel's own, or, where it covers more than
-    // two source pixels each way, those of the smaller pixels that it is divided into. Empty where its middle has no
-    // place.
-    std::vector<Place> places(double x, double y, double width = 1, double height = 1) const;
+    // two samples each way, those of the smaller pixels that it is divided into. Empty where its middle has no place.
+    // Samples lie `sampleSize` source pixels apart.
+    std::vector<Place> places(double x, double y, Footprint pixelSize = {}, Footprint sampleSize = {}) const;
 
     // The direction in the source's scene that an output position shows, whether or not the source covers it. For a
     // flat source, the scene that its screen hangs in. No value outside the circle of a dome.

@@ -80,11 +80,11 @@ private:
             return {conversion_(VideoColorMath::rgbFromYCbCr(value, description_.yCbCrMatrix)), 1};
         }
         const auto value = sample(first_, places);
-        const double alpha = std::clamp(value[3], 0.0, 1.0);
-        if (alpha <= 0)
+        if (value[3] <= 0)
             return {{}, 0};
-        const auto straight = [&](double premultiplied) { return std::clamp(premultiplied / alpha, 0.0, 1.0); };
-        return {conversion_({straight(value[0]), straight(value[1]), straight(value[2])}), alpha};
+        // By the alpha that the same taps give, even where they overshoot: colour and alpha ring alike.
+        const auto straight = [&](double premultiplied) { return std::clamp(premultiplied / value[3], 0.0, 1.0); };
+        return {conversion_({straight(value[0]), straight(value[1]), straight(value[2])}), std::min(value[3], 1.0)};
     }
 
     // The colour at an output position as the output holds it, over what lies behind it.
@@ -120,16 +120,17 @@ private:
     }
 
     void writeChromaRow(int row) {
+        const Footprint pixelSize{double(writer_.chromaWidth()), double(writer_.chromaHeight())};
+        const auto sampleSize = keepsYCbCr_ ? Footprint{chroma_->columns().pitch, chroma_->rows().pitch} : Footprint{};
         for (int column = 0; column < writer_.chromaColumns(); ++column) {
-            const auto places = mapping_.places(writer_.chromaX(column), writer_.chromaY(row), writer_.chromaWidth(),
-                                                writer_.chromaHeight());
+            const auto places = mapping_.places(writer_.chromaX(column), writer_.chromaY(row), pixelSize, sampleSize);
             if (keepsYCbCr_ && !places.empty()) {
                 const auto value = chroma(places);
                 writer_.writeChroma(column, row, value.cb, value.cr);
             } else {
-                writer_.writeChroma(
-                    column, row,
-                    overBlack(finished(places, column * writer_.chromaWidth(), row * writer_.chromaHeight())));
+                const int x = column * writer_.chromaWidth();
+                const int y = row * writer_.chromaHeight();
+                writer_.writeChroma(column, row, overBlack(finished(places, x, y)));
             }
         }
     }

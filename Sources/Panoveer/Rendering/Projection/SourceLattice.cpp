@@ -58,7 +58,19 @@ PixelArea SourceLattice::area(const SourcePlace& place) const {
     return {frame.left, frame.top, frame.left + frame.width, frame.top + frame.height};
 }
 
-bool SourceLattice::endsAtArea() const { return !isCube() && !wrapsHorizontally(); }
+// In radii of the circle, to the right and downward.
+ImagePoint SourceLattice::fromFisheyeCenter(const SourcePlace& place) const {
+    const auto eye = eyeArea(place.half);
+    return {((place.x - eye.left) / eye_.width - fisheye_.center.x) / fisheye_.radius.x,
+            ((place.y - eye.top) / eye_.height - fisheye_.center.y) / fisheye_.radius.y};
+}
+
+bool SourceLattice::isWithinCircle(const SourcePlace& place) const {
+    if (format_ != ProjectionFormat::domemaster)
+        return true;
+    const auto from = fromFisheyeCenter(place);
+    return from.u * from.u + from.v * from.v <= 1;
+}
 
 SourcePlace SourceLattice::unlimitedPlace(Direction direction, int half, int face) const {
     const auto d = normalized(direction);
@@ -126,12 +138,11 @@ std::optional<Direction> SourceLattice::direction(const SourcePlace& place) cons
     case ProjectionFormat::equirectangular: return directionForEquirectUV(uv);
     case ProjectionFormat::halfEquirectangular: return directionForHalfEquirectUV(uv);
     case ProjectionFormat::domemaster: {
-        const double across = (uv.u - fisheye_.center.x) / fisheye_.radius.x;
-        const double down = (uv.v - fisheye_.center.y) / fisheye_.radius.y;
-        const double angle = std::hypot(across, down) * fisheyeHalfAngle_;
-        if (angle > fisheyeHalfAngle_)
+        if (!isWithinCircle(place))
             return std::nullopt;
-        const double azimuth = std::atan2(across, -down);
+        const auto from = fromFisheyeCenter(place);
+        const double angle = std::hypot(from.u, from.v) * fisheyeHalfAngle_;
+        const double azimuth = std::atan2(from.u, -from.v);
         return Direction{std::sin(azimuth) * std::sin(angle), std::cos(azimuth) * std::sin(angle), std::cos(angle)};
     }
     case ProjectionFormat::cubemap:
@@ -165,12 +176,19 @@ SourcePlace SourceLattice::placeAt(double x, double y) const {
     return place;
 }
 
-SourcePlace SourceLattice::resolved(const SourcePlace& place) const {
+SourcePlace SourceLattice::resolved(const SourcePlace& place, double inset) const {
     if (isCube())
         return *this->place(*direction(place), place.half);
+    const auto eye = eyeArea(place.half);
+    if (format_ == ProjectionFormat::domemaster) {
+        const auto from = fromFisheyeCenter(place);
+        const double radius = std::max(1 - inset / (fisheye_.radius.x * eye_.width), 0.0);
+        const double scale = std::min(radius / std::hypot(from.u, from.v), 1.0);
+        return {place.half, 0, eye.left + (fisheye_.center.x + from.u * scale * fisheye_.radius.x) * eye_.width,
+                eye.top + (fisheye_.center.y + from.v * scale * fisheye_.radius.y) * eye_.height};
+    }
     if (!wrapsHorizontally())
         return place;
-    const auto eye = eyeArea(place.half);
     double u = (place.x - eye.left) / eye_.width;
     double v = (place.y - eye.top) / eye_.height;
     if (v < 0 || v > 1) {

@@ -60,11 +60,15 @@ public:
     // What pixels around a place may be blended directly: its image, or its face of a cube map.
     PixelArea area(const SourcePlace& place) const;
 
-    // Where a place beyond its area really is: on the sphere, an equirectangular picture goes on at its other side and
-    // over its poles, and a cube's face on the faces around it. A place of another source stays where it is.
-    SourcePlace resolved(const SourcePlace& place) const;
-    // True when column and row of a place beyond the area are to be limited to it.
-    bool endsAtArea() const;
+    // False in the corners around a fisheye's circle, where a picture has no more to say than beyond its edges.
+    bool isWithinCircle(const SourcePlace& place) const;
+
+    // Where a place that may not be blended directly really is: on the sphere, an equirectangular picture goes on at
+    // its other side and over its poles, and a cube's face on the faces around it. Around a fisheye's circle it is the
+    // nearest place that lies within the circle by `inset` pixels. A place of another source stays where it is.
+    SourcePlace resolved(const SourcePlace& place, double inset) const;
+    // True when pictures go on where their areas end, at places between the samples.
+    bool continuesBeyondArea() const { return isCube() || wrapsHorizontally(); }
     // True when the columns go round.
     bool wrapsHorizontally() const { return format_ == ProjectionFormat::equirectangular; }
 
@@ -77,6 +81,7 @@ private:
     };
     PixelArea eyeArea(int half) const;
     FaceFrame faceFrame(int half, int face) const;
+    ImagePoint fromFisheyeCenter(const SourcePlace& place) const;
     bool isCube() const { return format_ == ProjectionFormat::cubemap || format_ == ProjectionFormat::eac; }
 
     ProjectionFormat format_;

@@ -170,11 +170,11 @@ struct Sight {
 };
 using Look = std::function<std::optional<Sight>(double x, double y)>;
 
-// Paints a picture sample by sample; the chart itself takes the mean over what a sample covers.
-class ChartPainter {
+// Paints a picture sample by sample; the scene itself takes the mean over what a sample covers.
+class ScenePainter {
 public:
-    ChartPainter(const SphericalTestChart& chart, const Look& look, PixelBuffer& picture)
-        : chart_(chart), look_(look), writer_(picture, VideoYCbCrMatrix::bt709) {}
+    ScenePainter(const SphericalScene& scene, const Look& look, PixelBuffer& picture)
+        : scene_(scene), look_(look), writer_(picture, VideoYCbCrMatrix::bt709) {}
 
     void paint() {
         forEachRowInParallel(writer_.height(), [this](int y) {
@@ -202,7 +202,7 @@ private:
         if (!sight)
             return {};
         const double footprint = std::max(angleAcross(*sight, x, y, width, 0), angleAcross(*sight, x, y, 0, height));
-        return chart_.color(sight->direction, footprint, sight->eye);
+        return scene_(sight->direction, footprint, sight->eye);
     }
 
     // The angle that a sample covers along one side; measured on a quarter of it, so as to stay on a face.
@@ -211,14 +211,14 @@ private:
         return other ? angleBetween(sight.direction, other->direction) * 4 : 0;
     }
 
-    const SphericalTestChart& chart_;
+    const SphericalScene& scene_;
     const Look& look_;
     PictureWriter writer_;
 };
 
 } // namespace
 
-RGB SphericalTestChart::color(Direction direction, double footprint, StereoEye eye) const {
+RGB SphericalTestChart::operator()(Direction direction, double footprint, StereoEye eye) const {
     const auto d = normalized(direction);
     const Edge edge(footprint, softness);
     const double reach = 4 * (footprint + softness);
@@ -234,7 +234,7 @@ RGB SphericalTestChart::color(Direction direction, double footprint, StereoEye e
     return withDisc(result, d, fromDegrees(37.5 + 360 * seconds / orbitSeconds, -37.5), {0.90, 0.80, 0.15}, edge);
 }
 
-void paintChartAsSource(const SphericalTestChart& chart, const VRTransform& transform, PixelBuffer& picture) {
+void paintAsSource(const SphericalScene& scene, const VRTransform& transform, PixelBuffer& picture) {
     const auto eyeOutput = transform.outputResolution.eyeResolution(transform.outputStereoLayout);
     const SourceLattice lattice(transform, {picture.width(), picture.height()},
                                 double(eyeOutput.width) / double(eyeOutput.height));
@@ -247,11 +247,11 @@ void paintChartAsSource(const SphericalTestChart& chart, const VRTransform& tran
             transform.sourceStereoLayout != StereoVideoLayout::mono && (place.half == 1) != transform.sourceEyesSwapped;
         return Sight{*direction, isRight ? StereoEye::right : StereoEye::left};
     };
-    ChartPainter(chart, look, picture).paint();
+    ScenePainter(scene, look, picture).paint();
 }
 
-void paintChartAsOutput(const SphericalTestChart& chart, const VRTransform& transform, PictureSize uprightSource,
-                        PixelBuffer& picture) {
+void paintAsOutput(const SphericalScene& scene, const VRTransform& transform, PictureSize uprightSource,
+                   PixelBuffer& picture) {
     const ProjectionMapping mapping(transform, {picture.width(), picture.height()}, uprightSource);
     const bool isMonoSource = transform.sourceStereoLayout == StereoVideoLayout::mono;
     const Look look = [&](double x, double y) -> std::optional<Sight> {
@@ -261,7 +261,7 @@ void paintChartAsOutput(const SphericalTestChart& chart, const VRTransform& tran
             return std::nullopt;
         return Sight{*direction, isMonoSource ? StereoEye::left : eye};
     };
-    ChartPainter(chart, look, picture).paint();
+    ScenePainter(scene, look, picture).paint();
 }
 
 } // namespace panoveer

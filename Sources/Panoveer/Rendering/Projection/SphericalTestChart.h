@@ -4,7 +4,12 @@
 #include "Panoveer/Rendering/Projection/VideoColorMath.h"
 #include "Platform/Media/PixelBuffer.h"
 
+#include <functional>
+
 namespace panoveer {
+
+// What an eye sees in every direction: R'G'B' of BT.709, of a pixel that covers `footprint` radians.
+using SphericalScene = std::function<RGB(Direction direction, double footprint, StereoEye eye)>;
 
 // A scene whose picture is known exactly in every direction: what the built-in sample shows, and what a projection can
 // be measured with. A value; safe from any thread.
@@ -19,17 +24,16 @@ struct SphericalTestChart {
     // can hold them. 0: as sharp as the pixels allow.
     double softness = 0;
 
-    // R'G'B' of BT.709 as a pixel that covers `footprint` radians sees it.
-    RGB color(Direction direction, double footprint, StereoEye eye) const;
+    RGB operator()(Direction direction, double footprint, StereoEye eye) const;
 };
 
-// Paints the scene as a source picture of the transform's source format, stereo layout and fisheye circle, upright.
+// Paints a scene as a source picture of the transform's source format, stereo layout and fisheye circle, upright.
 // Places that show nothing are black. For a flat source, the transform's output resolution gives the screen its shape.
 // The buffer may have any format; the samples of Y'CbCr are BT.709.
-void paintChartAsSource(const SphericalTestChart& chart, const VRTransform& transform, PixelBuffer& picture);
+void paintAsSource(const SphericalScene& scene, const VRTransform& transform, PixelBuffer& picture);
 
 // Paints what a perfect projection of such a source makes. `uprightSource` is the size of the source.
-void paintChartAsOutput(const SphericalTestChart& chart, const VRTransform& transform, PictureSize uprightSource,
-                        PixelBuffer& picture);
+void paintAsOutput(const SphericalScene& scene, const VRTransform& transform, PictureSize uprightSource,
+                   PixelBuffer& picture);
 
 } // namespace panoveer

@@ -15,10 +15,13 @@ constexpr double seamMarginPixels = 2;
 
 double radians(double degrees) { return degrees * pi / 180; }
 
-bool isInside(double u, double v) { return u >= 0 && u <= 1 && v >= 0 && v <= 1; }
-
+// A point within 0…1, or none. What only rounding has pushed over an edge counts as on it: a direction on the edge
+// between two faces lies on one of them.
 std::optional<ImagePoint> inside(double u, double v) {
-    return isInside(u, v) ? std::optional(ImagePoint{u, v}) : std::nullopt;
+    constexpr double rounding = 1e-12;
+    if (!(u >= -rounding && u <= 1 + rounding && v >= -rounding && v <= 1 + rounding))
+        return std::nullopt;
+    return ImagePoint{std::clamp(u, 0.0, 1.0), std::clamp(v, 0.0, 1.0)};
 }
 
 double latitudeToV(double y) { return 0.5 - std::asin(std::clamp(y, -1.0, 1.0)) / pi; }
@@ -236,11 +239,12 @@ CubeFacePoint cubemapFaceUV(Direction direction, double faceFOVDegrees) {
 }
 
 std::optional<ImagePoint> uvForCubemapDirection(Direction direction, double faceFOVDegrees) {
-    const auto point = cubemapFaceUV(direction, faceFOVDegrees);
-    if (!isInside(point.u, point.v))
+    const auto onFace = cubemapFaceUV(direction, faceFOVDegrees);
+    const auto point = inside(onFace.u, onFace.v);
+    if (!point)
         return std::nullopt;
-    const auto& face = cubemapFaces[std::size_t(point.face)];
-    return ImagePoint{(point.u + face.column) / 3, (face.row + point.v) * 0.5};
+    const auto& face = cubemapFaces[std::size_t(onFace.face)];
+    return ImagePoint{(point->u + face.column) / 3, (face.row + point->v) * 0.5};
 }
 
 Direction directionForCubemapUV(ImagePoint point, double faceFOVDegrees) {
@@ -260,14 +264,14 @@ CubeFacePoint equiAngularCubemapFaceUV(Direction direction, double faceFOVDegree
 std::optional<ImagePoint> uvForEquiAngularCubemapDirection(Direction direction,
                                                            std::optional<OutputResolution> resolution,
                                                            double faceFOVDegrees) {
-    const auto point = equiAngularCubemapFaceUV(direction, faceFOVDegrees);
-    if (!isInside(point.u, point.v))
+    const auto onFace = equiAngularCubemapFaceUV(direction, faceFOVDegrees);
+    const auto point = inside(onFace.u, onFace.v);
+    if (!point)
         return std::nullopt;
     const auto margin = seamMargin(resolution);
-    const int column = point.face % 3;
-    const int row = point.face / 3;
-    return ImagePoint{margin.u + (point.u + column) * (1 - 2 * margin.u) / 3,
-                      margin.v + point.v * (0.5 - 2 * margin.v) + row * 0.5};
+    const auto& face = equiAngularCubemapFaces[std::size_t(onFace.face)];
+    return ImagePoint{margin.u + (point->u + face.column) * (1 - 2 * margin.u) / 3,
+                      margin.v + point->v * (0.5 - 2 * margin.v) + face.row * 0.5};
 }
 
 Direction directionForEquiAngularCubemapUV(ImagePoint point, std::optional<OutputResolution> resolution,

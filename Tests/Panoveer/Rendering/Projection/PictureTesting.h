@@ -1,0 +1,45 @@
+#pragma once
+
+#include "Panoveer/Model/Records/VRTransform.h"
+#include "Platform/Media/PixelBuffer.h"
+
+#include <array>
+#include <functional>
+#include <ostream>
+#include <string>
+#include <vector>
+
+// What the tests of projections share: pictures as numbers, and the sizes and names of the formats.
+namespace panoveer {
+
+// The samples of one plane as codes of 8 or 10 bits; those of a half-float plane times 255.
+std::vector<double> samplesOf(const PixelBuffer& picture, int plane);
+
+struct PictureDifference {
+    double psnr = 0;  // dB over all samples, in terms of the format's largest code
+    double worst = 0; // codes
+    // The share of samples that differ by more than a limit.
+    double outlierShare = 0;
+};
+
+PictureDifference differenceBetween(const PixelBuffer& a, const PixelBuffer& b, double outlierLimit = 0);
+
+// Fills every pixel of a BGRA picture with what a function says: B, G, R, A.
+void fill(PixelBuffer& picture, const std::function<std::array<int, 4>(int x, int y)>& pixel);
+
+inline constexpr std::array kernelFormats{
+    ProjectionFormat::standard,   ProjectionFormat::equirectangular, ProjectionFormat::halfEquirectangular,
+    ProjectionFormat::domemaster, ProjectionFormat::cubemap,         ProjectionFormat::eac};
+inline constexpr std::array stereoLayouts{StereoVideoLayout::mono, StereoVideoLayout::sideBySide,
+                                          StereoVideoLayout::overUnder};
+
+std::string nameOf(ProjectionFormat format);
+std::string nameOf(StereoVideoLayout layout);
+
+// A frame of this format whose eyes are about `height` high, all eyes included.
+OutputResolution frameSize(ProjectionFormat format, StereoVideoLayout layout, int height);
+
+// A transform between two formats with an ordinary field of view.
+VRTransform transformBetween(ProjectionFormat source, ProjectionFormat output);
+
+} // namespace panoveer

@@ -1,0 +1,227 @@
+#include "Panoveer/Rendering/Projection/PictureTesting.h"
+#include "Panoveer/Rendering/Projection/ScalarProjectionReference.h"
+#include "Panoveer/Rendering/Projection/SphericalTestChart.h"
+#include "Panoveer/Rendering/Projection/VRMetalProjectionRenderer.h"
+#include "Platform/GPU/GPUCommandBuffer.h"
+#include "Platform/GPU/GPUDevice.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <memory>
+
+// The kernels against the scalar definition, sample by sample.
+namespace panoveer {
+
+namespace {
+
+using namespace pixelFormat;
+
+// What may differ: single precision moves a place by up to a thousandth of a pixel and a colour by less than one code
+// of ten bits, so that a sample may round to its neighbour, and more rarely on the steepest edges by some codes. On the
+// rims of pictures, where mapped meets unmapped, a place may fall on the other side.
+struct Tolerance {
+    double usual = 1;           // codes
+    double rimShare = 0.002; // of all samples, that may differ by more
+};
+
+class ProjectionParity : public testing::Test {
+protected:
+    static std::unique_ptr<VRMetalProjectionRenderer>& shared() {
+        static std::unique_ptr<VRMetalProjectionRenderer> renderer;
+        return renderer;
+    }
+    static void SetUpTestSuite() { shared() = std::make_unique<VRMetalProjectionRenderer>(GPUDevice::make()); }
+    static void TearDownTestSuite() { shared().reset(); }
+
+    void expectParity(const PixelBufferPtr& source, const SourcePictureDescription& description,
+                      const VRTransform& transform, FourCC format, OutputResolution size,
+                      VRColorOutputMode mode = VRColorOutputMode::sdr,
+                      VRResamplingQuality quality = VRResamplingQuality::final, Tolerance tolerance = {}) {
+        const auto actual = PixelBuffer::make(format, int(size.width), int(size.height));
+        const auto expected = PixelBuffer::make(format, int(size.width), int(size.height));
+        const bool isTransparent = description.alphaMode != AlphaMode::opaque;
+        shared()->render(source, description, transform, actual, mode, quality, isTransparent)->wait();
+        ScalarProjectionReference().render(source, description, transform, expected, mode, quality, isTransparent);
+        const auto difference = differenceBetween(*actual, *expected, tolerance.usual + 0.001);
+        worst_ = std::max(worst_, difference.worst);
+        EXPECT_LE(difference.outlierShare, tolerance.rimShare)
+            << "worst " << difference.worst << ", " << difference.psnr << " dB";
+    }
+
+    void TearDown() override { RecordProperty("worst", std::to_string(worst_)); }
+
+    double worst_ = 0;
+};
+
+PixelBufferPtr chartSource(const VRTransform& transform, FourCC format, int height, double softness = 0.012) {
+    const auto size = frameSize(transform.sourceFormat, transform.sourceStereoLayout, height);
+    auto source = PixelBuffer::make(format, int(size.width), int(size.height));
+    paintAsSource(SphericalTestChart{.seconds = 2, .softness = softness}, transform, *source);
+    return source;
+}
+
+// --- Formats and eyes ------------------------------------------------------------------------------------------------
+
+class FormatParity : public ProjectionParity,
+                     public testing::WithParamInterface<std::tuple<ProjectionFormat, ProjectionFormat>> {};
+
+TEST_P(FormatParity, HoldsForAllEyesAtBothQualities) {
+    auto transform = transformBetween(std::get<0>(GetParam()), std::get<1>(GetParam()));
+    transform.yawDegrees = transform.sourceFormat == ProjectionFormat::standard ? 8 : 130;
+    transform.pitchDegrees = -20;
+    transform.rollDegrees = 15;
+    if (transform.sourceFormat == ProjectionFormat::domemaster) {
+        transform.domemasterThetaDegrees = 200;
+        transform.fisheyeCircle = FisheyeCircle{.centerX = 0.48, .centerY = 0.53, .radius = 0.46};
+    }
+    for (const auto source : stereoLayouts) {
+        for (const auto output : stereoLayouts) {
+            SCOPED_TRACE(nameOf(source) + " to " + nameOf(output));
+            transform.sourceStereoLayout = source;
+            transform.outputStereoLayout = output;
+            transform.sourceEyesSwapped = source == StereoVideoLayout::overUnder;
+            transform.monoStereoEye = source == StereoVideoLayout::sideBySide ? StereoEye::right : StereoEye::left;
+            const auto size = frameSize(transform.outputFormat, output, 64);
+            transform.outputResolution = size;
+            const auto picture = chartSource(transform, yCbCr420VideoRange, 96);
+            expectParity(picture, {}, transform, yCbCr420VideoRange, size);
+            expectParity(picture, {}, transform, bgra, size, VRColorOutputMode::sdr, VRResamplingQuality::interactive);
+        }
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(All, FormatParity,
+                         testing::Combine(testing::ValuesIn(kernelFormats), testing::ValuesIn(kernelFormats)),
+                         [](const auto& info) {
+                             return nameOf(std::get<0>(info.param)) + "To" + nameOf(std::get<1>(info.param));
+                         });
+
+// --- Layouts, orientations, alpha --------------------------------------------------------------------------------------
+
+constexpr std::array sourceLayouts{bgra,
+                                   yCbCr420VideoRange,
+                                   yCbCr420FullRange,
+                                   yCbCr420TenBitVideoRange,
+                                   yCbCr420TenBitFullRange,
+                                   yCbCr422TenBitVideoRange,
+                                   yCbCr444TenBitVideoRange};
+
+TEST_F(ProjectionParity, HoldsForEveryLayoutInEveryOrientation) {
+    auto transform = transformBetween(ProjectionFormat::equirectangular, ProjectionFormat::eac);
+    for (const auto format : sourceLayouts) {
+        for (const auto orientation : {SourceVideoOrientation::up, SourceVideoOrientation::right,
+                                       SourceVideoOrientation::down, SourceVideoOrientation::left}) {
+            SCOPED_TRACE(format.text() + " " + std::to_string(int(orientation)));
+            // Upright or not, it is a picture with chroma in the right places.
+            const auto picture = chartSource(transform, format, 64, 0.03);
+            expectParity(picture, {.orientation = orientation}, transform, yCbCr420VideoRange, {96, 64});
+        }
+        for (const auto output : {bgra, rgbaHalf, yCbCr420TenBitVideoRange, yCbCr422TenBitVideoRange}) {
+            SCOPED_TRACE(format.text() + " to " + output.text());
+            // Half floats hold 0.1 of a code of eight bits; a tenth of a code is what the kernel itself may be off.
+            expectParity(chartSource(transform, format, 64, 0.03), {.yCbCrMatrix = VideoYCbCrMatrix::bt601}, transform,
+                         output, {96, 64}, VRColorOutputMode::sdr, VRResamplingQuality::final,
+                         {.usual = output == rgbaHalf ? 0.3 : 1});
+        }
+    }
+}
+
+TEST_F(ProjectionParity, HoldsForEveryKindOfAlpha) {
+    auto transform = transformBetween(ProjectionFormat::halfEquirectangular, ProjectionFormat::equirectangular);
+    const auto source = PixelBuffer::make(bgra, 64, 64);
+    for (const auto mode : {AlphaMode::opaque, AlphaMode::straight, AlphaMode::premultiplied}) {
+        fill(*source, [&](int x, int y) {
+            const int alpha = (x / 8 + y / 8) % 3 * 127;
+            const int limit = mode == AlphaMode::premultiplied ? alpha : 255;
+            return std::array{x * 4 * limit / 255, y * 4 * limit / 255, 200 * limit / 255, alpha};
+        });
+        SCOPED_TRACE(int(mode));
+        // What is all but transparent has no certain straight colour.
+        const Tolerance tolerance{.rimShare = mode == AlphaMode::straight ? 0.02 : 0.002};
+        expectParity(source, {.alphaMode = mode}, transform, bgra, {96, 48}, VRColorOutputMode::sdr,
+                     VRResamplingQuality::final, tolerance);
+        expectParity(source, {.alphaMode = mode}, transform, yCbCr420VideoRange, {96, 48});
+    }
+}
+
+TEST_F(ProjectionParity, HoldsForTheCheckerboard) {
+    const auto transform = transformBetween(ProjectionFormat::halfEquirectangular, ProjectionFormat::equirectangular);
+    const auto source = PixelBuffer::make(bgra, 64, 64);
+    fill(*source, [](int x, int y) { return std::array{x * 4, y * 4, 90, 64 + x * 2}; });
+    for (const auto mode : {AlphaMode::straight, AlphaMode::premultiplied}) {
+        const auto actual = PixelBuffer::make(bgra, 96, 48);
+        const auto expected = PixelBuffer::make(bgra, 96, 48);
+        auto& renderer = *shared();
+        const auto commands = renderer.makeCommandBuffer();
+        const auto frame = renderer.textureBridge().sourceFrame(*source, {.alphaMode = mode}, *commands);
+        renderer.renderColor(frame,
+                             renderer.textureBridge().outputTexture(*actual, GPUPixelFormat::bgra8Unorm, 0, *commands),
+                             transform,
+                             {.compositingBackground = VRCompositingBackground::preview,
+                              .transparentUnmappedAreas = true},
+                             *commands);
+        commands->commit();
+        commands->waitUntilCompleted();
+        ScalarProjectionReference::renderPicture(*source, {.alphaMode = mode}, transform, *expected,
+                                                 {.transparentUnmappedAreas = true, .hasCheckerboard = true});
+        EXPECT_LE(differenceBetween(*actual, *expected, 1).outlierShare, 0.002) << int(mode);
+    }
+}
+
+// --- Colours -----------------------------------------------------------------------------------------------------------
+
+class ColorParity : public ProjectionParity,
+                    public testing::WithParamInterface<std::tuple<VideoTransferFunction, VideoColorPrimaries>> {};
+
+TEST_P(ColorParity, HoldsForEveryMatrixAndOutputMode) {
+    const auto transform = transformBetween(ProjectionFormat::equirectangular, ProjectionFormat::standard);
+    const auto source = chartSource(transform, yCbCr420TenBitVideoRange, 64, 0.03);
+    for (const auto matrix : {VideoYCbCrMatrix::bt601, VideoYCbCrMatrix::bt709, VideoYCbCrMatrix::bt2020}) {
+        for (const auto mode : {VRColorOutputMode::sdr, VRColorOutputMode::preserveHDR, VRColorOutputMode::hdrHLG}) {
+            SCOPED_TRACE(std::to_string(int(matrix)) + " " + std::to_string(int(mode)));
+            const SourcePictureDescription description{.yCbCrMatrix = matrix,
+                                                       .colorPrimaries = std::get<1>(GetParam()),
+                                                       .transferFunction = std::get<0>(GetParam())};
+            expectParity(source, description, transform, yCbCr420TenBitVideoRange, {64, 36}, mode);
+            expectParity(source, description, transform, bgra, {64, 36}, mode);
+        }
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(All, ColorParity,
+                         testing::Combine(testing::Values(VideoTransferFunction::bt709, VideoTransferFunction::pq,
+                                                          VideoTransferFunction::hlg, VideoTransferFunction::sRGB,
+                                                          VideoTransferFunction::linear),
+                                          testing::Values(VideoColorPrimaries::bt709, VideoColorPrimaries::bt2020,
+                                                          VideoColorPrimaries::p3D65)));
+
+// --- Precision -----------------------------------------------------------------------------------------------------------
+
+// The finest detail of a picture as wide as any, at the places where single precision is at its worst: far from the
+// middle, at the seam behind the viewer, at a pole and in the depth of a strong reduction.
+TEST_F(ProjectionParity, HoldsFarOutInAVeryWidePicture) {
+    auto transform = transformBetween(ProjectionFormat::equirectangular, ProjectionFormat::standard);
+    transform.fovDegrees = 2;
+    const auto source = PixelBuffer::make(yCbCr420VideoRange, 16384, 512);
+    for (int plane = 0; plane < 2; ++plane) {
+        const auto& p = source->plane(plane);
+        for (int y = 0; y < p.height; ++y)
+            for (int i = 0; i < p.width * (plane + 1); ++i)
+                p.data[std::size_t(y) * p.rowBytes + std::size_t(i)] = std::byte(60 + ((i * 37 + y * 91) % 11) * 12);
+    }
+    for (const double yaw : {0.0, 90.0, 179.5})
+        for (const double pitch : {0.0, -89.0}) {
+            SCOPED_TRACE(std::to_string(yaw) + " " + std::to_string(pitch));
+            transform.yawDegrees = yaw;
+            transform.pitchDegrees = pitch;
+            // On steps of a hundred codes within a pixel, a thousandth of a pixel is a tenth of a code.
+            expectParity(source, {}, transform, yCbCr420VideoRange, {128, 72}, VRColorOutputMode::sdr,
+                         VRResamplingQuality::final, {.usual = 2});
+        }
+    transform = transformBetween(ProjectionFormat::equirectangular, ProjectionFormat::equirectangular);
+    expectParity(source, {}, transform, yCbCr420VideoRange, {512, 16});
+}
+
+} // namespace
+} // namespace panoveer
