@@ -111,18 +111,34 @@ TEST_P(KilledWriter, LeavesAMovieThatPlaysToItsLastFragment) {
 INSTANTIATE_TEST_SUITE_P(Codecs, KilledWriter, testing::Values(h264, proRes),
                          [](const auto& info) { return info.param.name; });
 
-// A disk of 1 MB of our own where that is allowed, else a limit on the size of files.
-int limitDisk(const std::filesystem::path& folder) {
-    constexpr rlim_t limit = 1'000'000;
-    const bool isPrivate = unshare(CLONE_NEWNS) == 0 || unshare(CLONE_NEWUSER | CLONE_NEWNS) == 0;
-    if (isPrivate && mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
-        mount("tmpfs", folder.c_str(), "tmpfs", 0, "size=1m") == 0)
-        return ENOSPC;
-    std::signal(SIGXFSZ, SIG_IGN);
-    const rlimit limits{limit, limit};
-    setrlimit(RLIMIT_FSIZE, &limits);
-    return EFBIG;
-}
+// A folder that holds 1 MB: a disk of its own where that is allowed, else by a limit on the size of this process's
+// files.
+class SmallDisk {
+public:
+    explicit SmallDisk(const std::filesystem::path& folder) : folder_(folder) {
+        if (unshare(CLONE_NEWNS) == 0 || unshare(CLONE_NEWUSER | CLONE_NEWNS) == 0) {
+            mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr); // refused where "/" is no mount point
+            isMounted_ = mount("tmpfs", folder.c_str(), "tmpfs", 0, "size=1m") == 0;
+        }
+        if (isMounted_)
+            return;
+        std::signal(SIGXFSZ, SIG_IGN);
+        const rlimit limit{1 << 20, 1 << 20};
+        setrlimit(RLIMIT_FSIZE, &limit);
+    }
+    ~SmallDisk() {
+        if (isMounted_)
+            umount2(folder_.c_str(), MNT_DETACH);
+    }
+    SmallDisk(const SmallDisk&) = delete;
+    SmallDisk& operator=(const SmallDisk&) = delete;
+
+    int errorWhenFull() const { return isMounted_ ? ENOSPC : EFBIG; }
+
+private:
+    std::filesystem::path folder_;
+    bool isMounted_ = false;
+};
 
 TEST(FullDisk, FailsTheWriterWithTheSystemsErrorAndLeavesWhatWasWritten) {
     const TemporaryFolder folder;
@@ -130,7 +146,7 @@ TEST(FullDisk, FailsTheWriterWithTheSystemsErrorAndLeavesWhatWasWritten) {
     std::filesystem::create_directory(disk);
     enum { asExpected, notStarted, neverFailed, notFailed, otherError, tookMore, becameReady, finished, notRemoved };
     EXPECT_EQ(inProcess([&] {
-                  const int expectedError = limitDisk(disk);
+                  const SmallDisk smallDisk(disk);
                   Writing writing(disk / "movie.mov", proRes);
                   auto& [writer, input] = writing;
                   if (!writer.startWriting())
@@ -140,7 +156,7 @@ TEST(FullDisk, FailsTheWriterWithTheSystemsErrorAndLeavesWhatWasWritten) {
                   if (writer.status() != Status::failed)
                       return notFailed;
                   if (!writer.error() || writer.error()->domain() != posixErrorDomain ||
-                      writer.error()->code() != expectedError)
+                      writer.error()->code() != smallDisk.errorWhenFull())
                       return otherError;
                   if (input->append(makePatternPicture(proRes.pictureFormat, width, height, 0), {9999, timescale}))
                       return tookMore;
