@@ -61,7 +61,7 @@ INSTANTIATE_TEST_SUITE_P(Machines, ExportBufferBudgetTest,
                                                     4 * 16777216,
                                                     3,
                                                     2}),
-                         [](const auto& info) { return info.param.name; });
+                         [](const auto& test) { return test.param.name; });
 
 } // namespace
 } // namespace panoveer

@@ -153,8 +153,9 @@ TEST_F(MediaImportScannerTests, PipesAreNeverOpened) {
 class WithoutPrivileges {
 public:
     WithoutPrivileges() : user_(::geteuid()) {
-        if (user_ == 0)
+        if (user_ == 0) {
             EXPECT_EQ(::seteuid(65534), 0);
+        }
     }
     ~WithoutPrivileges() { EXPECT_EQ(::seteuid(user_), 0); }
 
