@@ -399,28 +399,32 @@ bool isWithinSource(Scene scene, vec3 d, vec2 at) {
     return all(greaterThanEqual(at, vec2(0))) && all(lessThanEqual(at, vec2(scene.eyeSize)));
 }
 
-// Source pixels for each output pixel along one step.
-vec2 stepOnSource(Scene scene, Cell cell, Place place, vec2 at, vec2 stepBy) {
-    vec2 d = unlimitedPlace(scene, directionInCell(scene, cell, at + stepBy), place.face) - place.at;
-    if (sourceFormat == formatEquirectangular)
-        d.x -= scene.eyeSize.x * round(d.x / scene.eyeSize.x);
-    return d * 4;
-}
-
 // The place of the source that an output position shows, and the footprint there of a pixel of this size; false where
-// there is none.
+// there is none. The footprint is measured by two small steps on the output.
 bool findPlace(Scene scene, vec2 at, vec2 pixelSize, out Place place) {
     Cell cell = cellAt(at);
-    vec3 d = directionInCell(scene, cell, at);
     place.half_ = sourceStereoLayout != 0 && (cell.eye == 1) != (sourceEyesSwapped != 0) ? 1 : 0;
-    place.face = isCube(sourceFormat) ? faceTowards(sourceFormat, d) : 0;
-    place.at = unlimitedPlace(scene, d, place.face);
-    if (!isWithinOutput(cell, at) || !isWithinSource(scene, d, place.at))
-        return false;
-    vec2 across = stepOnSource(scene, cell, place, at, vec2(0.25, 0)) * pixelSize.x;
-    vec2 down = stepOnSource(scene, cell, place, at, vec2(0, 0.25)) * pixelSize.y;
-    place.footprint = sqrt(across * across + down * down);
-    return true;
+    place.face = 0;
+    place.footprint = vec2(0);
+    bool isMapped = isWithinOutput(cell, at);
+    [[dont_unroll]] for (int i = 0; i < 3; ++i) {
+        vec3 d = directionInCell(scene, cell, at + vec2(i == 1, i == 2) * 0.25);
+        if (i == 0 && isCube(sourceFormat))
+            place.face = faceTowards(sourceFormat, d);
+        vec2 found = unlimitedPlace(scene, d, place.face);
+        if (i == 0) {
+            place.at = found;
+            isMapped = isMapped && isWithinSource(scene, d, found);
+            continue;
+        }
+        vec2 step_ = found - place.at;
+        if (sourceFormat == formatEquirectangular)
+            step_.x -= scene.eyeSize.x * round(step_.x / scene.eyeSize.x);
+        step_ *= 4 * (i == 1 ? pixelSize.x : pixelSize.y);
+        place.footprint += step_ * step_;
+    }
+    place.footprint = sqrt(place.footprint);
+    return isMapped;
 }
 
 // --- Samples of the source ---------------------------------------------------------------------------------------
@@ -578,27 +582,21 @@ vec4 sampled(Scene scene, Plane plane, Place place) {
     vec2 index = (place.at - plane.origin) / plane.pitch;
     vec2 base = floor(index);
     vec2 f = index - base;
-    vec4 sum = vec4(0);
-    if (resamplingTaps <= 2) {
-        ivec2 first = ivec2(base);
-        if (isInside(scene, plane, window, first, first + 1))
-            return mix(mix(texel(plane, first), texel(plane, first + ivec2(1, 0)), f.x),
-                       mix(texel(plane, first + ivec2(0, 1)), texel(plane, first + 1), f.x), f.y);
-        for (int k = 0; k < 4; ++k) {
-            ivec2 tap = ivec2(k & 1, k >> 1);
-            vec2 w = mix(1 - f, f, vec2(tap));
-            tap += first;
-            sum += w.x * w.y * (isInside(scene, plane, window, tap, tap) ? texel(plane, tap)
-                                                           : tapBeyondWindow(scene, plane, window, place.face, tap));
-        }
-        return sum;
+    bool isLinear = resamplingTaps <= 2;
+    int count = isLinear ? 2 : 8;
+    ivec2 first = ivec2(base) - (isLinear ? 0 : 3);
+    bool isDirect = isInside(scene, plane, window, first, first + count - 1);
+    if (isLinear && isDirect)
+        return mix(mix(texel(plane, first), texel(plane, first + ivec2(1, 0)), f.x),
+                   mix(texel(plane, first + ivec2(0, 1)), texel(plane, first + 1), f.x), f.y);
+    float across[8] = float[](1 - f.x, f.x, 0, 0, 0, 0, 0, 0);
+    float down[8] = float[](1 - f.y, f.y, 0, 0, 0, 0, 0, 0);
+    if (!isLinear) {
+        windowedSinc(f.x, place.footprint.x / plane.pitch.x, across);
+        windowedSinc(f.y, place.footprint.y / plane.pitch.y, down);
     }
-    float across[8];
-    float down[8];
-    windowedSinc(f.x, place.footprint.x / plane.pitch.x, across);
-    windowedSinc(f.y, place.footprint.y / plane.pitch.y, down);
-    ivec2 first = ivec2(base) - 3;
-    if (isInside(scene, plane, window, first, first + 7)) {
+    vec4 sum = vec4(0);
+    if (isDirect) {
         for (int j = 0; j < 8; ++j) {
             vec4 row = vec4(0);
             [[unroll]] for (int i = 0; i < 8; ++i)
@@ -607,11 +605,13 @@ vec4 sampled(Scene scene, Plane plane, Place place) {
         }
         return sum;
     }
-    for (int k = 0; k < 64; ++k) {
-        ivec2 tap = first + ivec2(k & 7, k >> 3);
-        sum += across[k & 7] * down[k >> 3] *
-               (isInside(scene, plane, window, tap, tap) ? texel(plane, tap)
-                                           : tapBeyondWindow(scene, plane, window, place.face, tap));
+    for (int j = 0; j < count; ++j) {
+        for (int i = 0; i < count; ++i) {
+            ivec2 tap = first + ivec2(i, j);
+            sum += across[i] * down[j] *
+                   (isInside(scene, plane, window, tap, tap) ? texel(plane, tap)
+                                                             : tapBeyondWindow(scene, plane, window, place.face, tap));
+        }
     }
     return sum;
 }
@@ -780,28 +780,37 @@ struct SourceValue {
     vec2 chroma;
 };
 
+// A pixel that covers more than two samples is divided (see ProjectionMapping::places()): the first turn looks at it as
+// a whole, the others at its parts.
 SourceValue readSource(Scene scene, vec2 at, vec2 pixelSize, bool readsPrimary, bool readsChroma) {
     SourceValue value = SourceValue(false, vec4(0), vec2(0));
-    Place place;
-    value.isMapped = findPlace(scene, at, pixelSize, place);
-    if (!value.isMapped)
-        return value;
-    Plane primary = makePlane(scene, false, place.half_);
-    Plane chroma = makePlane(scene, true, place.half_);
-    // A pixel that covers more than two samples is divided; see ProjectionMapping::places().
-    vec2 covered = place.footprint / (readsPrimary ? vec2(1) : chroma.pitch);
-    int division = int(clamp(ceil(min(covered.x, covered.y) / 2.1), 1, 8));
+    int division = 1;
     float count = 0;
-    for (int i = 0; i < division * division; ++i) {
-        vec2 part = (vec2(i % division, i / division) + 0.5) / division - 0.5;
-        if (division > 1 && !findPlace(scene, at + part * pixelSize, pixelSize / division, place))
+    for (int i = -1; i < division * division; ++i) {
+        vec2 part = i < 0 ? vec2(0) : (vec2(i % division, i / division) + 0.5) / division - 0.5;
+        Place place;
+        bool isMapped = findPlace(scene, at + part * pixelSize, pixelSize / (i < 0 ? 1 : division), place);
+        if (i < 0 && !isMapped)
+            return value;
+        if (!isMapped)
             continue;
+        Plane primary = makePlane(scene, false, place.half_);
+        Plane chroma = makePlane(scene, true, place.half_);
+        if (i < 0) {
+            vec2 covered = place.footprint / (readsPrimary ? vec2(1) : chroma.pitch);
+            division = int(clamp(ceil(min(covered.x, covered.y) / 2.1), 1, 8));
+            if (division > 1)
+                continue;
+        }
         count += 1;
         if (readsPrimary)
             value.primary += sampled(scene, primary, place);
         if (readsChroma)
             value.chroma += sampled(scene, chroma, place).rg;
+        if (division == 1)
+            break;
     }
+    value.isMapped = true;
     value.primary /= max(count, 1);
     value.chroma /= max(count, 1);
     return value;
