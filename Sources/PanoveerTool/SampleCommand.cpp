@@ -55,7 +55,7 @@ void paintRows(const SphericalTestChart& chart, int top, int bottom, PixelBuffer
     PictureWriter writer(picture, VideoYCbCrMatrix::bt709);
     const auto color = [&](double x, double y, double footprint) {
         return chart(VRProjectionMath::directionForEquirectUV({x / sampleWidth, y / sampleHeight}), footprint,
-                           StereoEye::left);
+                     StereoEye::left);
     };
     forEachRowInParallel(bottom - top, [&](int row) {
         for (int x = 0; x < sampleWidth; ++x)

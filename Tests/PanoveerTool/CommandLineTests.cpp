@@ -94,10 +94,10 @@ TEST_F(CommandLine, KeepsNamesApartThatDifferOnlyInCase) {
 TEST_F(CommandLine, LeavesNothingBehindWhenItCannotWrite) {
     const auto source = movie({.frameCount = 20});
     fs::create_directories(folder / "small");
-    // A file system of 300 kB of its own, gone with the shell: what a full disk looks like. The shell lists what is
+    // A file system of 48 kB of its own, gone with the shell: what a full disk looks like. The shell lists what is
     // left. In a changed root, "/" is no mount point, and mounts are private already.
     const std::string script =
-        "mount --make-rprivate / 2>/dev/null; mount -t tmpfs -o size=300k tmpfs \"$1\" && shift && "
+        "mount --make-rprivate / 2>/dev/null; mount -t tmpfs -o size=48k tmpfs \"$1\" && shift && "
         "\"$@\"; code=$?; ls -A \"$0\"; exit $code";
     std::vector<std::string> shell = {"unshare", "--mount", "--propagation", "unchanged",  "bash",
                                       "-c",      script,    path("small"),   path("small")};
