@@ -87,9 +87,9 @@ TEST_P(FFmpegAgreement, PutsEveryPixelWhereV360PutsIt) {
         const auto& from = pixels[at + 3] == 0 ? pixels : theirPixels;
         return std::array{int(from[at]), int(from[at + 1]), int(from[at + 2]), int(pixels[at + 3])};
     });
-    // v360 reads some sources half a pixel aside, which costs down to 30 dB here. A face that is turned, or a picture
-    // that is mirrored, leaves 15.
-    EXPECT_GT(differenceBetween(*ours, *theirs).psnr, 27);
+    // v360 reads an equirectangular source up to half a pixel aside, which shows most at the poles and leaves 38 dB of
+    // a half sphere; all others agree to 43 and more. Two mirrored faces alone leave 21.
+    EXPECT_GT(differenceBetween(*ours, *theirs).psnr, 36);
     EXPECT_LT(differenceBetween(*ours, *theirs, 64).outlierShare, 0.01);
 }
 
@@ -110,7 +110,7 @@ INSTANTIATE_TEST_SUITE_P(
                          "e:fisheye:h_fov=180:v_fov=180"},
         SharedConversion{"fisheyeToEac", ProjectionFormat::domemaster, ProjectionFormat::eac, 90,
                          "fisheye:eac:ih_fov=180:iv_fov=180"}),
-    [](const auto& info) { return std::string(info.param.name); });
+    [](const auto& test) { return std::string(test.param.name); });
 
 } // namespace
 } // namespace panoveer

@@ -93,8 +93,8 @@ TEST_P(FormatParity, HoldsForAllEyesAtBothQualities) {
 
 INSTANTIATE_TEST_SUITE_P(All, FormatParity,
                          testing::Combine(testing::ValuesIn(kernelFormats), testing::ValuesIn(kernelFormats)),
-                         [](const auto& info) {
-                             return nameOf(std::get<0>(info.param)) + "To" + nameOf(std::get<1>(info.param));
+                         [](const auto& test) {
+                             return nameOf(std::get<0>(test.param)) + "To" + nameOf(std::get<1>(test.param));
                          });
 
 // --- Layouts, orientations, alpha

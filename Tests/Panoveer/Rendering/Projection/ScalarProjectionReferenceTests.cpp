@@ -101,8 +101,8 @@ TEST_P(FormatPairs, KeepAFineSceneAndItsChroma) {
 
 INSTANTIATE_TEST_SUITE_P(ScalarProjectionReference, FormatPairs,
                          testing::Combine(testing::ValuesIn(kernelFormats), testing::ValuesIn(kernelFormats)),
-                         [](const auto& info) {
-                             return nameOf(std::get<0>(info.param)) + "To" + nameOf(std::get<1>(info.param));
+                         [](const auto& test) {
+                             return nameOf(std::get<0>(test.param)) + "To" + nameOf(std::get<1>(test.param));
                          });
 
 // A picture eight times smaller is the mean of what its pixels cover, without aliases of the sharp lines.
@@ -239,7 +239,7 @@ TEST_P(Sources, NeverLetOneEyeBleedIntoTheOther) {
 }
 
 INSTANTIATE_TEST_SUITE_P(ScalarProjectionReference, Sources, testing::ValuesIn(kernelFormats),
-                         [](const auto& info) { return nameOf(info.param); });
+                         [](const auto& test) { return nameOf(test.param); });
 
 // --- Orientation -----------------------------------------------------------------------------------------------------
 
@@ -370,9 +370,11 @@ TEST(ScalarProjectionReference, DoesNotLetTheColorOfTransparentPixelsShow) {
     fill(*source, [](int x, int) { return x < 32 ? std::array{0, 255, 0, 0} : std::array{60, 60, 200, 255}; });
     const auto pixels =
         samplesOf(*rendered(*source, transform, bgra, {100, 56}, {}, {.alphaMode = AlphaMode::straight}), 0);
-    for (std::size_t i = 0; i < pixels.size(); i += 4)
-        if (pixels[i + 3] > 0)
+    for (std::size_t i = 0; i < pixels.size(); i += 4) {
+        if (pixels[i + 3] > 0) {
             ASSERT_NEAR(pixels[i + 1], 60, 1) << "green of nothing fringes the edge";
+        }
+    }
 }
 
 TEST(ScalarProjectionReference, RefusesWhatCannotBeASource) {

@@ -138,7 +138,7 @@ INSTANTIATE_TEST_SUITE_P(
         KnownPlace{"eacMarginLeftTop", paddedEAC, {-1, 1, -1}, ImagePoint{2.0 / 3840, 2.0 / 2160}},
         KnownPlace{"eacMarginMiddle", paddedEAC, {-1, -1, -1}, ImagePoint{2.0 / 3840, 0.5 - 2.0 / 2160}},
         KnownPlace{"eacMarginLowerRow", paddedEAC, {0, -1, 0}, ImagePoint{2.0 / 3840 + (1 - 4.0 / 3840) / 6, 0.75}}),
-    [](const auto& info) { return std::string(info.param.name); });
+    [](const auto& test) { return std::string(test.param.name); });
 
 // --- There and back ------------------------------------------------------------------------------------------------
 
@@ -206,7 +206,7 @@ INSTANTIATE_TEST_SUITE_P(
         RoundTrip{"cubemap", cubemap, [](ImagePoint p) { return directionForCubemapUV(p, 90); }, 0.999, true},
         RoundTrip{"eac", eac, [](ImagePoint p) { return directionForEquiAngularCubemapUV(p, std::nullopt, 90); }, 0.999,
                   true}),
-    [](const auto& info) { return std::string(info.param.name); });
+    [](const auto& test) { return std::string(test.param.name); });
 
 TEST(VRProjectionMath, ContinuesAnEquiAngularFaceIntoItsMargin) {
     for (const auto& d : directions()) {

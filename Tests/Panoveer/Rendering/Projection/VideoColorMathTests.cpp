@@ -50,7 +50,7 @@ INSTANTIATE_TEST_SUITE_P(
         CurvePoint{"sRGBMiddle", sRGBToLinear, sRGBFromLinear, 0.5, 0.21404, 1e-5},
         CurvePoint{"sRGBNearBlack", sRGBToLinear, sRGBFromLinear, 0.02, 0.02 / 12.92, 1e-12},
         CurvePoint{"bt1886Middle", bt1886EOTF, bt1886InverseEOTF, 0.5, 0.18946, 1e-5}),
-    [](const auto& info) { return std::string(info.param.name); });
+    [](const auto& test) { return std::string(test.param.name); });
 
 TEST(VideoColorMath, MakesTheCodesOfColorBars) {
     struct Bar {
