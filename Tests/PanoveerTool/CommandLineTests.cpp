@@ -249,7 +249,7 @@ INSTANTIATE_TEST_SUITE_P(Usual, FrameRates,
                          testing::Values(RateCase{"24", "fps24"}, RateCase{"25", "fps25"},
                                          RateCase{"30000/1001", "fps29_97"}, RateCase{"50", "fps50"},
                                          RateCase{"60000/1001", "fps59_94"}),
-                         [](const auto& info) { return info.param.name; });
+                         [](const auto& test) { return test.param.name; });
 
 } // namespace
 } // namespace panoveer::test

@@ -109,7 +109,7 @@ TEST_P(KilledWriter, LeavesAMovieThatPlaysToItsLastFragment) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Codecs, KilledWriter, testing::Values(h264, proRes),
-                         [](const auto& info) { return info.param.name; });
+                         [](const auto& test) { return test.param.name; });
 
 // A folder that holds 1 MB: a disk of its own where that is allowed, else by a limit on the size of this process's
 // files.
@@ -291,7 +291,7 @@ INSTANTIATE_TEST_SUITE_P(
                     RefusalCase{"CubeInProRes", "apcn", VideoProfile::automatic, 12288, 8192, ""},
                     RefusalCase{"BeyondAll", "apcn", VideoProfile::automatic, 16384, 16384, "larger"},
                     RefusalCase{"BelowHEVC", "hvc1", VideoProfile::automatic, 48, 48, "smaller"}),
-    [](const auto& info) { return info.param.name; });
+    [](const auto& test) { return test.param.name; });
 
 } // namespace
 } // namespace panoveer::test
