@@ -785,24 +785,26 @@ struct SourceValue {
 SourceValue readSource(Scene scene, vec2 at, vec2 pixelSize, bool readsPrimary, bool readsChroma) {
     SourceValue value = SourceValue(false, vec4(0), vec2(0));
     int division = 1;
-    float count = 0;
+    Place middle;
     for (int i = -1; i < division * division; ++i) {
         vec2 part = i < 0 ? vec2(0) : (vec2(i % division, i / division) + 0.5) / division - 0.5;
         Place place;
         bool isMapped = findPlace(scene, at + part * pixelSize, pixelSize / (i < 0 ? 1 : division), place);
         if (i < 0 && !isMapped)
             return value;
-        if (!isMapped)
-            continue;
+        if (!isMapped) {
+            place = middle;
+            place.footprint /= division;
+        }
         Plane primary = makePlane(scene, false, place.half_);
         Plane chroma = makePlane(scene, true, place.half_);
         if (i < 0) {
             vec2 covered = place.footprint / (readsPrimary ? vec2(1) : chroma.pitch);
             division = int(clamp(ceil(min(covered.x, covered.y) / 2.1), 1, 8));
+            middle = place;
             if (division > 1)
                 continue;
         }
-        count += 1;
         if (readsPrimary)
             value.primary += sampled(scene, primary, place);
         if (readsChroma)
@@ -811,8 +813,9 @@ SourceValue readSource(Scene scene, vec2 at, vec2 pixelSize, bool readsPrimary, 
             break;
     }
     value.isMapped = true;
-    value.primary /= max(count, 1);
-    value.chroma /= max(count, 1);
+    float count = division * division;
+    value.primary /= count;
+    value.chroma /= count;
     return value;
 }
 

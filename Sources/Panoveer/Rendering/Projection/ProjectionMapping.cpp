@@ -18,6 +18,13 @@ constexpr double footprintStep = 0.25;
 constexpr double undividedFootprint = 2.1;
 constexpr double finestDivision = 8;
 
+std::array<Direction, 3> rotatedAxes(const VRTransform& transform) {
+    const auto rotated = [&](Direction axis) {
+        return sourceDirectionForOutput(axis, transform.yawDegrees, transform.pitchDegrees, transform.rollDegrees);
+    };
+    return {rotated({1, 0, 0}), rotated({0, 1, 0}), rotated({0, 0, 1})};
+}
+
 double aspectOf(const OutputResolution& eye) {
     return double(eye.width) / double(std::max<std::int64_t>(eye.height, 1));
 }
@@ -28,6 +35,7 @@ ProjectionMapping::ProjectionMapping(const VRTransform& transform, PictureSize o
     : transform_(transform),
       isFlatSource_(transform.sourceFormat == ProjectionFormat::standard ||
                     transform.sourceFormat == ProjectionFormat::mirrorDome),
+      axes_(rotatedAxes(transform)),
       cellWidth_(transform.outputStereoLayout == StereoVideoLayout::sideBySide ? output.width * 0.5 : output.width),
       cellHeight_(transform.outputStereoLayout == StereoVideoLayout::overUnder ? output.height * 0.5 : output.height),
       eyeResolution_(OutputResolution{output.width, output.height}.eyeResolution(transform.outputStereoLayout)),
@@ -75,7 +83,7 @@ std::optional<Direction> ProjectionMapping::directionInCell(const Cell& cell, do
     // A flat source's screen carries the rotation itself.
     if (!direction || isFlatSource_)
         return direction;
-    return sourceDirectionForOutput(*direction, transform_.yawDegrees, transform_.pitchDegrees, transform_.rollDegrees);
+    return axes_[0] * direction->x + axes_[1] * direction->y + axes_[2] * direction->z;
 }
 
 std::optional<Direction> ProjectionMapping::sourceDirection(double x, double y) const {
@@ -99,14 +107,17 @@ Footprint ProjectionMapping::step(const Cell& cell, const SourcePlace& place, do
     return {dx / footprintStep, (other.y - place.y) / footprintStep};
 }
 
-std::optional<ProjectionMapping::Place> ProjectionMapping::place(double x, double y, Footprint pixelSize) const {
+std::optional<SourcePlace> ProjectionMapping::position(double x, double y) const {
     const auto here = cell(x, y);
     const auto direction = directionInCell(here, x, y);
-    if (!direction)
-        return std::nullopt;
-    const auto source = lattice_.place(*direction, sourceHalf(here.eye));
+    return direction ? lattice_.place(*direction, sourceHalf(here.eye)) : std::nullopt;
+}
+
+std::optional<ProjectionMapping::Place> ProjectionMapping::place(double x, double y, Footprint pixelSize) const {
+    const auto source = position(x, y);
     if (!source)
         return std::nullopt;
+    const auto here = cell(x, y);
     const auto across = step(here, *source, x, y, footprintStep, 0);
     const auto down = step(here, *source, x, y, 0, footprintStep);
     return Place{*source,
@@ -114,23 +125,28 @@ std::optional<ProjectionMapping::Place> ProjectionMapping::place(double x, doubl
                   std::hypot(across.y * pixelSize.x, down.y * pixelSize.y)}};
 }
 
+int ProjectionMapping::division(Footprint footprint, Footprint sampleSize) {
+    // The lesser side decides: at the poles of a sphere a pixel spans many columns that show nearly the same.
+    const double covered = std::min(footprint.x / sampleSize.x, footprint.y / sampleSize.y);
+    return int(std::clamp(std::ceil(covered / undividedFootprint), 1.0, finestDivision));
+}
+
 std::vector<ProjectionMapping::Place> ProjectionMapping::places(double x, double y, Footprint pixelSize,
                                                                 Footprint sampleSize) const {
     const auto whole = place(x, y, pixelSize);
     if (!whole)
         return {};
-    // The lesser side decides: at the poles of a sphere a pixel spans many columns that show nearly the same.
-    const double covered = std::min(whole->footprint.x / sampleSize.x, whole->footprint.y / sampleSize.y);
-    const int count = int(std::clamp(std::ceil(covered / undividedFootprint), 1.0, finestDivision));
+    const int count = division(whole->footprint, sampleSize);
     if (count == 1)
         return {*whole};
     std::vector<Place> places;
     const Footprint part{pixelSize.x / count, pixelSize.y / count};
+    const Place middle{whole->source, {whole->footprint.x / count, whole->footprint.y / count}};
     for (int j = 0; j < count; ++j)
         for (int i = 0; i < count; ++i)
-            if (auto found =
-                    place(x + (i + 0.5) * part.x - pixelSize.x / 2, y + (j + 0.5) * part.y - pixelSize.y / 2, part))
-                places.push_back(*found);
+            places.push_back(
+                place(x + (i + 0.5) * part.x - pixelSize.x / 2, y + (j + 0.5) * part.y - pixelSize.y / 2, part)
+                    .value_or(middle));
     return places;
 }
 

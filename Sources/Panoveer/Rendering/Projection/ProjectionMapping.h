@@ -2,6 +2,7 @@
 
 #include "Panoveer/Rendering/Projection/SourceLattice.h"
 
+#include <array>
 #include <optional>
 #include <vector>
 
@@ -29,9 +30,16 @@ public:
     // pixel of this size. No value where the source shows nothing.
     std::optional<Place> place(double x, double y, Footprint pixelSize = {}) const;
 
-    // The places to read for an output pixel, whose values count alike: the pixel's own, or, where it covers more than
-    // two samples each way, those of the smaller pixels that it is divided into. Empty where its middle has no place.
-    // Samples lie `sampleSize` source pixels apart.
+    // place() without its footprint.
+    std::optional<SourcePlace> position(double x, double y) const;
+
+    // Into how many parts along each axis a pixel of this footprint is divided, so that none covers more than about two
+    // samples, which lie `sampleSize` source pixels apart; 8 at most.
+    static int division(Footprint footprint, Footprint sampleSize);
+
+    // The places to read for an output pixel, whose values count alike: the pixel's own, or those of the parts that it
+    // is divided into, where a part without a place shows what the pixel's middle does. Empty where the middle has no
+    // place.
     std::vector<Place> places(double x, double y, Footprint pixelSize = {}, Footprint sampleSize = {}) const;
 
     // The direction in the source's scene that an output position shows, whether or not the source covers it. For a
@@ -59,6 +67,7 @@ private:
 
     VRTransform transform_;
     bool isFlatSource_;
+    std::array<Direction, 3> axes_; // the source directions of the output's x, y and z
     double cellWidth_;
     double cellHeight_;
     OutputResolution eyeResolution_;

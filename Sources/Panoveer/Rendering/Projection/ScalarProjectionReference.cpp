@@ -121,7 +121,9 @@ private:
 
     void writeChromaRow(int row) {
         const Footprint pixelSize{double(writer_.chromaWidth()), double(writer_.chromaHeight())};
-        const auto sampleSize = keepsYCbCr_ ? Footprint{chroma_->columns().pitch, chroma_->rows().pitch} : Footprint{};
+        const auto sampleSize = keepsYCbCr_
+                                    ? Footprint{chroma_->geometry().columns().pitch, chroma_->geometry().rows().pitch}
+                                    : Footprint{};
         for (int column = 0; column < writer_.chromaColumns(); ++column) {
             const auto places = mapping_.places(writer_.chromaX(column), writer_.chromaY(row), pixelSize, sampleSize);
             if (keepsYCbCr_ && !places.empty()) {
