@@ -1,7 +1,7 @@
 #include "Benchmarks/BenchmarkReport.h"
 #include "Benchmarks/V360Peer.h"
 #include "Panoveer/Rendering/Projection/SphericalTestChart.h"
-#include "Panoveer/Rendering/Projection/VRMetalProjectionRenderer.h"
+#include "Panoveer/Rendering/Projection/CPUProjectionRenderer.h"
 #include "Platform/GPU/GPUDevice.h"
 
 #include <format>
@@ -28,8 +28,8 @@ PixelBufferPtr chartSource() {
 
 // 3840x1920 equirectangular to a 2048 domemaster, 8-bit 4:2:0, the reprojection alone.
 std::vector<Comparison> reprojectBenchmark(int runs) {
-    auto device = GPUDevice::make();
-    VRMetalProjectionRenderer renderer(device);
+
+    CPUProjectionRenderer renderer;
     const auto source = chartSource();
     const auto output = PixelBuffer::make(pixelFormat::yCbCr420VideoRange, domeSize, domeSize);
     VRTransform transform;

@@ -63,6 +63,16 @@ PictureDifference differenceBetween(const PixelBuffer& a, const PixelBuffer& b, 
     return result;
 }
 
+void premultiply(PixelBuffer& picture) {
+    const auto& plane = picture.plane(0);
+    for (int y = 0; y < plane.height; ++y)
+        for (int x = 0; x < plane.width; ++x) {
+            auto* pixel = plane.data + std::size_t(y) * plane.rowBytes + std::size_t(x) * 4;
+            for (int c = 0; c < 3; ++c)
+                pixel[c] = std::byte((std::to_integer<int>(pixel[c]) * std::to_integer<int>(pixel[3]) + 127) / 255);
+        }
+}
+
 void fill(PixelBuffer& picture, const std::function<std::array<int, 4>(int x, int y)>& pixel) {
     const auto& plane = picture.plane(0);
     for (int y = 0; y < plane.height; ++y) {

@@ -24,6 +24,10 @@ struct PictureDifference {
 
 PictureDifference differenceBetween(const PixelBuffer& a, const PixelBuffer& b, double outlierLimit = 0);
 
+// Straight colours of a BGRA picture become premultiplied ones, as they are seen: what is all but transparent has no
+// certain straight colour.
+void premultiply(PixelBuffer& picture);
+
 // Fills every pixel of a BGRA picture with what a function says: B, G, R, A.
 void fill(PixelBuffer& picture, const std::function<std::array<int, 4>(int x, int y)>& pixel);
 
