@@ -7,12 +7,7 @@ namespace panoveer {
 
 namespace {
 
-// The output is made in square blocks: what one of them reads of the source lies close together, whichever way the
-// source is turned, and stays in the first caches.
-constexpr int blockSize = 64;
 constexpr int tilesAtOnce = 32;
-
-constexpr int blocksAcross(int size) { return (size + blockSize - 1) / blockSize; }
 
 YCbCrCodeRange sampleRange(const PixelFormatLayout& layout) {
     auto range = VideoColorMath::codeRange(layout.bytesPerSample == 1 ? 8 : 10, layout.isFullRange);
@@ -142,28 +137,26 @@ std::vector<WorkerPool::Stage> CPUPictureRender::stages() {
                               plane->tiles.fill(*plane->map, plane->samples, i);
                       }});
 
-    stages.push_back({blocksAcross(request_.output->width()) * blocksAcross(request_.output->height()),
-                      [this](int index) { writeBlock(index); }});
+    stages.push_back({request_.plan->atPixels.primary->blockCount(), [this](int index) { writeBlock(index); }});
     return stages;
 }
 
+CPUPictureRender::Piece CPUPictureRender::pieceOf(const SampleMap& map, int block, int row) {
+    const auto& b = map.block(block);
+    return {block, row, b.left, b.top + row, b.width};
+}
+
 // The pixels of a block, and the chroma samples that lie within it.
-void CPUPictureRender::writeBlock(int index) {
-    const auto& output = *request_.output;
-    const int across = blocksAcross(output.width());
-    const int left = index % across * blockSize;
-    const int top = index / across * blockSize;
-    for (int y = top; y < std::min(top + blockSize, output.height()); ++y)
-        writePixels({y, left, std::min(left + blockSize, output.width())});
-    if (!output.layout().isYCbCr())
+void CPUPictureRender::writeBlock(int index) const {
+    const auto& pixels = *request_.plan->atPixels.primary;
+    for (int row = 0; row < pixels.block(index).height; ++row)
+        writePixels(pieceOf(pixels, index, row));
+    if (!request_.output->layout().isYCbCr())
         return;
-    const auto& chroma = output.plane(1);
-    const int width = blockSize >> output.layout().chromaWidthShift;
-    const int height = blockSize >> output.layout().chromaHeightShift;
-    const int firstRow = index / across * height;
-    const int firstColumn = index % across * width;
-    for (int row = firstRow; row < std::min(firstRow + height, chroma.height); ++row)
-        writeChroma({row, firstColumn, std::min(firstColumn + width, chroma.width)});
+    const auto& maps = request_.plan->atChroma;
+    const auto& chroma = maps.chroma ? *maps.chroma : *maps.primary;
+    for (int row = 0; row < chroma.block(index).height; ++row)
+        writeChroma(pieceOf(chroma, index, row));
 }
 
 void CPUPictureRender::premultiplyRow(int y) {
@@ -182,7 +175,7 @@ std::byte* CPUPictureRender::outputAt(int plane, const Piece& piece) const {
     const auto& layout = request_.output->layout();
     const auto& p = request_.output->plane(plane);
     const int samples = plane == 1 ? 2 : layout.samplesPerPixel;
-    return p.data + std::size_t(piece.row) * p.rowBytes + std::size_t(piece.begin * samples * layout.bytesPerSample);
+    return p.data + std::size_t(piece.row) * p.rowBytes + std::size_t(piece.column * samples * layout.bytesPerSample);
 }
 
 CodeOutput CPUPictureRender::codeOutput(const Piece&) const {
@@ -191,41 +184,39 @@ CodeOutput CPUPictureRender::codeOutput(const Piece&) const {
 
 void CPUPictureRender::writeKept(const Plane& plane, int outputPlane, const Piece& piece, float sourceOffset,
                                  float sourceScale, float outputOffset, float outputScale) const {
-    const int count = piece.count() * plane.samples.channels;
+    const int count = piece.count * plane.samples.channels;
     auto& samples = sized(Colors::ofThisThread().samples, count);
-    PlaneResampler::resample(*plane.map, piece.row, piece.begin, piece.end, plane.samples, plane.tiles.view(),
-                             plane.background.data(), samples.data());
+    read(plane, piece, samples.data());
     const float scale = outputScale / sourceScale;
     ColorRows::writeCodes(samples.data(), count, scale, outputOffset - sourceOffset * scale, codeOutput(piece),
                           outputAt(outputPlane, piece));
 }
 
+void CPUPictureRender::read(const Plane& plane, const Piece& piece, float* values) {
+    PlaneResampler::resample(*plane.map, plane.map->block(piece.block), piece.rowInBlock, plane.samples,
+                             plane.tiles.view(), plane.background.data(), values);
+}
+
 void CPUPictureRender::readAlpha(const SampleMap& map, const Piece& piece, Colors& colors) const {
-    for (const auto& span : map.row(piece.row).spans) {
-        const int first = std::max(piece.begin, span.begin);
-        const int last = std::min(piece.end, span.end);
-        if (first < last)
-            std::fill(colors.a.begin() + (first - piece.begin), colors.a.begin() + (last - piece.begin),
-                      span.division == 0 && request_.transparentUnmappedAreas ? 0.0f : 1.0f);
-    }
+    for (const auto& span : map.block(piece.block).row(piece.rowInBlock))
+        std::fill(colors.a.begin() + span.begin, colors.a.begin() + span.end,
+                  span.division == 0 && request_.transparentUnmappedAreas ? 0.0f : 1.0f);
 }
 
 // Straight colours of the output, limited to 0…1 unless they stay what they are.
 void CPUPictureRender::readColors(const Reading& reading, const Piece& piece, Colors& colors) const {
     const auto& primary = *reading.primary;
-    const int count = piece.count();
+    const int count = piece.count;
     colors.resize(count);
     auto& samples = sized(colors.samples, count * primary.samples.channels);
-    PlaneResampler::resample(*primary.map, piece.row, piece.begin, piece.end, primary.samples, primary.tiles.view(),
-                             primary.background.data(), samples.data());
+    read(primary, piece, samples.data());
     auto* const r = colors.r.data();
     auto* const g = colors.g.data();
     auto* const b = colors.b.data();
     if (reading.chroma) {
         const auto& plane = *reading.chroma;
         auto& chroma = sized(colors.chroma, count * 2);
-        PlaneResampler::resample(*plane.map, piece.row, piece.begin, piece.end, plane.samples, plane.tiles.view(),
-                                 plane.background.data(), chroma.data());
+        read(plane, piece, chroma.data());
         ColorRows::deinterleave2(chroma.data(), count, g, b);
         ColorRows::transform(toRGB_, count, samples.data(), g, b, r, g, b);
         readAlpha(*primary.map, piece, colors);

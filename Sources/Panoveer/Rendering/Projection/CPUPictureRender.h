@@ -45,13 +45,13 @@ private:
         std::optional<Plane> primary;
         std::optional<Plane> chroma;
     };
-    // A piece of a row of a plane of the output.
+    // A row of a block of an output plane.
     struct Piece {
+        int block = 0;
+        int rowInBlock = 0;
+        int column = 0; // of the plane
         int row = 0;
-        int begin = 0;
-        int end = 0;
-
-        int count() const { return end - begin; }
+        int count = 0;
     };
     // The colours of a piece, R'G'B' and alpha.
     struct Colors;
@@ -62,9 +62,11 @@ private:
     bool hasStraightAlpha() const;
 
     void premultiplyRow(int y);
-    void writeBlock(int index);
+    static Piece pieceOf(const SampleMap& map, int block, int row);
+    void writeBlock(int index) const;
     void writePixels(const Piece& piece) const;
     void writeChroma(const Piece& piece) const;
+    static void read(const Plane& plane, const Piece& piece, float* values);
     void readColors(const Reading& reading, const Piece& piece, Colors& colors) const;
     void readAlpha(const SampleMap& map, const Piece& piece, Colors& colors) const;
     void writeKept(const Plane& plane, int outputPlane, const Piece& piece, float sourceOffset, float sourceScale,

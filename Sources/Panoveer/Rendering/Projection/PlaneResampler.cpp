@@ -169,84 +169,60 @@ void readBlock8(const SampleEntry* entries, int count, const SampleView& plane, 
     finishBlock<Sample, channels>(sums, count, values);
 }
 
-// Linear interpolation, one window at a time.
+// Two neighbouring samples of the rows of a block's windows, as 32-bit words: word k of window i at [k][i].
 template<typename Sample, int channels>
-void readEach2(const SampleEntry* entries, int count, const SampleView& plane, const SampleView& tiles, float* values) {
-    for (int i = 0; i < count; ++i) {
-        const auto& entry = entries[i];
-        const auto window = windowOf<Sample, channels>(entry, plane, tiles);
-        const auto* upper = reinterpret_cast<const Sample*>(window.begin);
-        const auto* lower = reinterpret_cast<const Sample*>(window.begin + window.rowBytes);
-        const int across = entry.across();
-        const int down = entry.down();
-        for (int c = 0; c < channels; ++c) {
-            const auto above = upper[c] * (256 - across) + upper[c + channels] * across;
-            const auto below = lower[c] * (256 - across) + lower[c + channels] * across;
-            values[i * channels + c] = (float(above) * float(256 - down) + float(below) * float(down)) * 0x1p-16f;
-        }
-    }
-}
+struct PairRows {
+    static constexpr int words = std::max(int(2 * sizeof(Sample) * channels / 4), 1);
+    HWY_ALIGN std::uint32_t word[words][blockSize];
 
-// Two neighbouring samples of each row, one vector a channel and sample: [channel][sample].
-template<typename Sample, int channels>
-HWY_INLINE void gatherPair(const std::byte* base, Ints offset, Floats (&pair)[channels][2]) {
-    const auto* from = reinterpret_cast<const std::int32_t*>(base);
-    const auto first = hn::GatherOffset(ints, from, offset);
-    if constexpr (sizeof(Sample) == 1) {
-        const auto mask = hn::Set(ints, 0xff);
-        for (int sample = 0; sample < 2; ++sample)
-            for (int c = 0; c < channels; ++c)
-                pair[c][sample] =
-                    hn::ConvertTo(floats, hn::And(hn::ShiftRightSame(first, 8 * (sample * channels + c)), mask));
-    } else {
-        const auto second = channels == 2 ? hn::GatherOffset(ints, from, hn::Add(offset, hn::Set(ints, 4))) : first;
-        const auto mask = hn::Set(ints, 0xffff);
-        for (int sample = 0; sample < 2; ++sample)
-            for (int c = 0; c < channels; ++c)
-                pair[c][sample] = hn::ConvertTo(
-                    floats, hn::And(hn::ShiftRightSame(sample == 0 ? first : second,
-                                                       16 * (channels == 2 ? c : sample)),
-                                    mask));
+    HWY_INLINE void load(int i, const std::byte* from) {
+        for (int k = 0; k < words; ++k)
+            std::memcpy(&word[k][i], from + 4 * k, 4);
     }
-}
 
+    // A channel of the first or the second sample, of as many windows as a vector has lanes.
+    HWY_INLINE Floats values(int i, int sample, int channel) const {
+        const int byte = (sample * channels + channel) * int(sizeof(Sample));
+        const auto shifted = hn::ShiftRightSame(hn::Load(unsignedInts, word[byte / 4] + i), 8 * (byte % 4));
+        return hn::ConvertTo(floats, hn::BitCast(ints, hn::And(shifted, hn::Set(unsignedInts, mask))));
+    }
+
+private:
+    static constexpr hn::RebindToUnsigned<decltype(ints)> unsignedInts{};
+    static constexpr std::uint32_t mask = sizeof(Sample) == 1 ? 0xff : 0xffff;
+};
+
+// Linear interpolation. `values` has room for a whole block.
 template<typename Sample, int channels>
 void readBlock2(const SampleEntry* entries, int count, const SampleView& plane, const SampleView& tiles, float* values) {
-    const int lanes = int(hn::Lanes(floats));
-    if (channels == 4) {
-        readEach2<Sample, channels>(entries, count, plane, tiles, values);
-        return;
+    PairRows<Sample, channels> upper, lower;
+    HWY_ALIGN std::int32_t kernels[blockSize];
+    for (int i = 0; i < count; ++i) {
+        const auto window = windowOf<Sample, channels>(entries[i], plane, tiles);
+        upper.load(i, window.begin);
+        lower.load(i, window.begin + window.rowBytes);
+        kernels[i] = std::int32_t(entries[i].kernels);
     }
-    const auto rowBytes = hn::Set(ints, std::int32_t(plane.rowBytes));
-    const auto sampleBytes = hn::Set(ints, std::int32_t(sizeof(Sample) * channels));
     const auto phaseMask = hn::Set(ints, 0x7fff);
-    const auto unit = hn::Set(floats, 0x1p-8f);
-    for (int i = 0; i < count; i += lanes) {
-        const int rest = std::min(lanes, count - i);
-        const bool hasTile = std::any_of(entries + i, entries + i + rest, [](const auto& e) { return e.isTile(); });
-        if (HWY_UNLIKELY(hasTile || rest < lanes)) {
-            readEach2<Sample, channels>(entries + i, rest, plane, tiles, values + i * channels);
-            continue;
-        }
-        Ints window, kernel;
-        hn::LoadInterleaved2(ints, reinterpret_cast<const std::int32_t*>(entries + i), window, kernel);
-        const auto row = hn::And(hn::ShiftRight<16>(window), hn::Set(ints, 0xffff));
-        const auto column = hn::And(window, hn::Set(ints, 0xffff));
-        const auto offset = hn::Add(hn::Mul(row, rowBytes), hn::Mul(column, sampleBytes));
-        const auto across = hn::Mul(hn::ConvertTo(floats, hn::And(kernel, phaseMask)), unit);
-        const auto down = hn::Mul(hn::ConvertTo(floats, hn::And(hn::ShiftRight<15>(kernel), phaseMask)), unit);
-        Floats upper[channels][2], lower[channels][2], result[channels];
-        gatherPair<Sample, channels>(plane.data, offset, upper);
-        gatherPair<Sample, channels>(plane.data, hn::Add(offset, rowBytes), lower);
-        for (int c = 0; c < channels; ++c) {
-            const auto above = hn::MulAdd(hn::Sub(upper[c][1], upper[c][0]), across, upper[c][0]);
-            const auto below = hn::MulAdd(hn::Sub(lower[c][1], lower[c][0]), across, lower[c][0]);
-            result[c] = hn::MulAdd(hn::Sub(below, above), down, above);
-        }
+    const auto unit = hn::Set(floats, 1.0f / ResamplingKernels::phases);
+    for (int i = 0; i < count; i += int(hn::Lanes(floats))) {
+        const auto both = hn::Load(ints, kernels + i);
+        const auto across = hn::Mul(hn::ConvertTo(floats, hn::And(both, phaseMask)), unit);
+        const auto down = hn::Mul(hn::ConvertTo(floats, hn::And(hn::ShiftRight<15>(both), phaseMask)), unit);
+        const auto value = [&](int channel) {
+            const auto mixed = [&](const auto& rows) {
+                const auto first = rows.values(i, 0, channel);
+                return hn::MulAdd(hn::Sub(rows.values(i, 1, channel), first), across, first);
+            };
+            const auto above = mixed(upper);
+            return hn::MulAdd(hn::Sub(mixed(lower), above), down, above);
+        };
         if constexpr (channels == 1)
-            hn::StoreU(result[0], floats, values + i);
+            hn::StoreU(value(0), floats, values + i);
+        else if constexpr (channels == 2)
+            hn::StoreInterleaved2(value(0), value(1), floats, values + 2 * i);
         else
-            hn::StoreInterleaved2(result[0], result[1], floats, values + 2 * i);
+            hn::StoreInterleaved4(value(0), value(1), value(2), value(3), floats, values + 4 * i);
     }
 }
 
@@ -284,19 +260,14 @@ void readEntries(int tapCount, const SampleEntry* entry, int division, int count
 }
 
 template<typename Sample, int channels>
-void readPiece(const SampleMap& map, int index, int begin, int end, const SampleView& plane, const SampleView& tiles,
-               const float* background, float* values) {
-    const auto& row = map.row(index);
-    for (const auto& span : row.spans) {
-        const int first = std::max(begin, span.begin);
-        const int count = std::min(end, span.end) - first;
-        if (count <= 0)
-            continue;
-        auto* const to = values + std::size_t(first - begin) * channels;
-        const auto* entries =
-            row.entries.data() + span.firstEntry + std::size_t(first - span.begin) * std::size_t(span.division * span.division);
+void readRow(const SampleMap& map, const SampleMap::Block& block, int row, const SampleView& plane,
+             const SampleView& tiles, const float* background, float* values) {
+    for (const auto& span : block.row(row)) {
+        auto* const to = values + std::size_t(span.begin) * channels;
+        const int count = span.end - span.begin;
         if (span.division > 0)
-            readEntries<Sample, channels>(map.taps(), entries, span.division, count, plane, tiles, to);
+            readEntries<Sample, channels>(map.taps(), block.entries.data() + span.firstEntry, span.division, count,
+                                          plane, tiles, to);
         else
             for (int i = 0; i < count * channels; ++i)
                 to[i] = background[i % channels];
@@ -305,15 +276,15 @@ void readPiece(const SampleMap& map, int index, int begin, int end, const Sample
 
 } // namespace
 
-void resample(const SampleMap& map, int row, int begin, int end, const SampleView& plane, const SampleView& tiles,
-              const float* background, float* values) {
+void resample(const SampleMap& map, const SampleMap::Block& block, int row, const SampleView& plane,
+              const SampleView& tiles, const float* background, float* values) {
     const auto read = [&]<typename Sample>(Sample) {
         if (plane.channels == 1)
-            readPiece<Sample, 1>(map, row, begin, end, plane, tiles, background, values);
+            readRow<Sample, 1>(map, block, row, plane, tiles, background, values);
         else if (plane.channels == 2)
-            readPiece<Sample, 2>(map, row, begin, end, plane, tiles, background, values);
+            readRow<Sample, 2>(map, block, row, plane, tiles, background, values);
         else
-            readPiece<Sample, 4>(map, row, begin, end, plane, tiles, background, values);
+            readRow<Sample, 4>(map, block, row, plane, tiles, background, values);
     };
     if (plane.bytesPerSample == 1)
         read(std::uint8_t{});
@@ -373,9 +344,9 @@ namespace PlaneResampler {
 HWY_EXPORT(resample);
 HWY_EXPORT(instructionSet);
 
-void resample(const SampleMap& map, int row, int begin, int end, const SampleView& plane, const SampleView& tiles,
-              const float* background, float* values) {
-    HWY_DYNAMIC_DISPATCH(resample)(map, row, begin, end, plane, tiles, background, values);
+void resample(const SampleMap& map, const SampleMap::Block& block, int row, const SampleView& plane,
+              const SampleView& tiles, const float* background, float* values) {
+    HWY_DYNAMIC_DISPATCH(resample)(map, block, row, plane, tiles, background, values);
 }
 
 const char* instructionSet() { return HWY_DYNAMIC_DISPATCH(instructionSet)(); }

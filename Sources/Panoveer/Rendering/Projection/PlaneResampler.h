@@ -36,15 +36,15 @@ private:
     SampleView view_; // all tiles below each other
 };
 
-// Reads pieces of rows of a plane through a map, with the best instructions that the processor has. Values come out as
+// Reads a plane through a map, with the best instructions that the processor has. Values come out as
 // the samples hold them: 0…255 of eight bits, 0…65535 of sixteen, not limited where the kernel overshoots. Stateless;
 // safe from any thread.
 namespace PlaneResampler {
 
-// Samples `begin` up to but not including `end` of a row. `values` takes channels numbers for each; samples without a
-// source get `background`, one for each channel.
-void resample(const SampleMap& map, int row, int begin, int end, const SampleView& plane, const SampleView& tiles,
-              const float* background, float* values);
+// A row of a block. `values` takes channels numbers for each sample; samples without a source get `background`, one for
+// each channel.
+void resample(const SampleMap& map, const SampleMap::Block& block, int row, const SampleView& plane,
+              const SampleView& tiles, const float* background, float* values);
 
 // The instruction set in use: "AVX3", "AVX2", "SSE4", "NEON", …
 const char* instructionSet();

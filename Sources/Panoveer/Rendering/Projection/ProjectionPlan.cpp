@@ -31,20 +31,22 @@ ProjectionPlan::ProjectionPlan(const ProjectionPlanKey& k) : key(k) {
     const PlaneGeometry chroma(key.sourceSize, planeSize(key.sourceSize, source), key.orientation);
 
     const OutputGrid pixels{key.outputSize.width, key.outputSize.height};
-    atPixels.primary.emplace(mapping, primary, pixels, key.taps, Footprint{});
+    const PictureSize block{blockSize, blockSize};
+    atPixels.primary.emplace(mapping, primary, pixels, key.taps, Footprint{}, block);
     if (source.isYCbCr() && !key.keepsYCbCr)
-        atPixels.chroma.emplace(mapping, chroma, pixels, key.taps, Footprint{});
+        atPixels.chroma.emplace(mapping, chroma, pixels, key.taps, Footprint{}, block);
     if (!output.isYCbCr())
         return;
     const auto grid = chromaGrid(key.outputSize, output);
+    const PictureSize chromaBlock{blockSize >> output.chromaWidthShift, blockSize >> output.chromaHeightShift};
     if (key.keepsYCbCr) {
         atChroma.chroma.emplace(mapping, chroma, grid, key.taps,
-                                Footprint{chroma.columns().pitch, chroma.rows().pitch});
+                                Footprint{chroma.columns().pitch, chroma.rows().pitch}, chromaBlock);
         return;
     }
-    atChroma.primary.emplace(mapping, primary, grid, key.taps, Footprint{});
+    atChroma.primary.emplace(mapping, primary, grid, key.taps, Footprint{}, chromaBlock);
     if (source.isYCbCr())
-        atChroma.chroma.emplace(mapping, chroma, grid, key.taps, Footprint{});
+        atChroma.chroma.emplace(mapping, chroma, grid, key.taps, Footprint{}, chromaBlock);
 }
 
 std::size_t ProjectionPlan::byteCount() const {

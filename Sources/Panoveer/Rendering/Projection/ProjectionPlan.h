@@ -41,6 +41,9 @@ struct ProjectionPlan {
         std::optional<SampleMap> chroma;
     };
 
+    // The output is made in blocks of this many pixels along each side, and of the chroma samples within them.
+    static constexpr int blockSize = 64;
+
     // Takes some nanoseconds for each output sample, on all processors.
     explicit ProjectionPlan(const ProjectionPlanKey& key);
 

@@ -52,30 +52,20 @@ int floorToStep(int value) { return int(std::floor(double(value) / SampleMap::ti
 
 } // namespace
 
-// Works out the rows, several at a time.
+// Works out the blocks, several at a time.
 class SampleMap::Builder {
 public:
     Builder(const ProjectionMapping& mapping, const PlaneGeometry& plane, const OutputGrid& grid, int taps,
             Footprint sampleSize)
         : mapping_(mapping), plane_(plane), grid_(grid), taps_(taps), sampleSize_(sampleSize) {}
 
-    Row makeRow(int index) {
-        Row row;
-        const double y = grid_.originY + index * grid_.pitch.y;
-        std::optional<ProjectionMapping::Place> previous, first, next = measured(0, y);
-        for (int begin = 0; begin < grid_.width; begin += footprintRun) {
-            previous = std::exchange(first, next);
-            next = measured(begin + footprintRun, y);
-            // Of three, for two may lie alike on either side of a pole.
-            const bool isSmooth = previous && first && next && areAlike(*previous, *first) && areAlike(*first, *next);
-            append(row, begin, y, first);
-            for (int column = begin + 1; column < std::min(begin + footprintRun, grid_.width); ++column) {
-                const double share = double(column - begin) / footprintRun;
-                append(row, column, y, isSmooth ? between(*first, *next, share, column, y) : measured(column, y));
-            }
+    void fillBlock(Block& block) {
+        for (int row = 0; row < block.height; ++row) {
+            block.firstSpans.push_back(std::uint32_t(block.spans.size()));
+            fillRow(block, grid_.originY + (block.top + row) * grid_.pitch.y);
         }
-        row.entries.shrink_to_fit();
-        return row;
+        block.firstSpans.push_back(std::uint32_t(block.spans.size()));
+        block.entries.shrink_to_fit();
     }
 
     std::vector<TileSample> makeTileSamples() const {
@@ -99,6 +89,25 @@ private:
         auto operator<=>(const TileKey&) const = default;
     };
 
+    void fillRow(Block& block, double y) {
+        const auto rowBegin = block.spans.size();
+        const int end = block.left + block.width;
+        auto previous = measured(block.left - footprintRun, y);
+        auto first = measured(block.left, y);
+        for (int begin = block.left; begin < end; begin += footprintRun) {
+            const auto next = measured(begin + footprintRun, y);
+            // Of three, for two may lie alike on either side of a pole.
+            const bool isSmooth = previous && first && next && areAlike(*previous, *first) && areAlike(*first, *next);
+            append(block, rowBegin, begin, y, first);
+            for (int column = begin + 1; column < std::min(begin + footprintRun, end); ++column) {
+                const double share = double(column - begin) / footprintRun;
+                append(block, rowBegin, column, y,
+                       isSmooth ? between(*first, *next, share, column, y) : measured(column, y));
+            }
+            previous = std::exchange(first, next);
+        }
+    }
+
     double xOf(int column) const { return grid_.originX + column * grid_.pitch.x; }
 
     std::optional<ProjectionMapping::Place> measured(int column, double y) const {
@@ -117,13 +126,15 @@ private:
                                          std::lerp(first.footprint.y, next.footprint.y, share)}};
     }
 
-    void append(Row& row, int column, double y, const std::optional<ProjectionMapping::Place>& place) {
+    void append(Block& block, std::size_t rowBegin, int column, double y,
+                const std::optional<ProjectionMapping::Place>& place) {
         const int division = place ? ProjectionMapping::division(place->footprint, sampleSize_) : 0;
-        if (row.spans.empty() || row.spans.back().division != division)
-            row.spans.push_back({column, column, division, std::uint32_t(row.entries.size())});
-        row.spans.back().end = column + 1;
+        const int inBlock = column - block.left;
+        if (block.spans.size() == rowBegin || block.spans.back().division != division)
+            block.spans.push_back({inBlock, inBlock, division, std::uint32_t(block.entries.size())});
+        block.spans.back().end = inBlock + 1;
         if (division == 1)
-            row.entries.push_back(entry(*place));
+            block.entries.push_back(entry(*place));
         if (division <= 1)
             return;
         const double x = xOf(column);
@@ -133,7 +144,7 @@ private:
             for (int i = 0; i < division; ++i) {
                 const auto found = mapping_.position(x + (i + 0.5) * part.x - grid_.pitch.x / 2,
                                                      y + (j + 0.5) * part.y - grid_.pitch.y / 2);
-                row.entries.push_back(entry({found.value_or(place->source), footprint}));
+                block.entries.push_back(entry({found.value_or(place->source), footprint}));
             }
     }
 
@@ -202,22 +213,28 @@ private:
 };
 
 SampleMap::SampleMap(const ProjectionMapping& mapping, const PlaneGeometry& plane, const OutputGrid& grid, int taps,
-                     Footprint sampleSize)
-    : grid_(grid), taps_(taps), rows_(std::size_t(grid.height)) {
+                     Footprint sampleSize, PictureSize blockSize)
+    : taps_(taps) {
     const auto size = plane.storedSize();
     if (size.width > largestPlane || size.height > largestPlane)
         throw Error("A picture of " + std::to_string(size.width) + "x" + std::to_string(size.height) +
                         " is larger than what can be projected",
                     std::string(mediaErrorDomain), -6680);
+    for (int top = 0; top < grid.height; top += blockSize.height)
+        for (int left = 0; left < grid.width; left += blockSize.width)
+            blocks_.push_back({.left = left,
+                               .top = top,
+                               .width = std::min(blockSize.width, grid.width - left),
+                               .height = std::min(blockSize.height, grid.height - top)});
     Builder builder(mapping, plane, grid, taps, sampleSize);
-    forEachRowInParallel(grid.height, [&](int y) { rows_[std::size_t(y)] = builder.makeRow(y); });
+    forEachRowInParallel(blockCount(), [&](int i) { builder.fillBlock(blocks_[std::size_t(i)]); });
     tileSamples_ = builder.makeTileSamples();
 }
 
 std::size_t SampleMap::byteCount() const {
     std::size_t sum = tileSamples_.capacity() * sizeof(TileSample);
-    for (const auto& row : rows_)
-        sum += row.entries.capacity() * sizeof(SampleEntry) + row.spans.capacity() * sizeof(Span);
+    for (const auto& block : blocks_)
+        sum += block.entries.capacity() * sizeof(SampleEntry) + block.spans.capacity() * sizeof(Span);
     return sum;
 }
 

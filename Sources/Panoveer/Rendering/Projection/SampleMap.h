@@ -4,6 +4,7 @@
 #include "Panoveer/Rendering/Projection/ProjectionMapping.h"
 
 #include <cstdint>
+#include <span>
 #include <vector>
 
 namespace panoveer {
@@ -54,24 +55,37 @@ public:
     static constexpr int tileStep = 8;   // between tiles; a window of 8 that begins within it lies within the tile
     static constexpr int largestPlane = 1 << 16; // samples along each side, for what an entry can hold
 
-    // `taps` is 2 or 8. `sampleSize` decides into how many parts a pixel is divided (ProjectionMapping::division).
-    // Throws Error (mediaErrorDomain) for a plane beyond the largest.
+    // `taps` is 2 or 8. `sampleSize` decides into how many parts a pixel is divided (ProjectionMapping::division). The
+    // grid is cut into blocks of `blockSize` samples. Throws Error (mediaErrorDomain) for a plane beyond the largest.
     SampleMap(const ProjectionMapping& mapping, const PlaneGeometry& plane, const OutputGrid& grid, int taps,
-              Footprint sampleSize);
+              Footprint sampleSize, PictureSize blockSize);
 
-    // Neighbouring samples that are read in the same way.
+    // Neighbouring samples of a row that are read in the same way. The spans of a row cover all of it.
     struct Span {
-        int begin = 0; // samples of the row
+        int begin = 0; // columns of the block
         int end = 0;
-        int division = 0;           // 0: the source shows nothing here; else each sample is the mean of division² entries
+        int division = 0; // 0: the source shows nothing here; else each sample is the mean of division² entries
         std::uint32_t firstEntry = 0;
     };
-    struct Row {
-        std::vector<Span> spans; // cover the whole row
+    // A rectangle of samples, that is worked on as one: what it reads of the source lies close together, whichever way
+    // the source is turned, and so does what it reads of the map.
+    struct Block {
+        int left = 0; // samples of the grid
+        int top = 0;
+        int width = 0;
+        int height = 0;
+        std::vector<std::uint32_t> firstSpans; // of each row, and one more
+        std::vector<Span> spans;
         std::vector<SampleEntry> entries;
+
+        std::span<const Span> row(int index) const {
+            const auto* first = spans.data() + firstSpans[std::size_t(index)];
+            return {first, spans.data() + firstSpans[std::size_t(index) + 1]};
+        }
     };
-    const Row& row(int index) const { return rows_[std::size_t(index)]; }
-    const OutputGrid& grid() const { return grid_; }
+    // In rows from the top left.
+    int blockCount() const { return int(blocks_.size()); }
+    const Block& block(int index) const { return blocks_[std::size_t(index)]; }
     int taps() const { return taps_; }
 
     // How a tile's samples come about, row by row: a linear blend of four samples of the plane.
@@ -89,9 +103,8 @@ public:
 private:
     class Builder;
 
-    OutputGrid grid_;
     int taps_;
-    std::vector<Row> rows_;
+    std::vector<Block> blocks_;
     std::vector<TileSample> tileSamples_;
 };
 
