@@ -100,6 +100,9 @@ void ConversionOptions::declare(CLI::App& command) {
     command.add_option("--renderer", renderer, "auto, gpu or cpu")
         ->check(CLI::IsMember({"auto", "gpu", "cpu"}))
         ->group("Processing");
+    command.add_option("--threads", threads, "Processors that the renderer takes; 0 for all")
+        ->check(CLI::Range(0, 1024))
+        ->group("Processing");
 }
 
 ExportSettings ConversionOptions::settings() const {

@@ -112,7 +112,7 @@ void convert(const ConvertArguments& arguments, std::stop_token stop) {
     const auto plan = ExportPlanner::plan(clips, settings, output, frameRates);
     checkTargets(plan, assets, arguments.overwrite);
 
-    const auto renderer = makeRenderer(arguments.conversion.renderer);
+    const auto renderer = makeRenderer(arguments.conversion.renderer, arguments.conversion.threads);
     VRNativeExporter exporter(*renderer);
     {
         ProgressDisplay display(progressStyle(arguments));
