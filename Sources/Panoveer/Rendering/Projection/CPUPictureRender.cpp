@@ -238,8 +238,8 @@ void CPUPictureRender::readColors(const Reading& reading, const Piece& piece, Co
         for (auto* channel : {r, g, b})
             ColorRows::limitToUnit(channel, count);
     }
-    if (request_.conversion)
-        ColorRows::convert(*request_.conversion, count, r, g, b);
+    if (request_.curves)
+        ColorRows::convert(*request_.curves, count, r, g, b);
 }
 
 namespace {

@@ -26,7 +26,7 @@ public:
         VRColorOutputMode colorOutputMode = VRColorOutputMode::sdr;
         bool transparentUnmappedAreas = false;
         std::shared_ptr<const ProjectionPlan> plan;
-        std::optional<ColorConversion> conversion = std::nullopt; // none where R'G'B' stays what it is
+        std::shared_ptr<const ColorCurves> curves = nullptr; // null where R'G'B' stays what it is
     };
     explicit CPUPictureRender(Request request);
 

@@ -1,6 +1,7 @@
 #include "Panoveer/Rendering/Projection/CPUProjectionRenderer.h"
 
 #include "Panoveer/Rendering/Projection/CPUPictureRender.h"
+#include "Panoveer/Rendering/Projection/ColorCurves.h"
 #include "Panoveer/Rendering/Projection/VRMetalProjectionError.h"
 #include "Platform/Core/Localization.h"
 
@@ -14,6 +15,7 @@ namespace panoveer {
 
 namespace {
 
+constexpr std::size_t keptCurveSets = 4;
 // Plans beyond this are dropped, except for the one in use.
 constexpr std::size_t keptPlanBytes = std::size_t(768) << 20;
 
@@ -38,6 +40,13 @@ private:
 };
 
 } // namespace
+
+struct CPUProjectionRenderer::KeptCurves {
+    VideoColorPrimaries primaries;
+    VideoTransferFunction transfer;
+    VRColorOutputMode mode;
+    std::shared_ptr<const ColorCurves> curves;
+};
 
 CPUProjectionRenderer::CPUProjectionRenderer(CPUProjectionOptions options) : workers_(options.threads) {}
 
@@ -80,6 +89,24 @@ std::shared_ptr<const ProjectionPlan> CPUProjectionRenderer::plan(const PixelBuf
     return plans_.front();
 }
 
+std::shared_ptr<const ColorCurves> CPUProjectionRenderer::curves(const SourcePictureDescription& description,
+                                                                 VRColorOutputMode mode) {
+    const auto found = std::ranges::find_if(curves_, [&](const KeptCurves& kept) {
+        return kept.primaries == description.colorPrimaries && kept.transfer == description.transferFunction &&
+               kept.mode == mode;
+    });
+    if (found != curves_.end()) {
+        curves_.splice(curves_.begin(), curves_, found);
+        return curves_.front().curves;
+    }
+    const ColorConversion conversion(description.colorPrimaries, description.transferFunction, mode);
+    curves_.push_front({description.colorPrimaries, description.transferFunction, mode,
+                        std::make_shared<const ColorCurves>(conversion)});
+    if (curves_.size() > keptCurveSets)
+        curves_.pop_back();
+    return curves_.front().curves;
+}
+
 std::unique_ptr<PendingRender> CPUProjectionRenderer::render(PixelBufferPtr source,
                                                              const SourcePictureDescription& description,
                                                              const VRTransform& transform, PixelBufferPtr output,
@@ -100,7 +127,7 @@ std::unique_ptr<PendingRender> CPUProjectionRenderer::render(PixelBufferPtr sour
         .colorOutputMode = colorOutputMode,
         .transparentUnmappedAreas = transparentUnmappedAreas,
         .plan = plan(*source, description, transform, *output, taps, keepsYCbCr),
-        .conversion = conversion.isIdentity() ? std::nullopt : std::optional(conversion)};
+        .curves = conversion.isIdentity() ? nullptr : curves(description, colorOutputMode)};
     request.source = std::move(source);
     request.output = std::move(output);
     return std::make_unique<PendingCPURender>(std::move(request), workers_);

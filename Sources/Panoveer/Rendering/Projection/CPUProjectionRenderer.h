@@ -8,6 +8,7 @@
 
 namespace panoveer {
 
+struct ColorCurves;
 struct ProjectionPlan;
 
 struct CPUProjectionOptions {
@@ -38,7 +39,11 @@ private:
                                                const VRTransform& transform, const PixelBuffer& output, int taps,
                                                bool keepsYCbCr);
 
+    std::shared_ptr<const ColorCurves> curves(const SourcePictureDescription& description, VRColorOutputMode mode);
+
     std::list<std::shared_ptr<const ProjectionPlan>> plans_; // the one used last in front
+    struct KeptCurves;
+    std::list<KeptCurves> curves_; // the ones used last in front
     WorkerPool workers_;
 };
 

@@ -9,7 +9,6 @@
 #define HWY_TARGET_INCLUDE "Panoveer/Rendering/Projection/ColorRows.cpp"
 #include <hwy/foreach_target.h> // compiles what follows once for every instruction set
 #include <hwy/highway.h>
-#include <hwy/contrib/math/math-inl.h>
 
 HWY_BEFORE_NAMESPACE();
 
@@ -42,155 +41,61 @@ HWY_INLINE void storeSome(V v, D d, hn::TFromD<D>* to, int count) {
         hn::StoreN(v, d, to, std::size_t(count));
 }
 
-// --- The functions of VideoColorMath, in single precision -------------------------------------------------------------
-
 struct Color {
     Floats r, g, b;
 };
 
 HWY_INLINE Floats constant(double value) { return hn::Set(floats, float(value)); }
 
-HWY_INLINE Floats positive(Floats v) { return hn::Max(v, hn::Zero(floats)); }
-
-// For a base that is not negative.
-HWY_INLINE Floats power(Floats base, double exponent) {
-    // Below what single precision holds there is nothing that the eye could see.
-    const auto result = hn::Exp(floats, hn::Mul(constant(exponent), hn::Log(floats, hn::Max(base, constant(1e-30)))));
-    return hn::IfThenElseZero(hn::Gt(base, constant(1e-30)), result);
-}
-
 template<typename Function>
 HWY_INLINE void forEachChannel(Color& color, Function function) {
     color = {function(color.r), function(color.g), function(color.b)};
-}
-
-HWY_INLINE Floats pqLight(Floats signal) {
-    using namespace VideoColorMath;
-    const auto p = power(signal, 1 / pqM2);
-    const auto ratio =
-        hn::Div(positive(hn::Sub(p, constant(pqC1))), hn::NegMulAdd(constant(pqC3), p, constant(pqC2)));
-    return hn::Mul(constant(pqPeak), power(ratio, 1 / pqM1));
-}
-
-HWY_INLINE Floats pqSignal(Floats nits) {
-    using namespace VideoColorMath;
-    const auto p = power(hn::Mul(nits, constant(1 / pqPeak)), pqM1);
-    return power(hn::Div(hn::MulAdd(constant(pqC2), p, constant(pqC1)), hn::MulAdd(constant(pqC3), p, constant(1))),
-                 pqM2);
-}
-
-HWY_INLINE Floats hlgSignal(Floats light) {
-    using namespace VideoColorMath;
-    const auto argument = hn::Max(hn::MulSub(constant(12), light, constant(hlgB)), constant(1e-6));
-    const auto bright = hn::MulAdd(constant(hlgA), hn::Log(floats, argument), constant(hlgC));
-    return hn::IfThenElse(hn::Le(light, constant(1.0 / 12)), hn::Sqrt(hn::Mul(constant(3), light)), bright);
-}
-
-HWY_INLINE Floats hlgLight(Floats signal) {
-    using namespace VideoColorMath;
-    const auto exponential = hn::Exp(floats, hn::Mul(hn::Sub(signal, constant(hlgC)), constant(1 / hlgA)));
-    const auto bright = hn::Mul(hn::Add(exponential, constant(hlgB)), constant(1.0 / 12));
-    return hn::IfThenElse(hn::Le(signal, constant(0.5)), hn::Mul(hn::Mul(signal, signal), constant(1.0 / 3)), bright);
-}
-
-HWY_INLINE Floats sRGBLight(Floats signal) {
-    const auto bright = power(hn::Mul(hn::Add(signal, constant(0.055)), constant(1 / 1.055)), 2.4);
-    return hn::IfThenElse(hn::Le(signal, constant(0.04045)), hn::Mul(signal, constant(1 / 12.92)), bright);
-}
-
-HWY_INLINE Floats luminance(const Color& light, const RGB& w) {
-    return hn::MulAdd(constant(w.r), light.r, hn::MulAdd(constant(w.g), light.g, hn::Mul(constant(w.b), light.b)));
 }
 
 HWY_INLINE void scale(Color& color, Floats factor) {
     forEachChannel(color, [&](Floats v) { return hn::Mul(v, factor); });
 }
 
-// Display light in units of SDR white.
-HWY_INLINE void toDisplayLight(Color& color, VideoTransferFunction transfer, const RGB& luminanceWeights) {
-    using namespace VideoColorMath;
-    switch (transfer) {
-    case VideoTransferFunction::bt709:
-        forEachChannel(color, [](Floats v) { return power(v, bt1886Gamma); });
-        break;
-    case VideoTransferFunction::sRGB: forEachChannel(color, [](Floats v) { return sRGBLight(v); }); break;
-    case VideoTransferFunction::linear: break;
-    case VideoTransferFunction::pq:
-        forEachChannel(color, [](Floats v) { return hn::Mul(pqLight(v), constant(1 / referenceWhite)); });
-        break;
-    case VideoTransferFunction::hlg:
-        forEachChannel(color, [](Floats v) { return hlgLight(v); });
-        scale(color, hn::Mul(power(luminance(color, luminanceWeights), hlgDisplayGamma - 1),
-                             constant(nominalPeak / referenceWhite)));
-        break;
-    }
+HWY_INLINE Floats weighted(const Color& color, double r, double g, double b) {
+    return hn::MulAdd(constant(r), color.r, hn::MulAdd(constant(g), color.g, hn::Mul(constant(b), color.b)));
 }
 
-HWY_INLINE void toSignal(Color& color, VRColorOutputMode mode, const RGB& luminanceWeights) {
-    using namespace VideoColorMath;
-    switch (mode) {
-    case VRColorOutputMode::sdr:
-        forEachChannel(color, [](Floats v) { return power(v, 1 / bt1886Gamma); });
-        break;
-    case VRColorOutputMode::preserveHDR:
-        forEachChannel(color, [](Floats v) { return pqSignal(hn::Mul(v, constant(referenceWhite))); });
-        break;
-    case VRColorOutputMode::hdrHLG: {
-        scale(color, constant(referenceWhite / nominalPeak));
-        scale(color, power(luminance(color, luminanceWeights), 1 / hlgDisplayGamma - 1));
-        forEachChannel(color, [](Floats v) { return hlgSignal(v); });
-        break;
-    }
-    }
+HWY_INLINE Floats luminance(const Color& light, const RGB& w) { return weighted(light, w.r, w.g, w.b); }
+
+// The curve at a place of 0…1.
+HWY_INLINE Floats valueAt(const Curve& curve, Floats place) {
+    const auto position = hn::Mul(place, constant(Curve::steps));
+    const auto index = hn::ConvertTo(ints, position);
+    const auto low = hn::GatherIndex(floats, curve.values(), index);
+    const auto high = hn::GatherIndex(floats, curve.values() + 1, index);
+    return hn::MulAdd(hn::Sub(high, low), hn::Sub(position, hn::ConvertTo(floats, index)), low);
 }
 
-// bt2390ToneMapped() from the nominal peak to SDR white.
-HWY_INLINE Floats toneMapped(Floats nits) {
-    using namespace VideoColorMath;
-    static const double sourceMaximum = VideoColorMath::pqInverseEOTF(nominalPeak);
-    static const double targetMaximum = VideoColorMath::pqInverseEOTF(referenceWhite) / sourceMaximum;
-    const double kneeStart = 1.5 * targetMaximum - 0.5;
-    const auto e = hn::Min(hn::Mul(pqSignal(nits), constant(1 / sourceMaximum)), constant(1));
-    const auto t = hn::Mul(hn::Sub(e, constant(kneeStart)), constant(1 / (1 - kneeStart)));
-    const auto t2 = hn::Mul(t, t);
-    const auto t3 = hn::Mul(t2, t);
-    // The cubic of the knee by the powers of t.
-    const double slope = 1 - kneeStart;
-    auto mapped = hn::MulAdd(constant(slope), t, constant(kneeStart));
-    mapped = hn::MulAdd(constant(-3 * kneeStart - 2 * slope + 3 * targetMaximum), t2, mapped);
-    mapped = hn::MulAdd(constant(2 * kneeStart + slope - 2 * targetMaximum), t3, mapped);
-    return hn::IfThenElse(hn::Lt(e, constant(kneeStart)), nits,
-                          pqLight(hn::Mul(mapped, constant(sourceMaximum))));
+// Of a curve that takes the fourth root of light, which is limited to 0…1.
+HWY_INLINE Floats valueAtLight(const Curve& curve, Floats light) {
+    return valueAt(curve, hn::Sqrt(hn::Sqrt(unitLimited(light))));
 }
 
-struct LuminanceWeights {
-    RGB source;
-    RGB output;
-};
-
-// ColorConversion::operator(), step by step.
-HWY_INLINE void convertColor(const ColorConversion& conversion, const LuminanceWeights& weights, Color& color) {
-    using namespace VideoColorMath;
-    const auto mode = conversion.outputMode();
-    const auto transfer = conversion.transferFunction();
-    toDisplayLight(color, transfer, weights.source);
-    if (conversion.primaries() != outputPrimaries(mode)) {
-        const auto row = [&](std::size_t i) {
-            const auto& m = conversion.toOutputPrimaries()[i];
-            return hn::MulAdd(constant(m[0]), color.r,
-                              hn::MulAdd(constant(m[1]), color.g, hn::Mul(constant(m[2]), color.b)));
-        };
-        color = {row(0), row(1), row(2)};
+HWY_INLINE void convertColor(const ColorCurves& curves, Color& color) {
+    forEachChannel(color, [&](Floats v) { return valueAt(curves.toLight, v); });
+    if (!curves.sourceGain.isEmpty())
+        scale(color, valueAtLight(curves.sourceGain, luminance(color, curves.sourceLuminance)));
+    if (curves.changesPrimaries) {
+        const auto& m = curves.matrix;
+        color = {weighted(color, m[0][0], m[0][1], m[0][2]), weighted(color, m[1][0], m[1][1], m[1][2]),
+                 weighted(color, m[2][0], m[2][1], m[2][2])};
     }
-    forEachChannel(color, [](Floats v) { return positive(v); });
-    const auto strongest = hn::Mul(hn::Max(hn::Max(color.r, color.g), color.b), constant(referenceWhite));
-    const auto some = hn::Max(strongest, constant(1e-6));
-    const bool isHDRSource = transfer == VideoTransferFunction::pq || transfer == VideoTransferFunction::hlg;
-    if (mode == VRColorOutputMode::sdr && isHDRSource)
-        scale(color, hn::Div(toneMapped(some), some));
-    else if (mode == VRColorOutputMode::hdrHLG)
-        scale(color, hn::Min(hn::Div(constant(nominalPeak), some), constant(1)));
-    toSignal(color, mode, weights.output);
+    forEachChannel(color, [](Floats v) { return hn::Max(v, hn::Zero(floats)); });
+    if (!curves.toneGain.isEmpty()) {
+        const auto strongest = hn::Max(hn::Max(color.r, color.g), color.b);
+        scale(color, valueAtLight(curves.toneGain, hn::Mul(strongest, constant(1 / curves.toneUnit))));
+    }
+    scale(color, constant(1 / curves.signalUnit));
+    if (!curves.outputLight.isEmpty()) {
+        const auto y = hn::Max(luminance(color, curves.outputLuminance), constant(1e-9));
+        scale(color, hn::Div(valueAtLight(curves.outputLight, y), y));
+    }
+    forEachChannel(color, [&](Floats v) { return valueAtLight(curves.toSignal, v); });
 }
 
 } // namespace
@@ -261,17 +166,14 @@ void limitToUnit(float* values, int count) {
         hn::StoreU(unitLimited(hn::LoadU(floats, values + i)), floats, values + i);
 }
 
-void convert(const ColorConversion& conversion, int count, float* r, float* g, float* b) {
-    const LuminanceWeights weights{
-        VideoColorMath::luminanceWeights(conversion.primaries()),
-        VideoColorMath::luminanceWeights(VideoColorMath::outputPrimaries(conversion.outputMode()))};
+void convert(const ColorCurves& curves, int count, float* r, float* g, float* b) {
     for (int i = 0; i < count; i += lanes()) {
         Color color{unitLimited(hn::LoadU(floats, r + i)), unitLimited(hn::LoadU(floats, g + i)),
                     unitLimited(hn::LoadU(floats, b + i))};
-        convertColor(conversion, weights, color);
-        hn::StoreU(unitLimited(color.r), floats, r + i);
-        hn::StoreU(unitLimited(color.g), floats, g + i);
-        hn::StoreU(unitLimited(color.b), floats, b + i);
+        convertColor(curves, color);
+        hn::StoreU(color.r, floats, r + i);
+        hn::StoreU(color.g, floats, g + i);
+        hn::StoreU(color.b, floats, b + i);
     }
 }
 
@@ -351,8 +253,8 @@ void transform(const std::array<AffineRow, 3>& matrix, int count, const float* i
 
 void limitToUnit(float* values, int count) { HWY_DYNAMIC_DISPATCH(limitToUnit)(values, count); }
 
-void convert(const ColorConversion& conversion, int count, float* r, float* g, float* b) {
-    HWY_DYNAMIC_DISPATCH(convert)(conversion, count, r, g, b);
+void convert(const ColorCurves& curves, int count, float* r, float* g, float* b) {
+    HWY_DYNAMIC_DISPATCH(convert)(curves, count, r, g, b);
 }
 
 void writeBGRA(const float* r, const float* g, const float* b, const float* a, int count, const float* dither,

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Panoveer/Rendering/Projection/VideoColorMath.h"
+#include "Panoveer/Rendering/Projection/ColorCurves.h"
 
 #include <array>
 #include <cstddef>
@@ -41,8 +41,8 @@ void transform(const std::array<AffineRow, 3>& matrix, int count, const float* i
                float* out0, float* out1, float* out2);
 void limitToUnit(float* values, int count);
 
-// What the conversion makes of these colours, to within single precision. Not for the identity.
-void convert(const ColorConversion& conversion, int count, float* r, float* g, float* b);
+// What the curves make of these colours, which it limits to 0…1.
+void convert(const ColorCurves& curves, int count, float* r, float* g, float* b);
 
 // 8-bit B, G, R, A, and half-float R, G, B, A; limited to 0…1.
 void writeBGRA(const float* r, const float* g, const float* b, const float* a, int count, const float* dither,

@@ -15,7 +15,7 @@ std::vector<ParityEngine> makeEngines() {
     for (auto targets = hwy::SupportedTargets(); targets != 0; targets &= targets - 1) {
         const auto target = targets & -targets;
         engines.push_back({std::string("CPU ") + hwy::TargetName(target), renderer,
-                           [target] { hwy::SetSupportedTargetsForTest(target); }, 3, 8});
+                           [target] { hwy::SetSupportedTargetsForTest(target); }, 4, 10});
     }
     return engines;
 }
