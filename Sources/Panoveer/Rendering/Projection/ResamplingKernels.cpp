@@ -20,8 +20,17 @@ const ResamplingKernels& ResamplingKernels::shared() {
 }
 
 int ResamplingKernels::widthIndex(double footprint) {
-    const double limited = std::clamp(footprint, 1.0, widest);
-    return int(std::lround(std::log(limited) / std::log(widest) * (widths - 1)));
+    // Between two of them the width changes by a hundredth of a step.
+    static const auto indices = [] {
+        std::array<std::int8_t, 4096> table{};
+        for (std::size_t i = 0; i < table.size(); ++i) {
+            const double width = 1 + double(i) * (widest - 1) / double(table.size() - 1);
+            table[i] = std::int8_t(std::lround(std::log(width) / std::log(widest) * (widths - 1)));
+        }
+        return table;
+    }();
+    const double share = (std::clamp(footprint, 1.0, widest) - 1) / (widest - 1);
+    return indices[std::size_t(share * double(indices.size() - 1) + 0.5)];
 }
 
 ResamplingKernels::ResamplingKernels() {

@@ -6,10 +6,12 @@
 #include "Platform/Core/Error.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <map>
 #include <mutex>
 #include <optional>
+#include <span>
 #include <utility>
 
 namespace panoveer {
@@ -18,15 +20,49 @@ namespace {
 
 using Position = PlaneGeometry::Position;
 
-// Footprints mostly change slowly, and to measure one costs twice what its place does. So they are measured once in
-// this many samples, and where they are all but alike, on one face, they are interpolated.
-constexpr int footprintRun = 8;
+// Most of a picture is smooth: exact places, which cost ten times as much as all else, are needed only once in this many
+// samples. Between them a cubic through the two on either side is good to a thousandth of a pixel, as long as these four
+// belong to one face and change alike.
+constexpr int anchorDistance = 8;
 constexpr double footprintLikeness = 1.02; // less than what tells two widths of a kernel apart
+constexpr double largestThirdDifference = 0.02; // pixels; more than that is an edge or a pole
 
-bool areAlike(const ProjectionMapping::Place& a, const ProjectionMapping::Place& b) {
+using Place = ProjectionMapping::Place;
+
+bool areAlike(const Place& a, const Place& b) {
     const auto isClose = [](double x, double y) { return x <= y * footprintLikeness && y <= x * footprintLikeness; };
     return a.source.half == b.source.half && a.source.face == b.source.face &&
            isClose(a.footprint.x, b.footprint.x) && isClose(a.footprint.y, b.footprint.y);
+}
+
+// Four anchors, of which the two in the middle are the ends of a run.
+using Anchors = std::span<const std::optional<Place>, 4>;
+
+bool isSmooth(Anchors p) {
+    for (std::size_t i = 0; i < 4; ++i)
+        if (!p[i] || (i > 0 && !areAlike(*p[i - 1], *p[i])))
+            return false;
+    const auto thirdDifference = [&](double SourcePlace::*axis) {
+        const auto at = [&](std::size_t i) { return p[i]->source.*axis; };
+        return at(3) - at(0) + 3 * (at(1) - at(2));
+    };
+    return std::abs(thirdDifference(&SourcePlace::x)) < largestThirdDifference &&
+           std::abs(thirdDifference(&SourcePlace::y)) < largestThirdDifference;
+}
+
+// At a share 0…1 of the way between the anchors in the middle: Lagrange's cubic for the place.
+Place interpolated(Anchors p, double t) {
+    const std::array weights{-t * (t - 1) * (t - 2) / 6, (t + 1) * (t - 1) * (t - 2) / 2, -(t + 1) * t * (t - 2) / 2,
+                             (t + 1) * t * (t - 1) / 6};
+    Place place = *p[1];
+    place.source.x = place.source.y = 0;
+    for (std::size_t i = 0; i < 4; ++i) {
+        place.source.x += weights[i] * p[i]->source.x;
+        place.source.y += weights[i] * p[i]->source.y;
+    }
+    place.footprint = {std::lerp(p[1]->footprint.x, p[2]->footprint.x, t),
+                       std::lerp(p[1]->footprint.y, p[2]->footprint.y, t)};
+    return place;
 }
 
 // A window along one upright axis: its first sample, and how far beyond the one before the place it lies, in phases.
@@ -39,7 +75,7 @@ struct AxisWindow {
 AxisWindow axisWindow(double index, double footprint, int taps) {
     const double below = std::floor(index);
     return {int(below) + (taps == 2 ? 0 : ResamplingKernels::firstTap),
-            int(std::lround((index - below) * ResamplingKernels::phases)),
+            int((index - below) * ResamplingKernels::phases + 0.5),
             taps == 2 ? 0 : ResamplingKernels::widthIndex(footprint)};
 }
 
@@ -89,69 +125,68 @@ private:
         auto operator<=>(const TileKey&) const = default;
     };
 
+    // What neighbouring samples share while a row is made.
+    struct RowState {
+        std::size_t firstSpan = 0;
+        double y = 0;
+        std::optional<TapResolver> resolver; // of the half and face that it was made for
+        int half = 0;
+        int face = 0;
+    };
+
     void fillRow(Block& block, double y) {
-        const auto rowBegin = block.spans.size();
-        const int end = block.left + block.width;
-        auto previous = measured(block.left - footprintRun, y);
-        auto first = measured(block.left, y);
-        for (int begin = block.left; begin < end; begin += footprintRun) {
-            const auto next = measured(begin + footprintRun, y);
-            // Of three, for two may lie alike on either side of a pole.
-            const bool isSmooth = previous && first && next && areAlike(*previous, *first) && areAlike(*first, *next);
-            append(block, rowBegin, begin, y, first);
-            for (int column = begin + 1; column < std::min(begin + footprintRun, end); ++column) {
-                const double share = double(column - begin) / footprintRun;
-                append(block, rowBegin, column, y,
-                       isSmooth ? between(*first, *next, share, column, y) : measured(column, y));
-            }
-            previous = std::exchange(first, next);
+        RowState row{.firstSpan = block.spans.size(), .y = y};
+        std::vector<std::optional<Place>> anchors; // from the one before the row's first sample on
+        for (int column = -anchorDistance; column < block.width + 2 * anchorDistance; column += anchorDistance)
+            anchors.push_back(placeAt(block.left + column, y));
+        for (int begin = 0; begin < block.width; begin += anchorDistance) {
+            const Anchors around(anchors.data() + begin / anchorDistance, 4);
+            const bool isSmoothRun = isSmooth(around);
+            append(block, row, begin, around[1]);
+            for (int i = 1; i < std::min(anchorDistance, block.width - begin); ++i)
+                append(block, row, begin + i,
+                       isSmoothRun ? interpolated(around, double(i) / anchorDistance)
+                                   : placeAt(block.left + begin + i, y));
         }
     }
 
     double xOf(int column) const { return grid_.originX + column * grid_.pitch.x; }
 
-    std::optional<ProjectionMapping::Place> measured(int column, double y) const {
-        return mapping_.place(xOf(column), y, grid_.pitch);
-    }
+    std::optional<Place> placeAt(int column, double y) const { return mapping_.place(xOf(column), y, grid_.pitch); }
 
-    // At a column between two places with alike footprints.
-    std::optional<ProjectionMapping::Place> between(const ProjectionMapping::Place& first,
-                                                    const ProjectionMapping::Place& next, double share, int column,
-                                                    double y) const {
-        const auto source = mapping_.position(xOf(column), y);
-        if (!source)
-            return std::nullopt;
-        return ProjectionMapping::Place{*source,
-                                        {std::lerp(first.footprint.x, next.footprint.x, share),
-                                         std::lerp(first.footprint.y, next.footprint.y, share)}};
-    }
-
-    void append(Block& block, std::size_t rowBegin, int column, double y,
-                const std::optional<ProjectionMapping::Place>& place) {
+    void append(Block& block, RowState& row, int column, const std::optional<Place>& place) {
         const int division = place ? ProjectionMapping::division(place->footprint, sampleSize_) : 0;
-        const int inBlock = column - block.left;
-        if (block.spans.size() == rowBegin || block.spans.back().division != division)
-            block.spans.push_back({inBlock, inBlock, division, std::uint32_t(block.entries.size())});
-        block.spans.back().end = inBlock + 1;
+        if (block.spans.size() == row.firstSpan || block.spans.back().division != division)
+            block.spans.push_back({column, column, division, std::uint32_t(block.entries.size())});
+        block.spans.back().end = column + 1;
         if (division == 1)
-            block.entries.push_back(entry(*place));
+            block.entries.push_back(entry(*place, row));
         if (division <= 1)
             return;
-        const double x = xOf(column);
+        const double x = xOf(block.left + column);
         const Footprint part{grid_.pitch.x / division, grid_.pitch.y / division};
         const Footprint footprint{place->footprint.x / division, place->footprint.y / division};
         for (int j = 0; j < division; ++j)
             for (int i = 0; i < division; ++i) {
                 const auto found = mapping_.position(x + (i + 0.5) * part.x - grid_.pitch.x / 2,
-                                                     y + (j + 0.5) * part.y - grid_.pitch.y / 2);
-                block.entries.push_back(entry({found.value_or(place->source), footprint}));
+                                                     row.y + (j + 0.5) * part.y - grid_.pitch.y / 2);
+                block.entries.push_back(entry({found.value_or(place->source), footprint}, row));
             }
     }
 
-    SampleEntry entry(const ProjectionMapping::Place& place) {
+    const TapResolver& resolverFor(const SourcePlace& place, RowState& row) const {
+        if (!row.resolver || row.half != place.half || row.face != place.face) {
+            row.resolver.emplace(plane_, mapping_.sourceLattice(), place);
+            row.half = place.half;
+            row.face = place.face;
+        }
+        return *row.resolver;
+    }
+
+    SampleEntry entry(const Place& place, RowState& row) {
         auto across = axisWindow(plane_.columns().index(place.source.x), place.footprint.x / plane_.columns().pitch, taps_);
         auto down = axisWindow(plane_.rows().index(place.source.y), place.footprint.y / plane_.rows().pitch, taps_);
-        const TapResolver resolver(plane_, mapping_.sourceLattice(), place.source);
+        const auto& resolver = resolverFor(place.source, row);
         const Position last{across.first + taps_ - 1, down.first + taps_ - 1};
         bool isInside = resolver.isInside(across.first, down.first, last.x, last.y);
         const auto a = plane_.stored({across.first, down.first});
