@@ -64,9 +64,10 @@ ExportMode exportMode(const ConvertArguments& arguments) {
     return ExportMode::singleMovie;
 }
 
-// A movie of the plan may stand on no other file that somebody still needs.
-void checkTargets(const std::vector<ExportOutputDescriptor>& plan, const std::vector<VideoAsset>& assets,
+// A movie of the plan may stand on no file that somebody still needs.
+void checkTargets(const std::vector<ExportOutputDescriptor>& plan, const std::vector<VRClipSegment>& clips,
                   bool overwrite) {
+    VRNativeExporter::requireSourcesStay(plan, clips);
     for (const auto& movie : plan) {
         const auto target = movie.url.path();
         std::error_code ignored;
@@ -74,9 +75,6 @@ void checkTargets(const std::vector<ExportOutputDescriptor>& plan, const std::ve
             continue;
         if (fs::is_directory(target, ignored))
             throw Error(target.string() + " is a folder. Choose another name.");
-        for (const auto& asset : assets)
-            if (fs::equivalent(target, asset.url.path(), ignored))
-                throw Error(target.string() + " is the source itself. Choose another name.");
         if (!overwrite)
             throw Error(target.string() + " exists already. Choose another name, or say --overwrite.");
     }
@@ -121,7 +119,7 @@ void convert(const ConvertArguments& arguments, std::stop_token stop) {
         frameRates[asset.url] = asset.frameRate;
     }
     const auto plan = ExportPlanner::plan(clips, settings, output, frameRates);
-    checkTargets(plan, assets, arguments.overwrite);
+    checkTargets(plan, clips, arguments.overwrite);
 
     const auto renderer = makeRenderer(arguments.conversion.renderer);
     VRNativeExporter exporter(*renderer);

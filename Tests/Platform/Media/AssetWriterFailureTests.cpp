@@ -190,6 +190,21 @@ TEST(CancelledWriter, RemovesItsFileAndTakesNoMore) {
     }
 }
 
+TEST(CancelledWriter, AnswersAStopWhileItDrains) {
+    std::stop_source stop;
+    stop.request_stop();
+    for (const auto& codec : {h264, proRes}) {
+        const TemporaryFolder folder;
+        Writing writing(folder / "movie.mov", codec);
+        ASSERT_TRUE(writing.writer.startWriting());
+        EXPECT_EQ(writing.append(codec, 60), 60);
+        EXPECT_FALSE(writing.writer.finishWriting(stop.get_token()));
+        EXPECT_EQ(writing.writer.status(), Status::cancelled);
+        EXPECT_FALSE(writing.writer.error());
+        EXPECT_FALSE(std::filesystem::exists(folder / "movie.mov"));
+    }
+}
+
 TEST(AssetWriter, LeavesAFileThatIsThereAlone) {
     const TemporaryFolder folder;
     const std::vector<std::uint8_t> content{1, 2, 3};

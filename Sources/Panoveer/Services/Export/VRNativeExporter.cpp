@@ -9,7 +9,9 @@
 #include "Platform/Core/Log.h"
 
 #include <algorithm>
+#include <filesystem>
 #include <new>
+#include <set>
 
 namespace panoveer {
 
@@ -56,6 +58,21 @@ VRNativeExporter::VRNativeExporter(ProjectionRenderer& renderer, DiagnosticsFact
         makeDiagnostics_ = [](const URL&) { return std::make_unique<LoggedExportDiagnostics>(); };
 }
 
+void VRNativeExporter::requireSourcesStay(std::span<const ExportOutputDescriptor> movies,
+                                          std::span<const VRClipSegment> segments) {
+    std::set<URL> sources;
+    for (const auto& segment : segments)
+        sources.insert(segment.sourceURL);
+    std::error_code ignored;
+    for (const auto& movie : movies) {
+        if (!std::filesystem::exists(movie.url.path(), ignored))
+            continue;
+        for (const auto& source : sources)
+            if (std::filesystem::equivalent(movie.url.path(), source.path(), ignored))
+                throw Error(localized("error.export.destination_is_source", movie.url.path().string()));
+    }
+}
+
 std::vector<URL> VRNativeExporter::exportClips(std::span<const VRClipSegment> segments, const ExportSettings& settings,
                                                const URL& destination, const SourceFrameRates& sourceFrameRates,
                                                const ProgressHandler& progress, std::stop_token stop) {
@@ -63,6 +80,7 @@ std::vector<URL> VRNativeExporter::exportClips(std::span<const VRClipSegment> se
               .message = localized("export.progress.preparing"),
               .activeQueueItemIDs = allQueueItems(segments)});
     const auto descriptors = ExportPlanner::plan(segments, settings, destination, sourceFrameRates);
+    requireSourcesStay(descriptors, segments);
 
     std::unique_ptr<ExportDiagnostics> diagnostics;
     try {

@@ -37,12 +37,16 @@ public:
                               SegmentFrameRoads roads = {});
 
     // The whole job: plans the movies and writes them one after another. `destination` is the file of a single movie
-    // and the folder of separate clips. Returns the movies written. Throws ExportPlannerError as it stands, Cancelled,
-    // and VRExportError::codecExportFailed around any failure of a movie, which it carries as underlying(); movies that
-    // were finished before it stay.
+    // and the folder of separate clips. Returns the movies written. Throws ExportPlannerError as it stands, the Error
+    // of requireSourcesStay, Cancelled, and VRExportError::codecExportFailed around any failure of a movie, which it
+    // carries as underlying(); movies that were finished before it stay.
     std::vector<URL> exportClips(std::span<const VRClipSegment> segments, const ExportSettings& settings,
                                  const URL& destination, const SourceFrameRates& sourceFrameRates,
                                  const ProgressHandler& progress, std::stop_token stop);
+
+    // Throws an Error when one of the movies would take the place of a file that the clips are read from.
+    static void requireSourcesStay(std::span<const ExportOutputDescriptor> movies,
+                                   std::span<const VRClipSegment> segments);
 
     // Frames handed to the writer of the movie in progress, or of the last one.
     std::int64_t framesWritten() const { return framesWritten_.load(); }

@@ -397,8 +397,12 @@ TEST_F(MovieExportTest, KeepsTheOldMovieWhenTheNewOneCannotBeWrittenToItsEnd) {
 }
 
 TEST_F(MovieExportTest, RefusesANameThatCannotBeTakenBeforeItReadsAnything) {
-    const auto source = clip({.frameCount = 5});
+    const auto source = clip({.name = "a.mp4", .frameCount = 5});
     renderer.onRender = [](int) { FAIL() << "work was done for nothing"; };
+    fs::create_hard_link(source.sourceURL.path(), out / "movie.mp4");
+    EXPECT_THROW(run({source}), Error);
+    EXPECT_TRUE(fs::equivalent(source.sourceURL.path(), out / "movie.mp4"));
+    fs::remove(out / "movie.mp4");
     fs::create_directories(out / "movie.mp4");
     EXPECT_EQ(failureOf({source}).code(), EISDIR);
     EXPECT_THAT(written(), UnorderedElementsAre("movie.mp4"));
