@@ -37,7 +37,7 @@ int run(int argc, char** argv) {
         std::cerr << "panoveer: " << error.what() << '\n';
         return exitCode::wrongUsage;
     } catch (const Cancelled&) {
-        std::cerr << "panoveer: cancelled; nothing was left under a final name.\n";
+        std::cerr << "panoveer: cancelled; nothing unfinished was left behind.\n";
         return exitCode::cancelled;
     } catch (const std::bad_alloc&) {
         std::cerr << "panoveer: out of memory. Choose a smaller --size, or close other programs.\n";

@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <csignal>
 #include <cstdlib>
+#include <regex>
 
 namespace panoveer::test {
 namespace {
@@ -35,6 +36,9 @@ TEST_F(CommandLine, TellsWrongUsageFromFailure) {
     for (const auto& row : {
              Row{{}, 2, "subcommand"},
              Row{{"convert", source}, 2, "--output"},
+             Row{{"convert", source, "-o", ""}, 2, "-o"},
+             Row{{"convert", source, "-o", path("a.mkv")}, 2, ".mov"},
+             Row{{"convert", source, "-o", path(std::string(260, 'a') + ".mp4"), "--codec", "h264"}, 1, "too long"},
              Row{{"convert", source, "-o", path("a.mp4"), "--codec", "vhs"}, 2, "h264"},
              Row{{"convert", source, "-o", path("a.mp4"), "--size", "wide"}, 2, "3840x1920"},
              Row{{"convert", source, "-o", path("a.mp4"), "--pitch", "91"}, 2, "-90"},
@@ -79,6 +83,15 @@ TEST_F(CommandLine, NeverWritesOntoItsOwnSource) {
     EXPECT_EQ(readFile(source), before);
 }
 
+TEST_F(CommandLine, CutsANameThatItsOwnEndMakesTooLong) {
+    const auto source = movie({.name = std::string(251, 'n') + ".mp4", .frameCount = 5});
+    const auto result =
+        panoveer({"convert", source, "-o", path("out"), "--format", "standard", "--size", "160x90", "--codec", "h264"});
+    ASSERT_EQ(result.exitCode, 0) << result.standardError;
+    ASSERT_EQ(namesIn(folder / "out").size(), 1u);
+    EXPECT_TRUE(namesIn(folder / "out").begin()->ends_with("n - standard.mp4"));
+}
+
 TEST_F(CommandLine, KeepsNamesApartThatDifferOnlyInCase) {
     fs::create_directories(folder / "in/a");
     fs::create_directories(folder / "in/b");
@@ -119,13 +132,15 @@ TEST_F(CommandLine, LeavesNothingBehindWhenItCannotWrite) {
 // A conversion in a process of its own that has begun to write its movie when started() returns.
 class RunningConversion {
 public:
-    RunningConversion(const std::string& source, const fs::path& target) {
+    explicit RunningConversion(const std::string& source, const fs::path& target, int ignoredSignal = 0) {
         int ends[2];
         if (pipe(ends) != 0)
             throw std::runtime_error("pipe");
         process_ = fork();
         if (process_ == 0) {
             dup2(ends[1], STDERR_FILENO);
+            if (ignoredSignal != 0)
+                std::signal(ignoredSignal, SIG_IGN);
             execl(PANOVEER_PROGRAM, PANOVEER_PROGRAM, "convert", source.c_str(), "-o", target.c_str(), "--format",
                   "standard", "--size", "640x360", "--codec", "proRes", "--progress", "json", nullptr);
             _exit(127);
@@ -137,7 +152,8 @@ public:
 
     // Waits until a progress line tells of frames that are written.
     bool started() {
-        while (text_.find("\"frames\":1") == std::string::npos) {
+        static const std::regex someFrames("\"frames\":[1-9]");
+        while (!std::regex_search(text_, someFrames)) {
             pollfd ready{output_, POLLIN, 0};
             char buffer[4096];
             if (poll(&ready, 1, 60000) <= 0)
@@ -182,6 +198,15 @@ TEST_F(CommandLine, LeavesNothingUnderTheFinalNameWhenInterruptedOrKilled) {
         for (const auto& name : namesIn(folder / "out"))
             EXPECT_NE(name.find(".panoveer-"), std::string::npos) << name;
     }
+}
+
+TEST_F(CommandLine, GoesOnWhenItsTerminalClosesIfToldToIgnoreThat) {
+    const auto target = folder / "movie.mov";
+    RunningConversion conversion(movie({.name = "source.mov", .width = 640, .height = 360, .frameCount = 60}), target,
+                                 SIGHUP);
+    ASSERT_TRUE(conversion.started());
+    EXPECT_EQ(conversion.end(SIGHUP), 0);
+    EXPECT_TRUE(fs::exists(target));
 }
 
 TEST_F(CommandLine, PrintsOneJSONResultAndProgressBesideIt) {
