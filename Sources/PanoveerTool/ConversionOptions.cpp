@@ -165,8 +165,11 @@ VRClipSegment ConversionOptions::clip(const VideoAsset& asset, const ExportSetti
     transform = transform.normalized();
 
     applyInRange(result.start, inSeconds, 0, asset.duration, "--in");
-    if (outSeconds)
+    if (outSeconds) {
+        if (!(*outSeconds >= 0))
+            throw UsageError(std::format("--out: {} is no time in seconds", *outSeconds));
         result.end = std::min(result.end, *outSeconds);
+    }
     if (!(result.end > result.start))
         throw UsageError(std::format("--in and --out leave nothing of {}, which is {:.3f} s long",
                                      asset.url.lastPathComponent(), asset.duration));

@@ -3,6 +3,7 @@
 #include "Panoveer/Services/Export/ExportSizeEstimator.h"
 #include "Panoveer/Services/Export/ExportVideoSettings.h"
 #include "PanoveerTool/Commands.h"
+#include "PanoveerTool/JSONText.h"
 #include "PanoveerTool/RenderEngine.h"
 #include "Platform/Core/Error.h"
 #include "Platform/GPU/GPUDevice.h"
@@ -117,7 +118,7 @@ void declareDoctor(CLI::App& program) {
                              {"processors", std::thread::hardware_concurrency()},
                              {"space", freeSpace()}};
         if (*json)
-            std::cout << report.dump(2) << '\n';
+            std::cout << jsonText(report, 2) << '\n';
         else
             printText(report);
     });

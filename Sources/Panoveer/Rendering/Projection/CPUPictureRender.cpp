@@ -36,7 +36,6 @@ std::vector<float>& sized(std::vector<float>& values, int count) {
     return values;
 }
 
-
 } // namespace
 
 struct CPUPictureRender::Colors {
@@ -107,12 +106,11 @@ CPUPictureRender::Reading CPUPictureRender::reading(const ProjectionPlan::Readin
         const float opaque = samples.bytesPerSample == 1 ? 255 : 65535;
         result.primary = request_.source->layout().isYCbCr()
                              ? plane(*maps.primary, samples, {float(sourceRange_.lumaOffset)})
-                             : plane(*maps.primary, samples,
-                                     {0, 0, 0, request_.transparentUnmappedAreas ? 0 : opaque});
+                             : plane(*maps.primary, samples, {0, 0, 0, request_.transparentUnmappedAreas ? 0 : opaque});
     }
     if (maps.chroma)
-        result.chroma = plane(*maps.chroma, viewOf(1),
-                              {float(sourceRange_.chromaOffset), float(sourceRange_.chromaOffset)});
+        result.chroma =
+            plane(*maps.chroma, viewOf(1), {float(sourceRange_.chromaOffset), float(sourceRange_.chromaOffset)});
     return result;
 }
 

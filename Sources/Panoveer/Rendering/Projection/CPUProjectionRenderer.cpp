@@ -19,7 +19,9 @@ constexpr std::size_t keptCurveSets = 4;
 // Plans beyond this are dropped, except for the one in use.
 constexpr std::size_t keptPlanBytes = std::size_t(768) << 20;
 
-std::uint64_t physicalMemory() { return std::uint64_t(sysconf(_SC_PHYS_PAGES)) * std::uint64_t(sysconf(_SC_PAGE_SIZE)); }
+std::uint64_t physicalMemory() {
+    return std::uint64_t(sysconf(_SC_PHYS_PAGES)) * std::uint64_t(sysconf(_SC_PAGE_SIZE));
+}
 
 class PendingCPURender final : public PendingRender {
 public:
@@ -65,11 +67,9 @@ std::uint64_t CPUProjectionRenderer::currentAllocatedSize() const {
     return sum;
 }
 
-std::shared_ptr<const ProjectionPlan> CPUProjectionRenderer::plan(const PixelBuffer& source,
-                                                                  const SourcePictureDescription& description,
-                                                                  const VRTransform& transform,
-                                                                  const PixelBuffer& output, int taps,
-                                                                  bool keepsYCbCr) {
+std::shared_ptr<const ProjectionPlan>
+CPUProjectionRenderer::plan(const PixelBuffer& source, const SourcePictureDescription& description,
+                            const VRTransform& transform, const PixelBuffer& output, int taps, bool keepsYCbCr) {
     const ProjectionPlanKey key{.transform = transform,
                                 .sourceFormat = source.format(),
                                 .sourceSize = {source.width(), source.height()},
@@ -107,27 +107,25 @@ std::shared_ptr<const ColorCurves> CPUProjectionRenderer::curves(const SourcePic
     return curves_.front().curves;
 }
 
-std::unique_ptr<PendingRender> CPUProjectionRenderer::render(PixelBufferPtr source,
-                                                             const SourcePictureDescription& description,
-                                                             const VRTransform& transform, PixelBufferPtr output,
-                                                             VRColorOutputMode colorOutputMode,
-                                                             VRResamplingQuality resampling,
-                                                             bool transparentUnmappedAreas) {
+std::unique_ptr<PendingRender>
+CPUProjectionRenderer::render(PixelBufferPtr source, const SourcePictureDescription& description,
+                              const VRTransform& transform, PixelBufferPtr output, VRColorOutputMode colorOutputMode,
+                              VRResamplingQuality resampling, bool transparentUnmappedAreas) {
     if (transform.outputFormat == ProjectionFormat::mirrorDome)
         throw Error(localized("error.metal.mirror_dome_unavailable"));
     if (source->format() == pixelFormat::rgbaHalf)
         throw VRMetalProjectionError(VRMetalProjectionError::Case::textureCreationFailed,
                                      VRMetalProjectionError::invalidPixelFormatStatus);
     const ColorConversion conversion(description.colorPrimaries, description.transferFunction, colorOutputMode);
-    const bool keepsYCbCr = source->layout().isYCbCr() && output->layout().isYCbCr() &&
-                            conversion.keepsYCbCr(description.yCbCrMatrix);
+    const bool keepsYCbCr =
+        source->layout().isYCbCr() && output->layout().isYCbCr() && conversion.keepsYCbCr(description.yCbCrMatrix);
     const int taps = resampling == VRResamplingQuality::final ? 8 : 2;
-    CPUPictureRender::Request request{
-        .description = description,
-        .colorOutputMode = colorOutputMode,
-        .transparentUnmappedAreas = transparentUnmappedAreas,
-        .plan = plan(*source, description, transform, *output, taps, keepsYCbCr),
-        .curves = conversion.isIdentity() ? nullptr : curves(description, colorOutputMode)};
+    CPUPictureRender::Request request{.description = description,
+                                      .colorOutputMode = colorOutputMode,
+                                      .transparentUnmappedAreas = transparentUnmappedAreas,
+                                      .plan = plan(*source, description, transform, *output, taps, keepsYCbCr),
+                                      .curves =
+                                          conversion.isIdentity() ? nullptr : curves(description, colorOutputMode)};
     request.source = std::move(source);
     request.output = std::move(output);
     return std::make_unique<PendingCPURender>(std::move(request), workers_);

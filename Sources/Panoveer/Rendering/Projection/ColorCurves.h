@@ -29,8 +29,8 @@ private:
 //   signal --toLight--> light --by sourceGain of its luminance--> display light --matrix--> in the output's primaries
 //          --by toneGain of the strongest channel--> --by outputLight of its luminance--> --toSignal--> signal
 //
-// Curves over light take its fourth root, since most of what the eye tells apart is near black. Immutable, safe from any
-// thread.
+// Curves over light take its fourth root, since most of what the eye tells apart is near black. Immutable, safe from
+// any thread.
 struct ColorCurves {
     explicit ColorCurves(const ColorConversion& conversion);
 
@@ -42,8 +42,8 @@ struct ColorCurves {
     Matrix3 matrix{};
     bool changesPrimaries = false;
 
-    Curve toneGain;       // empty unless highlights are brought into a smaller range
-    double toneUnit = 1;  // what 1 of toneGain stands for, in units of SDR white
+    Curve toneGain;      // empty unless highlights are brought into a smaller range
+    double toneUnit = 1; // what 1 of toneGain stands for, in units of SDR white
 
     Curve outputLight; // empty unless the output is HLG: the scene's luminance from the display's
     RGB outputLuminance;

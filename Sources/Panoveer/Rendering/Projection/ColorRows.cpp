@@ -184,8 +184,7 @@ void writeBGRA(const float* r, const float* g, const float* b, const float* a, i
     HWY_ALIGN std::uint8_t last[8 * 4];
     for (int i = 0; i < count; i += lanes()) {
         const auto code = [&](const float* channel, const float* pattern) {
-            const auto exact =
-                hn::MulAdd(unitLimited(hn::LoadU(floats, channel + i)), unit, ditherAt(pattern, i));
+            const auto exact = hn::MulAdd(unitLimited(hn::LoadU(floats, channel + i)), unit, ditherAt(pattern, i));
             return hn::DemoteTo(bytes, hn::NearestInt(limited(exact, hn::Zero(floats), unit)));
         };
         const bool isWhole = count - i >= lanes();

@@ -156,7 +156,8 @@ HWY_INLINE void finishBlock(const float* sums, int count, float* values) {
 
 // `values` has room for a whole block.
 template<typename Sample, int channels>
-void readBlock8(const SampleEntry* entries, int count, const SampleView& plane, const SampleView& tiles, float* values) {
+void readBlock8(const SampleEntry* entries, int count, const SampleView& plane, const SampleView& tiles,
+                float* values) {
     const auto& kernels = ResamplingKernels::shared();
     HWY_ALIGN float sums[blockSize * 4];
     for (int i = 0; i < count; ++i) {
@@ -194,7 +195,8 @@ private:
 
 // Linear interpolation. `values` has room for a whole block.
 template<typename Sample, int channels>
-void readBlock2(const SampleEntry* entries, int count, const SampleView& plane, const SampleView& tiles, float* values) {
+void readBlock2(const SampleEntry* entries, int count, const SampleView& plane, const SampleView& tiles,
+                float* values) {
     PairRows<Sample, channels> upper, lower;
     HWY_ALIGN std::int32_t kernels[blockSize];
     for (int i = 0; i < count; ++i) {

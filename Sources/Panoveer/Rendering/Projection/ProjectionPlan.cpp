@@ -23,9 +23,8 @@ OutputGrid chromaGrid(PictureSize picture, const PixelFormatLayout& layout) {
 ProjectionPlan::ProjectionPlan(const ProjectionPlanKey& k) : key(k) {
     const auto source = *layoutOf(key.sourceFormat);
     const auto output = *layoutOf(key.outputFormat);
-    const auto upright = swapsDimensions(key.orientation)
-                             ? PictureSize{key.sourceSize.height, key.sourceSize.width}
-                             : key.sourceSize;
+    const auto upright =
+        swapsDimensions(key.orientation) ? PictureSize{key.sourceSize.height, key.sourceSize.width} : key.sourceSize;
     const ProjectionMapping mapping(key.transform, key.outputSize, upright);
     const PlaneGeometry primary(key.sourceSize, key.sourceSize, key.orientation);
     const PlaneGeometry chroma(key.sourceSize, planeSize(key.sourceSize, source), key.orientation);
@@ -40,8 +39,8 @@ ProjectionPlan::ProjectionPlan(const ProjectionPlanKey& k) : key(k) {
     const auto grid = chromaGrid(key.outputSize, output);
     const PictureSize chromaBlock{blockSize >> output.chromaWidthShift, blockSize >> output.chromaHeightShift};
     if (key.keepsYCbCr) {
-        atChroma.chroma.emplace(mapping, chroma, grid, key.taps,
-                                Footprint{chroma.columns().pitch, chroma.rows().pitch}, chromaBlock);
+        atChroma.chroma.emplace(mapping, chroma, grid, key.taps, Footprint{chroma.columns().pitch, chroma.rows().pitch},
+                                chromaBlock);
         return;
     }
     atChroma.primary.emplace(mapping, primary, grid, key.taps, Footprint{}, chromaBlock);

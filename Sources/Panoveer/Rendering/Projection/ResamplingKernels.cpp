@@ -39,9 +39,11 @@ ResamplingKernels::ResamplingKernels() {
         for (int phase = 0; phase <= phases; ++phase) {
             const auto exact = resamplingWeights(double(phase) / phases, taps, footprint).weight;
             Weights rounded{};
-            std::ranges::transform(exact, rounded.begin(), [](double w) { return std::int16_t(std::lround(w * unit)); });
+            std::ranges::transform(exact, rounded.begin(),
+                                   [](double w) { return std::int16_t(std::lround(w * unit)); });
             // What rounding took goes to the largest weight, where it matters least.
-            *std::ranges::max_element(rounded) += std::int16_t(unit - std::accumulate(rounded.begin(), rounded.end(), 0));
+            *std::ranges::max_element(rounded) +=
+                std::int16_t(unit - std::accumulate(rounded.begin(), rounded.end(), 0));
             vertical_.push_back(rounded);
             for (std::size_t i = 0; i < horizontal_.size(); ++i)
                 for (const double weight : exact)

@@ -20,19 +20,19 @@ namespace {
 
 using Position = PlaneGeometry::Position;
 
-// Most of a picture is smooth: exact places, which cost ten times as much as all else, are needed only once in this many
-// samples. Between them a cubic through the two on either side is good to a thousandth of a pixel, as long as these four
-// belong to one face and change alike.
+// Most of a picture is smooth: exact places, which cost ten times as much as all else, are needed only once in this
+// many samples. Between them a cubic through the two on either side is good to a thousandth of a pixel, as long as
+// these four belong to one face and change alike.
 constexpr int anchorDistance = 8;
-constexpr double footprintLikeness = 1.02; // less than what tells two widths of a kernel apart
+constexpr double footprintLikeness = 1.02;      // less than what tells two widths of a kernel apart
 constexpr double largestThirdDifference = 0.02; // pixels; more than that is an edge or a pole
 
 using Place = ProjectionMapping::Place;
 
 bool areAlike(const Place& a, const Place& b) {
     const auto isClose = [](double x, double y) { return x <= y * footprintLikeness && y <= x * footprintLikeness; };
-    return a.source.half == b.source.half && a.source.face == b.source.face &&
-           isClose(a.footprint.x, b.footprint.x) && isClose(a.footprint.y, b.footprint.y);
+    return a.source.half == b.source.half && a.source.face == b.source.face && isClose(a.footprint.x, b.footprint.x) &&
+           isClose(a.footprint.y, b.footprint.y);
 }
 
 // Four anchors, of which the two in the middle are the ends of a run.
@@ -42,7 +42,7 @@ bool isSmooth(Anchors p) {
     for (std::size_t i = 0; i < 4; ++i)
         if (!p[i] || (i > 0 && !areAlike(*p[i - 1], *p[i])))
             return false;
-    const auto thirdDifference = [&](double SourcePlace::*axis) {
+    const auto thirdDifference = [&](double SourcePlace::* axis) {
         const auto at = [&](std::size_t i) { return p[i]->source.*axis; };
         return at(3) - at(0) + 3 * (at(1) - at(2));
     };
@@ -184,7 +184,8 @@ private:
     }
 
     SampleEntry entry(const Place& place, RowState& row) {
-        auto across = axisWindow(plane_.columns().index(place.source.x), place.footprint.x / plane_.columns().pitch, taps_);
+        auto across =
+            axisWindow(plane_.columns().index(place.source.x), place.footprint.x / plane_.columns().pitch, taps_);
         auto down = axisWindow(plane_.rows().index(place.source.y), place.footprint.y / plane_.rows().pitch, taps_);
         const auto& resolver = resolverFor(place.source, row);
         const Position last{across.first + taps_ - 1, down.first + taps_ - 1};

@@ -22,7 +22,8 @@ struct OutputGrid {
 
 // Where one output sample is read: a square window of source samples, and which kernels weigh them.
 struct SampleEntry {
-    // The window's first sample, column | row << 16 in the stored plane; or, of a tile, number << 6 | row << 3 | column.
+    // The window's first sample, column | row << 16 in the stored plane; or, of a tile, number << 6 | row << 3 |
+    // column.
     std::uint32_t window;
     // Kernel across | kernel down << 15 | isTile << 30: numbers of ResamplingKernels, or phases for two taps.
     std::uint32_t kernels;
@@ -51,8 +52,8 @@ struct SampleEntry {
 //   ------------+                 +----------+
 class SampleMap {
 public:
-    static constexpr int tileSize = 16;  // samples along each side
-    static constexpr int tileStep = 8;   // between tiles; a window of 8 that begins within it lies within the tile
+    static constexpr int tileSize = 16; // samples along each side
+    static constexpr int tileStep = 8;  // between tiles; a window of 8 that begins within it lies within the tile
     static constexpr int largestPlane = 1 << 16; // samples along each side, for what an entry can hold
 
     // `taps` is 2 or 8. `sampleSize` decides into how many parts a pixel is divided (ProjectionMapping::division). The

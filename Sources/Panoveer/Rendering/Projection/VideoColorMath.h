@@ -60,7 +60,7 @@ inline constexpr double pqPeak = 10000; // cd/m2
 inline constexpr double hlgA = 0.17883277;
 inline constexpr double hlgB = 1 - 4 * hlgA;
 inline constexpr double hlgC = 0.55991072952956202; // 0.5 - a ln(4 a)
-inline constexpr double hlgDisplayGamma = 1.2; // at the nominal peak
+inline constexpr double hlgDisplayGamma = 1.2;      // at the nominal peak
 
 inline constexpr double bt1886Gamma = 2.4;
 
