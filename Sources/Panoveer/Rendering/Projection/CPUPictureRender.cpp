@@ -9,6 +9,21 @@ namespace {
 
 constexpr int tilesAtOnce = 32;
 
+// The offsets of a row's samples, for one channel or for two that take turns. Pieces begin at multiples of them.
+const float* ditherRow(int channels, int row) {
+    using Row = std::array<float, CodeOutput::ditherLength>;
+    static const auto patterns = [] {
+        std::array<std::array<Row, 8>, 2> made;
+        for (int y = 0; y < 8; ++y)
+            for (int i = 0; i < CodeOutput::ditherLength; ++i) {
+                made[0][std::size_t(y)][std::size_t(i)] = float(VideoColorMath::ditherOffset(i, y));
+                made[1][std::size_t(y)][std::size_t(i)] = float(VideoColorMath::ditherOffset(i / 2 + i % 2, y));
+            }
+        return made;
+    }();
+    return patterns[std::size_t(channels - 1)][std::size_t(row & 7)].data();
+}
+
 YCbCrCodeRange sampleRange(const PixelFormatLayout& layout) {
     auto range = VideoColorMath::codeRange(layout.bytesPerSample == 1 ? 8 : 10, layout.isFullRange);
     if (layout.bytesPerSample == 2)
@@ -176,8 +191,11 @@ std::byte* CPUPictureRender::outputAt(int plane, const Piece& piece) const {
     return p.data + std::size_t(piece.row) * p.rowBytes + std::size_t(piece.column * samples * layout.bytesPerSample);
 }
 
-CodeOutput CPUPictureRender::codeOutput(const Piece&) const {
-    return {request_.output->layout().bytesPerSample, float(outputRange_.lowest), float(outputRange_.highest)};
+CodeOutput CPUPictureRender::codeOutput(int plane, const Piece& piece) const {
+    const int bytesPerSample = request_.output->layout().bytesPerSample;
+    const bool dithers = VideoColorMath::dithers(request_.source->layout().bytesPerSample, bytesPerSample);
+    return {bytesPerSample, float(outputRange_.lowest), float(outputRange_.highest),
+            dithers ? ditherRow(plane + 1, piece.row) : nullptr};
 }
 
 void CPUPictureRender::writeKept(const Plane& plane, int outputPlane, const Piece& piece, float sourceOffset,
@@ -186,8 +204,8 @@ void CPUPictureRender::writeKept(const Plane& plane, int outputPlane, const Piec
     auto& samples = sized(Colors::ofThisThread().samples, count);
     read(plane, piece, samples.data());
     const float scale = outputScale / sourceScale;
-    ColorRows::writeCodes(samples.data(), count, scale, outputOffset - sourceOffset * scale, codeOutput(piece),
-                          outputAt(outputPlane, piece));
+    ColorRows::writeCodes(samples.data(), count, scale, outputOffset - sourceOffset * scale,
+                          codeOutput(outputPlane, piece), outputAt(outputPlane, piece));
 }
 
 void CPUPictureRender::read(const Plane& plane, const Piece& piece, float* values) {
@@ -268,11 +286,11 @@ void CPUPictureRender::writePixels(const Piece& piece) const {
     auto* const out = outputAt(0, piece);
     if (isYCbCr) {
         ColorRows::transform(toCodes_, colors.count, r, g, b, r, g, b);
-        ColorRows::writeCodes(r, colors.count, 1, 0, codeOutput(piece), out);
+        ColorRows::writeCodes(r, colors.count, 1, 0, codeOutput(0, piece), out);
     } else if (request_.output->format() == pixelFormat::rgbaHalf) {
         ColorRows::writeRGBAHalf(r, g, b, colors.a.data(), colors.count, out);
     } else {
-        ColorRows::writeBGRA(r, g, b, colors.a.data(), colors.count, nullptr, out);
+        ColorRows::writeBGRA(r, g, b, colors.a.data(), colors.count, out);
     }
 }
 
@@ -291,7 +309,7 @@ void CPUPictureRender::writeChroma(const Piece& piece) const {
     ColorRows::transform(toCodes_, colors.count, colors.r.data(), g, b, colors.r.data(), g, b);
     auto& pairs = sized(colors.chroma, 2 * colors.count);
     ColorRows::interleave2(g, b, colors.count, pairs.data());
-    ColorRows::writeCodes(pairs.data(), 2 * colors.count, 1, 0, codeOutput(piece), outputAt(1, piece));
+    ColorRows::writeCodes(pairs.data(), 2 * colors.count, 1, 0, codeOutput(1, piece), outputAt(1, piece));
 }
 
 } // namespace panoveer

@@ -71,7 +71,7 @@ private:
     void readAlpha(const SampleMap& map, const Piece& piece, Colors& colors) const;
     void writeKept(const Plane& plane, int outputPlane, const Piece& piece, float sourceOffset, float sourceScale,
                    float outputOffset, float outputScale) const;
-    CodeOutput codeOutput(const Piece& piece) const;
+    CodeOutput codeOutput(int plane, const Piece& piece) const;
     std::byte* outputAt(int plane, const Piece& piece) const;
 
     Request request_;

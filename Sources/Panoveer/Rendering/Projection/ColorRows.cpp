@@ -18,14 +18,14 @@ namespace hn = hwy::HWY_NAMESPACE;
 
 namespace {
 
-const hn::CappedTag<float, 8> floats; // eight is what a dither pattern has
+const hn::CappedTag<float, 8> floats;
 const hn::RebindToSigned<decltype(floats)> ints;
 using Floats = hn::VFromD<decltype(floats)>;
 
 HWY_INLINE int lanes() { return int(hn::Lanes(floats)); }
 
 HWY_INLINE Floats ditherAt(const float* dither, int index) {
-    return dither ? hn::LoadU(floats, dither + (index & 7)) : hn::Zero(floats);
+    return dither ? hn::LoadU(floats, dither + index % CodeOutput::ditherLength) : hn::Zero(floats);
 }
 
 HWY_INLINE Floats limited(Floats v, Floats low, Floats high) { return hn::Min(hn::Max(v, low), high); }
@@ -177,19 +177,17 @@ void convert(const ColorCurves& curves, int count, float* r, float* g, float* b)
     }
 }
 
-void writeBGRA(const float* r, const float* g, const float* b, const float* a, int count, const float* dither,
-               std::byte* out) {
+void writeBGRA(const float* r, const float* g, const float* b, const float* a, int count, std::byte* out) {
     const hn::Rebind<std::uint8_t, decltype(ints)> bytes;
     const auto unit = hn::Set(floats, 255.0f);
     HWY_ALIGN std::uint8_t last[8 * 4];
     for (int i = 0; i < count; i += lanes()) {
-        const auto code = [&](const float* channel, const float* pattern) {
-            const auto exact = hn::MulAdd(unitLimited(hn::LoadU(floats, channel + i)), unit, ditherAt(pattern, i));
-            return hn::DemoteTo(bytes, hn::NearestInt(limited(exact, hn::Zero(floats), unit)));
+        const auto code = [&](const float* channel) {
+            return hn::DemoteTo(bytes, hn::NearestInt(hn::Mul(unitLimited(hn::LoadU(floats, channel + i)), unit)));
         };
         const bool isWhole = count - i >= lanes();
         auto* to = isWhole ? reinterpret_cast<std::uint8_t*>(out) + std::size_t(i) * 4 : last;
-        hn::StoreInterleaved4(code(b, dither), code(g, dither), code(r, dither), code(a, nullptr), bytes, to);
+        hn::StoreInterleaved4(code(b), code(g), code(r), code(a), bytes, to);
         if (!isWhole)
             std::memcpy(out + std::size_t(i) * 4, last, std::size_t(count - i) * 4);
     }
@@ -256,9 +254,8 @@ void convert(const ColorCurves& curves, int count, float* r, float* g, float* b)
     HWY_DYNAMIC_DISPATCH(convert)(curves, count, r, g, b);
 }
 
-void writeBGRA(const float* r, const float* g, const float* b, const float* a, int count, const float* dither,
-               std::byte* out) {
-    HWY_DYNAMIC_DISPATCH(writeBGRA)(r, g, b, a, count, dither, out);
+void writeBGRA(const float* r, const float* g, const float* b, const float* a, int count, std::byte* out) {
+    HWY_DYNAMIC_DISPATCH(writeBGRA)(r, g, b, a, count, out);
 }
 
 void writeRGBAHalf(const float* r, const float* g, const float* b, const float* a, int count, std::byte* out) {

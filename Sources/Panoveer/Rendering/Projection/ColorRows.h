@@ -18,7 +18,8 @@ struct CodeOutput {
     int bytesPerSample = 1; // 2: ten bits in the high bits of a word
     float lowest = 0;
     float highest = 255;
-    const float* dither = nullptr; // eight offsets that repeat along the row, or null
+    static constexpr int ditherLength = 16;
+    const float* dither = nullptr; // offsets that repeat along the row, or null
 };
 
 // Arithmetic on rows of numbers, with the best instructions that the processor has. Rows have room for `paddedCount`
@@ -45,8 +46,7 @@ void limitToUnit(float* values, int count);
 void convert(const ColorCurves& curves, int count, float* r, float* g, float* b);
 
 // 8-bit B, G, R, A, and half-float R, G, B, A; limited to 0…1.
-void writeBGRA(const float* r, const float* g, const float* b, const float* a, int count, const float* dither,
-               std::byte* out);
+void writeBGRA(const float* r, const float* g, const float* b, const float* a, int count, std::byte* out);
 void writeRGBAHalf(const float* r, const float* g, const float* b, const float* a, int count, std::byte* out);
 
 } // namespace ColorRows

@@ -212,6 +212,13 @@ double bt2390ToneMapped(double nits, double sourcePeak, double targetPeak) {
     return pqEOTF(e2 * sourceMaximum);
 }
 
+double ditherOffset(int column, int row) {
+    int rank = 0;
+    for (int bit = 0; bit < 3; ++bit)
+        rank = rank << 2 | ((column ^ row) >> bit & 1) << 1 | (row >> bit & 1);
+    return (rank + 0.5) / 64 - 0.5;
+}
+
 VideoYCbCrMatrix outputMatrix(VRColorOutputMode mode) {
     return mode == VRColorOutputMode::sdr ? VideoYCbCrMatrix::bt709 : VideoYCbCrMatrix::bt2020;
 }

@@ -99,6 +99,15 @@ RGB luminanceWeights(VideoColorPrimaries primaries);
 // `targetPeak`.
 double bt2390ToneMapped(double nits, double sourcePeak, double targetPeak);
 
+// What is added to a code before it is rounded, -0.5…0.5, where a picture goes to fewer bits: flat areas keep their
+// mean and gradients do not show steps. The ordered pattern of Bayer (1973) over 8 by 8 samples; it does not change
+// from picture to picture, so that encoders see no noise. Cr takes the offset of the next column.
+double ditherOffset(int column, int row);
+// Whether an output of 8-bit Y'CbCr is dithered for a source with samples of this many bytes.
+constexpr bool dithers(int sourceBytesPerSample, int outputBytesPerSample) {
+    return sourceBytesPerSample == 2 && outputBytesPerSample == 1;
+}
+
 VideoYCbCrMatrix outputMatrix(VRColorOutputMode mode);
 VideoColorPrimaries outputPrimaries(VRColorOutputMode mode);
 VideoTransferFunction outputTransferFunction(VRColorOutputMode mode);
