@@ -3,6 +3,7 @@
 #include "Panoveer/Model/Records/ClipDefaults.h"
 #include "Panoveer/Model/Records/ExportDeliveryPreset.h"
 #include "Panoveer/Model/Records/RecordEnums.h"
+#include "Panoveer/Rendering/Projection/MirrorDomeWarpMesh.h"
 #include "PanoveerTool/Exit.h"
 
 #include <CLI/CLI.hpp>
@@ -83,6 +84,7 @@ void ConversionOptions::declare(CLI::App& command) {
         ->group(output);
     command.add_option("--color", color, "sdr, hdr (PQ) or hlg")->group(output);
     command.add_option("--vr-metadata", vrMetadata, "automatic or off")->group(output);
+    command.add_option("--warp-mesh", warpMesh, "Mesh file of a mirror dome; else the standard one")->group(output);
 
     const auto* source = "Source and framing";
     command.add_option("--source-format", sourceFormat, "Projection of the source")->group(source);
@@ -140,6 +142,12 @@ ExportSettings ConversionOptions::settings() const {
         result.colorMode = parseColor(*color);
     if (vrMetadata)
         result.vrMetadataMode = parseMetadataMode(*vrMetadata);
+    if (warpMesh) {
+        if (result.outputFormat != ProjectionFormat::mirrorDome)
+            throw UsageError("--warp-mesh: only --format mirrorDome is drawn through a mesh");
+        result.mirrorDomeWarpMeshURL = URL::fromFilePath(*warpMesh);
+        MirrorDomeWarpMesh::load(*result.mirrorDomeWarpMeshURL); // what is wrong with it shows before anything starts
+    }
     return result;
 }
 

@@ -25,6 +25,7 @@ struct ConversionOptions {
     std::optional<double> framesPerSecond;
     std::optional<std::string> color;
     std::optional<std::string> vrMetadata;
+    std::optional<std::string> warpMesh;
 
     std::optional<std::string> sourceFormat;
     std::optional<std::string> sourceStereo;
@@ -43,7 +44,8 @@ struct ConversionOptions {
     // Declares the options of both groups on a command.
     void declare(CLI::App& command);
 
-    // The settings that the options describe, starting from the default export settings. Throws UsageError.
+    // The settings that the options describe, starting from the default export settings. Throws UsageError, and
+    // MirrorDomeWarpMeshError for a warp mesh that cannot be used.
     ExportSettings settings() const;
 
     // A clip of the asset, framed as asked for. Throws UsageError for a value that is out of range.

@@ -11,6 +11,7 @@
 #include <array>
 #include <csignal>
 #include <cstdlib>
+#include <fstream>
 #include <regex>
 #include <sstream>
 #include <tuple>
@@ -32,6 +33,8 @@ protected:
 
 TEST_F(CommandLine, TellsWrongUsageFromFailure) {
     const auto source = movie({.frameCount = 5});
+    const auto mesh = path("mesh.data");
+    std::ofstream(mesh) << "2\n2 1\n1.6 0 0 0 1\n1.6 0 0\n";
     struct Row {
         std::vector<std::string> arguments;
         int exitCode;
@@ -48,6 +51,13 @@ TEST_F(CommandLine, TellsWrongUsageFromFailure) {
              Row{{"convert", source, "-o", path("a.mp4"), "--pitch", "91"}, 2, "-90"},
              Row{{"convert", source, "-o", path("a.mp4"), "--in", "3"}, 2, "--in"},
              Row{{"convert", source, "-o", path("a.mp4"), "--source-format", "mirrorDome"}, 2, "output only"},
+             Row{{"convert", source, "-o", path("a.mp4"), "--warp-mesh", mesh}, 2, "mirrorDome"},
+             Row{{"convert", source, "-o", path("a.mp4"), "--format", "mirrorDome", "--warp-mesh", mesh},
+                 1,
+                 "panoveer: Line 4: malformed Mirror Dome node: 1.6 0 0\n"},
+             Row{{"frame", source, "--at", "0", "-o", path("a.png"), "--format", "mirrorDome", "--warp-mesh", "/gone"},
+                 1,
+                 "panoveer: Cannot read Mirror Dome warp mesh: /gone\n"},
              Row{{"convert", path("gone.mp4"), "-o", path("a.mp4")}, 1, "gone.mp4"},
              Row{{"convert", source, "-o", path("a.mp4"), "--out", "nan"}, 2, "--out"},
              Row{{"frame", source, "--at", "9", "-o", path("a.png")}, 2, "--at"},
@@ -58,7 +68,22 @@ TEST_F(CommandLine, TellsWrongUsageFromFailure) {
         EXPECT_EQ(result.exitCode, row.exitCode) << result.standardError;
         EXPECT_NE(result.standardError.find(row.says), std::string::npos) << result.standardError;
     }
-    EXPECT_EQ(namesIn(folder.path()), (Names{"movie.mov"}));
+    EXPECT_EQ(namesIn(folder.path()), (Names{"movie.mov", "mesh.data"}));
+}
+
+TEST_F(CommandLine, WarpsForAMirrorDomeByTheStandardMeshOrByOnesOwn) {
+    const auto source = movie({.frameCount = 5});
+    const auto mesh = path("mesh.data");
+    std::ofstream(mesh) << "2\n2 2\n1.6 1 0.4 0.6 1\n-1.6 1 0.6 0.6 1\n1.6 -1 0.4 0.4 1\n-1.6 -1 0.6 0.4 1\n";
+    std::vector<std::string> arguments = {"convert", source,     "-o",         path("a.mp4"), "--codec",
+                                          "h264",    "--format", "mirrorDome", "--size",      "320x200"};
+    ASSERT_EQ(panoveer(arguments).exitCode, 0);
+    arguments[3] = path("b.mp4");
+    arguments.insert(arguments.end(), {"--warp-mesh", mesh});
+    ASSERT_EQ(panoveer(arguments).exitCode, 0);
+    for (const char* name : {"a.mp4", "b.mp4"})
+        EXPECT_EQ(videoStream(path(name))["height"], 200) << name;
+    EXPECT_NE(readFile(path("a.mp4")), readFile(path("b.mp4")));
 }
 
 // A file system knows bytes, not text.

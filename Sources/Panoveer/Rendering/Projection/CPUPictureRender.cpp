@@ -93,8 +93,9 @@ CPUPictureRender::CPUPictureRender(Request request)
     });
     if (hasStraightAlpha())
         premultiplied_.resize(std::size_t(request_.source->width()) * std::size_t(request_.source->height()) * 8);
-    atPixels_ = reading(request_.plan->atPixels);
-    atChroma_ = reading(request_.plan->atChroma);
+    atPixels_ = reading(request_.plan->atPixels, 0);
+    if (request_.output->layout().isYCbCr())
+        atChroma_ = reading(request_.plan->atChroma, 1);
 }
 
 bool CPUPictureRender::hasStraightAlpha() const {
@@ -114,8 +115,9 @@ CPUPictureRender::Plane CPUPictureRender::plane(const SampleMap& map, const Samp
     return {&map, samples, TileSamples(map, samples), background};
 }
 
-CPUPictureRender::Reading CPUPictureRender::reading(const ProjectionPlan::Reading& maps) const {
-    Reading result;
+CPUPictureRender::Reading CPUPictureRender::reading(const ProjectionPlan::Reading& maps, int outputPlane) const {
+    Reading result{.intensity = maps.intensity.empty() ? nullptr : maps.intensity.data(),
+                   .width = request_.output->plane(outputPlane).width};
     if (maps.primary) {
         const auto samples = viewOf(0);
         const float opaque = samples.bytesPerSample == 1 ? 255 : 65535;
@@ -198,11 +200,21 @@ CodeOutput CPUPictureRender::codeOutput(int plane, const Piece& piece) const {
             dithers ? ditherRow(plane + 1, piece.row) : nullptr};
 }
 
-void CPUPictureRender::writeKept(const Plane& plane, int outputPlane, const Piece& piece, float sourceOffset,
+const float* CPUPictureRender::intensityOf(const Reading& reading, const Piece& piece) {
+    return reading.intensity ? reading.intensity + std::size_t(piece.row) * std::size_t(reading.width) + piece.column
+                             : nullptr;
+}
+
+void CPUPictureRender::writeKept(const Reading& reading, int outputPlane, const Piece& piece, float sourceOffset,
                                  float sourceScale, float outputOffset, float outputScale) const {
-    const int count = piece.count * plane.samples.channels;
+    const auto& plane = outputPlane == 0 ? *reading.primary : *reading.chroma;
+    const int channels = plane.samples.channels;
+    const int count = piece.count * channels;
     auto& samples = sized(Colors::ofThisThread().samples, count);
     read(plane, piece, samples.data());
+    if (const auto* intensity = intensityOf(reading, piece))
+        for (int i = 0; i < count; ++i)
+            samples[std::size_t(i)] = sourceOffset + (samples[std::size_t(i)] - sourceOffset) * intensity[i / channels];
     const float scale = outputScale / sourceScale;
     ColorRows::writeCodes(samples.data(), count, scale, outputOffset - sourceOffset * scale,
                           codeOutput(outputPlane, piece), outputAt(outputPlane, piece));
@@ -256,6 +268,10 @@ void CPUPictureRender::readColors(const Reading& reading, const Piece& piece, Co
     }
     if (request_.curves)
         ColorRows::convert(*request_.curves, count, r, g, b);
+    if (const auto* intensity = intensityOf(reading, piece))
+        for (auto* channel : {r, g, b})
+            for (int i = 0; i < count; ++i)
+                channel[i] *= intensity[i];
 }
 
 namespace {
@@ -269,7 +285,7 @@ void multiply(std::vector<float>& values, const std::vector<float>& factors) {
 
 void CPUPictureRender::writePixels(const Piece& piece) const {
     if (request_.plan->key.keepsYCbCr) {
-        writeKept(*atPixels_.primary, 0, piece, float(sourceRange_.lumaOffset), float(sourceRange_.lumaScale),
+        writeKept(atPixels_, 0, piece, float(sourceRange_.lumaOffset), float(sourceRange_.lumaScale),
                   float(outputRange_.lumaOffset), float(outputRange_.lumaScale));
         return;
     }
@@ -296,7 +312,7 @@ void CPUPictureRender::writePixels(const Piece& piece) const {
 
 void CPUPictureRender::writeChroma(const Piece& piece) const {
     if (request_.plan->key.keepsYCbCr) {
-        writeKept(*atChroma_.chroma, 1, piece, float(sourceRange_.chromaOffset), float(sourceRange_.chromaScale),
+        writeKept(atChroma_, 1, piece, float(sourceRange_.chromaOffset), float(sourceRange_.chromaScale),
                   float(outputRange_.chromaOffset), float(outputRange_.chromaScale));
         return;
     }

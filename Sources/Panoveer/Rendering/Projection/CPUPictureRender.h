@@ -44,6 +44,8 @@ private:
     struct Reading {
         std::optional<Plane> primary;
         std::optional<Plane> chroma;
+        const float* intensity = nullptr; // of the output plane's samples; null where nothing is dimmed
+        int width = 0;                    // of the output plane, in samples
     };
     // A row of a block of an output plane.
     struct Piece {
@@ -56,7 +58,7 @@ private:
     // The colours of a piece, R'G'B' and alpha.
     struct Colors;
 
-    Reading reading(const ProjectionPlan::Reading& maps) const;
+    Reading reading(const ProjectionPlan::Reading& maps, int outputPlane) const;
     Plane plane(const SampleMap& map, const SampleView& samples, std::array<float, 4> background) const;
     SampleView viewOf(int plane) const;
     bool hasStraightAlpha() const;
@@ -69,7 +71,8 @@ private:
     static void read(const Plane& plane, const Piece& piece, float* values);
     void readColors(const Reading& reading, const Piece& piece, Colors& colors) const;
     void readAlpha(const SampleMap& map, const Piece& piece, Colors& colors) const;
-    void writeKept(const Plane& plane, int outputPlane, const Piece& piece, float sourceOffset, float sourceScale,
+    static const float* intensityOf(const Reading& reading, const Piece& piece);
+    void writeKept(const Reading& reading, int outputPlane, const Piece& piece, float sourceOffset, float sourceScale,
                    float outputOffset, float outputScale) const;
     CodeOutput codeOutput(int plane, const Piece& piece) const;
     std::byte* outputAt(int plane, const Piece& piece) const;

@@ -3,7 +3,6 @@
 #include "Panoveer/Rendering/Projection/CPUPictureRender.h"
 #include "Panoveer/Rendering/Projection/ColorCurves.h"
 #include "Panoveer/Rendering/Projection/VRMetalProjectionError.h"
-#include "Platform/Core/Localization.h"
 
 #include <unistd.h>
 
@@ -111,8 +110,6 @@ std::unique_ptr<PendingRender>
 CPUProjectionRenderer::render(PixelBufferPtr source, const SourcePictureDescription& description,
                               const VRTransform& transform, PixelBufferPtr output, VRColorOutputMode colorOutputMode,
                               VRResamplingQuality resampling, bool transparentUnmappedAreas) {
-    if (transform.outputFormat == ProjectionFormat::mirrorDome)
-        throw Error(localized("error.metal.mirror_dome_unavailable"));
     if (source->format() == pixelFormat::rgbaHalf)
         throw VRMetalProjectionError(VRMetalProjectionError::Case::textureCreationFailed,
                                      VRMetalProjectionError::invalidPixelFormatStatus);

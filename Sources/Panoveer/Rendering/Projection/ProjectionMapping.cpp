@@ -25,6 +25,12 @@ std::array<Direction, 3> rotatedAxes(const VRTransform& transform) {
     return {rotated({1, 0, 0}), rotated({0, 1, 0}), rotated({0, 0, 1})};
 }
 
+// A mirror dome is for one projector.
+StereoVideoLayout outputLayout(const VRTransform& transform) {
+    return transform.outputFormat == ProjectionFormat::mirrorDome ? StereoVideoLayout::mono
+                                                                  : transform.outputStereoLayout;
+}
+
 double aspectOf(const OutputResolution& eye) {
     return double(eye.width) / double(std::max<std::int64_t>(eye.height, 1));
 }
@@ -38,11 +44,14 @@ ProjectionMapping::ProjectionMapping(const VRTransform& transform, PictureSize o
       axes_(rotatedAxes(transform)),
       cellWidth_(transform.outputStereoLayout == StereoVideoLayout::sideBySide ? output.width * 0.5 : output.width),
       cellHeight_(transform.outputStereoLayout == StereoVideoLayout::overUnder ? output.height * 0.5 : output.height),
-      eyeResolution_(OutputResolution{output.width, output.height}.eyeResolution(transform.outputStereoLayout)),
+      eyeResolution_(OutputResolution{output.width, output.height}.eyeResolution(outputLayout(transform))),
       aspect_(aspectOf(eyeResolution_)),
-      lattice_(transform, uprightSource, aspect_) {}
+      lattice_(transform, uprightSource, aspect_),
+      raster_(MirrorDomeRaster::make(transform, output)) {}
 
 ProjectionMapping::Cell ProjectionMapping::cell(double x, double y) const {
+    if (raster_)
+        return {.eye = transform_.monoStereoEye, .triangle = raster_->triangleAt(x, y)};
     switch (transform_.outputStereoLayout) {
     case StereoVideoLayout::sideBySide:
         return x < cellWidth_ ? Cell{StereoEye::left, 0, 0} : Cell{StereoEye::right, cellWidth_, 0};
@@ -73,13 +82,32 @@ std::optional<Direction> ProjectionMapping::outputDirection(ImagePoint point) co
                              : directionForDomemasterUV(point, transform_.fovDegrees);
     case ProjectionFormat::cubemap: return directionForCubemapUV(point, cubeFaceFOVDegrees);
     case ProjectionFormat::eac: return directionForEquiAngularCubemapUV(point, eyeResolution_, cubeFaceFOVDegrees);
-    case ProjectionFormat::mirrorDome: break;
+    case ProjectionFormat::mirrorDome: return mirrorDomeDirection(point);
     }
     return std::nullopt;
 }
 
+// A flat source hangs in the dome; any other looks forward, and forward is laid into the zenith.
+std::optional<Direction> ProjectionMapping::mirrorDomeDirection(ImagePoint point) const {
+    if (isFlatSource_)
+        return directionForDomeDomemasterUV(point, transform_.domemasterThetaDegrees);
+    const auto onDome = directionForDomeDomemasterUV(point, transform_.fovDegrees);
+    return onDome ? std::optional(domeDirectionForForwardDirection(*onDome)) : std::nullopt;
+}
+
+double ProjectionMapping::intensity(double x, double y) const {
+    if (!raster_)
+        return 1;
+    const auto* triangle = raster_->triangleAt(x, y);
+    return triangle ? triangle->intensity.at(x, y) : 1;
+}
+
 std::optional<Direction> ProjectionMapping::directionInCell(const Cell& cell, double x, double y) const {
-    const auto direction = outputDirection({(x - cell.left) / cellWidth_, (y - cell.top) / cellHeight_});
+    if (raster_ && !cell.triangle)
+        return std::nullopt;
+    const auto direction =
+        outputDirection(cell.triangle ? cell.triangle->fisheye(x, y)
+                                      : ImagePoint{(x - cell.left) / cellWidth_, (y - cell.top) / cellHeight_});
     // A flat source's screen carries the rotation itself.
     if (!direction || isFlatSource_)
         return direction;

@@ -1,8 +1,10 @@
 #pragma once
 
+#include "Panoveer/Rendering/Projection/MirrorDomeRaster.h"
 #include "Panoveer/Rendering/Projection/SourceLattice.h"
 
 #include <array>
+#include <memory>
 #include <optional>
 #include <vector>
 
@@ -15,10 +17,12 @@ struct Footprint {
 };
 
 // One transform prepared for pictures of given sizes: from output pixels to directions and to places of the source.
-// A value; safe from any thread. Every format but mirrorDome can be the output; that one is drawn through a mesh.
+// A value; safe from any thread.
 class ProjectionMapping {
 public:
-    // Sizes of the whole pictures, all eyes included; the source's after its orientation is settled.
+    // Sizes of the whole pictures, all eyes included; the source's after its orientation is settled. A mirror dome's
+    // picture is drawn through the mesh that the transform asks for; what is wrong with it throws
+    // MirrorDomeWarpMeshError, or VRMetalProjectionError.libraryUnavailable when the standard mesh is not there.
     ProjectionMapping(const VRTransform& transform, PictureSize output, PictureSize uprightSource);
 
     struct Place {
@@ -42,6 +46,10 @@ public:
     // place.
     std::vector<Place> places(double x, double y, Footprint pixelSize = {}, Footprint sampleSize = {}) const;
 
+    // What the colour at an output position is multiplied with: 1, unless a mesh dims it.
+    double intensity(double x, double y) const;
+    bool hasMesh() const { return raster_ != nullptr; }
+
     // The direction in the source's scene that an output position shows, whether or not the source covers it. For a
     // flat source, the scene that its screen hangs in. No value outside the circle of a dome.
     std::optional<Direction> sourceDirection(double x, double y) const;
@@ -58,10 +66,13 @@ private:
         StereoEye eye = StereoEye::left;
         double left = 0;
         double top = 0;
+        // Of a mirror dome's picture: the triangle of the pixel that the position lies in.
+        const MirrorDomeRaster::Triangle* triangle = nullptr;
     };
     Cell cell(double x, double y) const;
     std::optional<Direction> directionInCell(const Cell& cell, double x, double y) const;
     std::optional<Direction> outputDirection(ImagePoint point) const;
+    std::optional<Direction> mirrorDomeDirection(ImagePoint point) const;
     // Source pixels along x and y for a small step on the output.
     Footprint step(const Cell& cell, const SourcePlace& place, double x, double y, double stepX, double stepY) const;
 
@@ -73,6 +84,7 @@ private:
     OutputResolution eyeResolution_;
     double aspect_;
     SourceLattice lattice_;
+    std::shared_ptr<const MirrorDomeRaster> raster_; // of a mirror dome's picture
 };
 
 } // namespace panoveer

@@ -6,6 +6,7 @@
 #include "Platform/Media/PixelBuffer.h"
 
 #include <optional>
+#include <vector>
 
 namespace panoveer {
 
@@ -39,12 +40,14 @@ struct ProjectionPlan {
     struct Reading {
         std::optional<SampleMap> primary; // of luma or BGRA
         std::optional<SampleMap> chroma;
+        // What each sample is multiplied with, row by row, for a mirror dome; else empty.
+        std::vector<float> intensity;
     };
 
     // The output is made in blocks of this many pixels along each side, and of the chroma samples within them.
     static constexpr int blockSize = 64;
 
-    // Takes some nanoseconds for each output sample, on all processors.
+    // Takes some nanoseconds for each output sample, on all processors. Throws as ProjectionMapping and SampleMap do.
     explicit ProjectionPlan(const ProjectionPlanKey& key);
 
     ProjectionPlanKey key;

@@ -143,6 +143,51 @@ INSTANTIATE_TEST_SUITE_P(All, SeamParity,
                                          ProjectionFormat::eac),
                          [](const auto& test) { return nameOf(test.param); });
 
+// --- Mirror domes ----------------------------------------------------------------------------------------------------
+
+VRTransform mirrorDome(ProjectionFormat source) {
+    auto transform = transformBetween(source, ProjectionFormat::mirrorDome);
+    transform.outputResolution = {160, 90};
+    transform.yawDegrees = 20;
+    transform.pitchDegrees = source == ProjectionFormat::standard ? 30 : -35;
+    transform.rollDegrees = 10;
+    return transform;
+}
+
+class MirrorDomeParity : public ProjectionParity, public testing::WithParamInterface<ProjectionFormat> {};
+
+// Through the standard mesh. The GPU may round where nodes lie to 1/256 of a pixel, and with them what pixels show.
+TEST_P(MirrorDomeParity, HoldsForAllEyesAtBothQualities) {
+    auto transform = mirrorDome(GetParam());
+    for (const auto layout : stereoLayouts) {
+        SCOPED_TRACE(nameOf(layout));
+        transform.sourceStereoLayout = layout;
+        transform.sourceEyesSwapped = layout == StereoVideoLayout::overUnder;
+        transform.monoStereoEye = layout == StereoVideoLayout::sideBySide ? StereoEye::right : StereoEye::left;
+        const auto picture = chartSource(transform, yCbCr420VideoRange, 96);
+        expectParity(picture, {}, transform, bgra, transform.outputResolution);
+        expectParity(picture, {}, transform, rgbaHalf, transform.outputResolution, VRColorOutputMode::sdr,
+                     VRResamplingQuality::interactive);
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(All, MirrorDomeParity, testing::ValuesIn(kernelFormats),
+                         [](const auto& test) { return nameOf(test.param); });
+
+TEST_F(ProjectionParity, HoldsForAMirrorDomeWithAlpha) {
+    const auto transform = mirrorDome(ProjectionFormat::halfEquirectangular);
+    const auto source = PixelBuffer::make(bgra, 64, 64);
+    for (const auto mode : {AlphaMode::straight, AlphaMode::premultiplied}) {
+        SCOPED_TRACE(int(mode));
+        fill(*source, [&](int x, int y) {
+            const int alpha = 80 + (x + y) % 64 * 2;
+            const int limit = mode == AlphaMode::premultiplied ? alpha : 255;
+            return std::array{x * 4 * limit / 255, y * 4 * limit / 255, 200 * limit / 255, alpha};
+        });
+        expectParity(source, {.alphaMode = mode}, transform, bgra, transform.outputResolution);
+    }
+}
+
 // --- Layouts, orientations, alpha
 // --------------------------------------------------------------------------------------
 
