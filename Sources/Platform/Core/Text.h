@@ -19,6 +19,9 @@ std::string trimmed(std::string_view text, std::string_view characters);
 // The pieces between runs of white space; no empty ones.
 std::vector<std::string> splitAtWhiteSpace(std::string_view text);
 
+// The runs of letters and numbers of any script, with the marks upon them; what lies between them is dropped.
+std::vector<std::string> alphanumericRuns(std::string_view text);
+
 // Without the run of numeric characters (general categories Nd, Nl, No) at its end.
 std::string withoutTrailingNumbers(std::string_view text);
 
