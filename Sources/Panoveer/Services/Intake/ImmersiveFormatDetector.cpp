@@ -75,6 +75,7 @@ public:
     void takeStatement(const StatedImmersiveFormat& stated) {
         projection_ = stated.projection;
         layout_ = stated.stereoLayout;
+        eyesSwapped_ = stated.eyesSwapped;
     }
 
     void takeContainer(const ContainerImmersiveMetadata& container) {
@@ -84,7 +85,7 @@ public:
         if (layout_)
             return;
         layout_ = container.stereoLayout;
-        if (layout_ && layout_ != Layout::mono)
+        if (layout_ && layout_ != Layout::mono && !eyesSwapped_)
             eyesSwapped_ = container.eyesSwapped;
     }
 

@@ -14,6 +14,7 @@ namespace panoveer {
 struct StatedImmersiveFormat {
     std::optional<ProjectionFormat> projection = {};
     std::optional<StereoVideoLayout> stereoLayout = {};
+    std::optional<bool> eyesSwapped = {}; // for a source of two eyes
 
     friend bool operator==(const StatedImmersiveFormat&, const StatedImmersiveFormat&) = default;
 };
