@@ -1,6 +1,7 @@
 // Measures this program beside its peers, in one run on the same machine, and prints ratios.
 
 #include "Benchmarks/BenchmarkReport.h"
+#include "Benchmarks/DetectionBenchmark.h"
 
 #include <cstring>
 #include <exception>
@@ -20,11 +21,15 @@ int main(int argc, char** argv) {
         else
             name = argv[i];
     }
-    if (name != "all" && name != "reproject" && name != "export") {
-        std::cerr << "usage: panoveer-bench [reproject|export] [--runs N] [--json]\n";
+    if (name != "all" && name != "reproject" && name != "export" && name != "detect") {
+        std::cerr << "usage: panoveer-bench [reproject|export|detect] [--runs N] [--json]\n";
         return 2;
     }
     try {
+        if (name == "detect") {
+            detectionBenchmark(json);
+            return 0;
+        }
         std::vector<Comparison> comparisons;
         if (name != "export")
             comparisons = reprojectBenchmark(runs);
