@@ -3,6 +3,7 @@
 #include "Panoveer/Model/Records/ExportSettings.h"
 #include "Panoveer/Model/Records/VRClipSegment.h"
 #include "Panoveer/Model/Records/VideoAsset.h"
+#include "Panoveer/Services/Intake/ImmersiveFormatDetector.h"
 
 #include <optional>
 #include <string>
@@ -28,7 +29,7 @@ struct ConversionOptions {
 
     std::optional<std::string> sourceFormat;
     std::optional<std::string> sourceStereo;
-    bool swapEyes = false;
+    std::optional<bool> swapEyes;
     std::optional<double> fovDegrees;
     std::optional<double> yawDegrees;
     std::optional<double> pitchDegrees;
@@ -45,7 +46,11 @@ struct ConversionOptions {
     // The settings that the options describe, starting from the default export settings. Throws UsageError.
     ExportSettings settings() const;
 
-    // A clip of the asset, framed as asked for. Throws UsageError for a value that is out of range.
+    // What the options say of the source. Throws UsageError.
+    StatedImmersiveFormat statedFormat() const;
+
+    // A clip of the asset, whose format was detected, framed as asked for. Throws UsageError for a value that is out of
+    // range.
     VRClipSegment clip(const VideoAsset& asset, const ExportSettings& settings) const;
 };
 

@@ -1,7 +1,9 @@
 #include "Panoveer/Model/Records/RecordEnums.h"
+#include "Panoveer/Model/Records/RecordJSON.h"
 #include "Panoveer/Services/Intake/FFmpegRuntime.h"
 #include "Panoveer/Services/Intake/VideoMetadataReader.h"
 #include "PanoveerTool/Commands.h"
+#include "PanoveerTool/DetectionText.h"
 #include "Platform/Core/Error.h"
 
 #include <CLI/CLI.hpp>
@@ -43,9 +45,14 @@ JSON audioJSON(const FFmpegAudioStreamInfo& stream) {
     return result;
 }
 
-JSON probeFile(const std::string& path) {
+struct ProbedFile {
+    JSON facts;
+    ImmersiveFormatDetection detection;
+};
+
+ProbedFile probeFile(const std::string& path) {
     const auto url = URL::fromFilePath(path);
-    const auto asset = VideoMetadataReader::readStreams(url);
+    const auto asset = VideoMetadataReader::withFormatDetection(VideoMetadataReader::readStreams(url));
     const auto& color = asset.colorMetadata;
     JSON result = {{"file", url.path().string()},
                    {"durationSeconds", asset.duration},
@@ -61,7 +68,8 @@ JSON probeFile(const std::string& path) {
                      {"matrix", rawValue(color.yCbCrMatrix)},
                      {"masteringDisplay", color.masteringDisplayColorVolume.has_value()},
                      {"contentLightLevel", color.contentLightLevelInfo.has_value()}}},
-                   {"format", rawValue(asset.detectedFormat)}};
+                   {"format", rawValue(asset.detectedFormat)},
+                   {"detection", JSON::parse(encodeJSON(*asset.formatDetection))}};
     try {
         const auto probe = FFmpegRuntime::probe(url);
         result["codec"] = probe.codecName;
@@ -75,10 +83,11 @@ JSON probeFile(const std::string& path) {
     } catch (const Error&) {
         // A file that only the native road reads is told by that road alone.
     }
-    return result;
+    return {result, *asset.formatDetection};
 }
 
-void printText(const JSON& file) {
+void printText(const ProbedFile& probed) {
+    const auto& file = probed.facts;
     std::cout << file["file"].get<std::string>() << '\n';
     std::cout << std::format("  picture    {:g}x{:g}, {:.3f} fps, {:.3f} s, {} {}\n", file["width"].get<double>(),
                              file["height"].get<double>(), file["framesPerSecond"].get<double>(),
@@ -89,7 +98,7 @@ void printText(const JSON& file) {
                              file["color"]["transfer"].get<std::string>(), file["color"]["matrix"].get<std::string>());
     std::cout << std::format("  read with  {}, orientation {}{}\n", file["decoder"].get<std::string>(),
                              file["orientation"].get<std::string>(), file["alpha"].get<bool>() ? ", with alpha" : "");
-    std::cout << std::format("  format     {} (from its shape)\n", file["format"].get<std::string>());
+    std::cout << std::format("  format     {}\n", describe(probed.detection));
     if (file.contains("container"))
         std::cout << "  container  " << file["container"].dump() << '\n';
     for (const auto& stream : file.value("audio", JSON::array()))
@@ -103,9 +112,10 @@ void probe(const std::vector<std::string>& paths, bool json) {
     std::optional<std::string> failure;
     for (const auto& path : paths) {
         try {
-            files.push_back(probeFile(path));
+            const auto probed = probeFile(path);
+            files.push_back(probed.facts);
             if (!json)
-                printText(files.back());
+                printText(probed);
         } catch (const Error& error) {
             failure = path + ": " + error.what();
             if (paths.size() > 1)

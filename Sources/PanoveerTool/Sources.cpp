@@ -9,7 +9,8 @@
 
 namespace panoveer::tool {
 
-std::vector<VideoAsset> readSources(const std::vector<std::string>& paths) {
+std::vector<VideoAsset> readSources(const std::vector<std::string>& paths, const StatedImmersiveFormat& stated,
+                                    const std::stop_token& stop) {
     std::vector<URL> urls;
     for (const auto& path : paths)
         urls.push_back(URL::fromFilePath(path));
@@ -23,16 +24,18 @@ std::vector<VideoAsset> readSources(const std::vector<std::string>& paths) {
     std::string lastFailure;
     for (const auto& url : scan.videoURLs) {
         try {
-            auto asset = VideoMetadataReader::readStreams(url);
+            auto asset = VideoMetadataReader::readStreams(url, stop);
             if (asset.playbackStatus == VideoPlaybackStatus::conversionRequired)
                 throw Error("Canon raw movies must be converted to another format first.");
-            assets.push_back(std::move(asset));
+            assets.push_back(VideoMetadataReader::withFormatDetection(std::move(asset), stop, stated));
         } catch (const Error& error) {
             lastFailure = url.path().string() + ": " + error.what();
             if (scan.videoURLs.size() > 1)
                 std::cerr << "panoveer: left out " << lastFailure << '\n';
         }
     }
+    if (stop.stop_requested())
+        throw Cancelled();
     if (assets.empty())
         throw Error(lastFailure.empty() ? "No movie was given that can be read." : lastFailure);
     return assets;

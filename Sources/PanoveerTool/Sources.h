@@ -1,15 +1,18 @@
 #pragma once
 
 #include "Panoveer/Model/Records/VideoAsset.h"
+#include "Panoveer/Services/Intake/ImmersiveFormatDetector.h"
 #include "Platform/Core/URL.h"
 
+#include <stop_token>
 #include <string>
 #include <vector>
 
 namespace panoveer::tool {
 
-// Files and folders as typed, sorted out and read. Says on standard error what was left out and why. Throws an Error
-// when nothing is left.
-std::vector<VideoAsset> readSources(const std::vector<std::string>& paths);
+// Files and folders as typed, sorted out, read, and their formats detected as far as they are not stated. Says on
+// standard error what was left out and why. Throws an Error when nothing is left, Cancelled once a stop was requested.
+std::vector<VideoAsset> readSources(const std::vector<std::string>& paths, const StatedImmersiveFormat& stated,
+                                    const std::stop_token& stop);
 
 } // namespace panoveer::tool
