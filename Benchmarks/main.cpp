@@ -3,6 +3,7 @@
 
 #include "Benchmarks/BenchmarkEngines.h"
 #include "Benchmarks/BenchmarkReport.h"
+#include "Benchmarks/DetectionBenchmark.h"
 
 #include <CLI/CLI.hpp>
 
@@ -20,9 +21,9 @@ int main(int argc, char** argv) {
     bool json = false;
     program
         .add_option("NAME", names,
-                    "export: whole conversions; reproject: the time of a frame; picture: its quality. All when none "
-                    "is named")
-        ->check(CLI::IsMember({"export", "picture", "reproject"}));
+                    "export: whole conversions; reproject: the time of a frame; picture: its quality; detect: how well "
+                    "formats are told by pictures. The first three when none is named")
+        ->check(CLI::IsMember({"detect", "export", "picture", "reproject"}));
     program.add_option("--engine", options.engine, "For reproject and picture; else all but the scalar reference")
         ->check(CLI::IsMember(engineChoices()));
     program.add_option("--runs", options.runs, "Measured runs of each side, for export and reproject")
@@ -36,6 +37,12 @@ int main(int argc, char** argv) {
 
     const auto isWanted = [&](const char* name) { return names.empty() || names.contains(name); };
     try {
+        if (names.contains("detect")) {
+            detectionBenchmark(json);
+            names.erase("detect");
+            if (names.empty())
+                return 0;
+        }
         Report report;
         // First what measures the memory of other processes, while this one is small.
         if (isWanted("export"))

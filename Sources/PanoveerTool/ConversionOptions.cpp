@@ -87,10 +87,15 @@ void ConversionOptions::declare(CLI::App& command) {
     command.add_option("--warp-mesh", warpMesh, "Mesh file of a mirror dome; else the standard one")->group(output);
 
     const auto* source = "Source and framing";
-    command.add_option("--source-format", sourceFormat, "Projection of the source")->group(source);
-    command.add_option("--source-stereo", sourceStereo, "Layout of the source: " + rawValues<StereoVideoLayout>())
+    command.add_option("--source-format", sourceFormat, "Projection of the source; else detected")->group(source);
+    command
+        .add_option("--source-stereo", sourceStereo,
+                    "Layout of the source: " + rawValues<StereoVideoLayout>() + "; else detected")
         ->group(source);
-    command.add_flag("--swap-eyes", swapEyes, "The source's left image is the right eye")->group(source);
+    command
+        .add_flag("--swap-eyes,!--no-swap-eyes", swapEyes,
+                  "Whether the source's left or upper image is the right eye; else detected")
+        ->group(source);
     command.add_option("--fov", fovDegrees, "Field of view of the output, degrees")->group(source);
     command.add_option("--yaw", yawDegrees, "Degrees; positive looks to the right")->group(source);
     command.add_option("--pitch", pitchDegrees, "Degrees, -90 to 90; positive looks down")->group(source);
@@ -151,19 +156,21 @@ ExportSettings ConversionOptions::settings() const {
     return result;
 }
 
-VRClipSegment ConversionOptions::clip(const VideoAsset& asset, const ExportSettings& settings) const {
-    auto described = asset;
-    if (sourceFormat) {
-        described.detectedFormat = parse<ProjectionFormat>(*sourceFormat, "--source-format");
-        if (described.detectedFormat == ProjectionFormat::mirrorDome)
-            throw UsageError("--source-format: mirrorDome is an output only");
-        described.formatDetection.reset();
-    }
-    auto result = makeClip(described, settings);
-    auto& transform = result.transform;
+StatedImmersiveFormat ConversionOptions::statedFormat() const {
+    StatedImmersiveFormat stated;
+    if (sourceFormat)
+        stated.projection = parse<ProjectionFormat>(*sourceFormat, "--source-format");
+    if (stated.projection == ProjectionFormat::mirrorDome)
+        throw UsageError("--source-format: mirrorDome is an output only");
     if (sourceStereo)
-        transform.sourceStereoLayout = parse<StereoVideoLayout>(*sourceStereo, "--source-stereo");
-    transform.sourceEyesSwapped = transform.sourceEyesSwapped != swapEyes;
+        stated.stereoLayout = parse<StereoVideoLayout>(*sourceStereo, "--source-stereo");
+    stated.eyesSwapped = swapEyes;
+    return stated;
+}
+
+VRClipSegment ConversionOptions::clip(const VideoAsset& asset, const ExportSettings& settings) const {
+    auto result = makeClip(asset, settings);
+    auto& transform = result.transform;
     const auto range = VRTransform::editableFOVRange(transform.outputFormat, transform.sourceFormat);
     applyInRange(transform.fovDegrees, fovDegrees, range.lower, range.upper, "--fov");
     applyInRange(transform.yawDegrees, yawDegrees, -360, 360, "--yaw");

@@ -3,6 +3,7 @@
 #include "Panoveer/Model/Records/ExportSettings.h"
 #include "Panoveer/Model/Records/VRClipSegment.h"
 #include "Panoveer/Model/Records/VideoAsset.h"
+#include "Panoveer/Services/Intake/ImmersiveFormatDetector.h"
 
 #include <optional>
 #include <string>
@@ -29,7 +30,7 @@ struct ConversionOptions {
 
     std::optional<std::string> sourceFormat;
     std::optional<std::string> sourceStereo;
-    bool swapEyes = false;
+    std::optional<bool> swapEyes;
     std::optional<double> fovDegrees;
     std::optional<double> yawDegrees;
     std::optional<double> pitchDegrees;
@@ -48,7 +49,11 @@ struct ConversionOptions {
     // MirrorDomeWarpMeshError for a warp mesh that cannot be used.
     ExportSettings settings() const;
 
-    // A clip of the asset, framed as asked for. Throws UsageError for a value that is out of range.
+    // What the options say of the source. Throws UsageError.
+    StatedImmersiveFormat statedFormat() const;
+
+    // A clip of the asset, whose format was detected, framed as asked for. Throws UsageError for a value that is out of
+    // range.
     VRClipSegment clip(const VideoAsset& asset, const ExportSettings& settings) const;
 };
 

@@ -3,6 +3,7 @@
 #include "Panoveer/Services/Intake/MediaFileSupport.h"
 #include "PanoveerTool/Commands.h"
 #include "PanoveerTool/ConversionOptions.h"
+#include "PanoveerTool/DetectionText.h"
 #include "PanoveerTool/Exit.h"
 #include "PanoveerTool/JSONText.h"
 #include "PanoveerTool/ProgressDisplay.h"
@@ -105,10 +106,12 @@ void convert(const ConvertArguments& arguments, std::stop_token stop) {
     const auto output = URL::fromFilePath(arguments.output);
     settings.mode = exportMode(arguments);
 
-    const auto assets = readSources(arguments.inputs, stop);
+    const auto stated = arguments.conversion.statedFormat();
+    const auto assets = readSources(arguments.inputs, stated, stop);
     std::vector<VRClipSegment> clips;
     SourceFrameRates frameRates;
     for (const auto& asset : assets) {
+        announce(asset, stated, progressStyle(arguments));
         clips.push_back(arguments.conversion.clip(asset, settings));
         frameRates[asset.url] = asset.frameRate;
     }

@@ -3,6 +3,7 @@
 #include "Panoveer/Services/Export/SegmentFrameSource.h"
 #include "PanoveerTool/Commands.h"
 #include "PanoveerTool/ConversionOptions.h"
+#include "PanoveerTool/DetectionText.h"
 #include "PanoveerTool/Exit.h"
 #include "PanoveerTool/RenderEngine.h"
 #include "PanoveerTool/Sources.h"
@@ -54,7 +55,9 @@ void writeFrame(const FrameArguments& arguments, const std::stop_token& stop) {
         throw Error("There is no folder " + folder.string() + ". Make it, or choose another.");
     auto settings = arguments.conversion.settings();
     settings.colorMode = ExportColorMode::convertToSDR; // a PNG of 8 bits has no room for more
-    const auto asset = readSources({arguments.input}, stop).front();
+    const auto stated = arguments.conversion.statedFormat();
+    const auto asset = readSources({arguments.input}, stated, stop).front();
+    announce(asset, stated, ProgressStyle::none);
     if (!(arguments.atSeconds >= 0 && arguments.atSeconds < asset.duration))
         throw UsageError(std::format("--at: {} is not within the {:.3f} s of {}", arguments.atSeconds, asset.duration,
                                      asset.url.lastPathComponent()));

@@ -1,7 +1,9 @@
 #include "Panoveer/Model/Records/RecordEnums.h"
+#include "Panoveer/Model/Records/RecordJSON.h"
 #include "Panoveer/Services/Intake/FFmpegRuntime.h"
 #include "Panoveer/Services/Intake/VideoMetadataReader.h"
 #include "PanoveerTool/Commands.h"
+#include "PanoveerTool/DetectionText.h"
 #include "PanoveerTool/JSONText.h"
 #include "PanoveerTool/Sources.h"
 #include "Platform/Core/Error.h"
@@ -45,8 +47,13 @@ JSON audioJSON(const FFmpegAudioStreamInfo& stream) {
     return result;
 }
 
-JSON probeFile(const URL& url, const std::stop_token& stop) {
-    const auto asset = VideoMetadataReader::readStreams(url, stop);
+struct ProbedFile {
+    JSON facts;
+    ImmersiveFormatDetection detection;
+};
+
+ProbedFile probeFile(const URL& url, const std::stop_token& stop) {
+    const auto asset = VideoMetadataReader::withFormatDetection(VideoMetadataReader::readStreams(url, stop), stop);
     const auto& color = asset.colorMetadata;
     JSON result = {{"file", url.path().string()},
                    {"durationSeconds", asset.duration},
@@ -62,7 +69,8 @@ JSON probeFile(const URL& url, const std::stop_token& stop) {
                      {"matrix", rawValue(color.yCbCrMatrix)},
                      {"masteringDisplay", color.masteringDisplayColorVolume.has_value()},
                      {"contentLightLevel", color.contentLightLevelInfo.has_value()}}},
-                   {"format", rawValue(asset.detectedFormat)}};
+                   {"format", rawValue(asset.detectedFormat)},
+                   {"detection", JSON::parse(encodeJSON(*asset.formatDetection))}};
     try {
         const auto probe = FFmpegRuntime::probe(url);
         result["codec"] = probe.codecName;
@@ -76,10 +84,11 @@ JSON probeFile(const URL& url, const std::stop_token& stop) {
     } catch (const Error&) {
         // A file that only the native road reads is told by that road alone.
     }
-    return result;
+    return {result, *asset.formatDetection};
 }
 
-void printText(const JSON& file) {
+void printText(const ProbedFile& probed) {
+    const auto& file = probed.facts;
     std::cout << file["file"].get<std::string>() << '\n';
     std::cout << std::format("  picture    {:g}x{:g}, {:.3f} fps, {:.3f} s, {} {}\n", file["width"].get<double>(),
                              file["height"].get<double>(), file["framesPerSecond"].get<double>(),
@@ -90,7 +99,7 @@ void printText(const JSON& file) {
                              file["color"]["transfer"].get<std::string>(), file["color"]["matrix"].get<std::string>());
     std::cout << std::format("  read with  {}, orientation {}{}\n", file["decoder"].get<std::string>(),
                              file["orientation"].get<std::string>(), file["alpha"].get<bool>() ? ", with alpha" : "");
-    std::cout << std::format("  format     {} (from its shape)\n", file["format"].get<std::string>());
+    std::cout << std::format("  format     {}\n", describe(probed.detection));
     if (file.contains("container"))
         std::cout << "  container  " << jsonText(file["container"]) << '\n';
     for (const auto& stream : file.value("audio", JSON::array()))
@@ -105,9 +114,10 @@ void probe(const std::vector<std::string>& paths, bool json, const std::stop_tok
     for (const auto& path : paths) {
         const auto url = URL::fromFilePath(path);
         try {
-            files.push_back(probeFile(url, stop));
+            const auto probed = probeFile(url, stop);
+            files.push_back(probed.facts);
             if (!json)
-                printText(files.back());
+                printText(probed);
         } catch (const Error& error) {
             failure = failureText(url, error);
             if (paths.size() > 1)

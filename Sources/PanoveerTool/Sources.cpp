@@ -8,7 +8,8 @@
 
 namespace panoveer::tool {
 
-std::vector<VideoAsset> readSources(const std::vector<std::string>& paths, const std::stop_token& stop) {
+std::vector<VideoAsset> readSources(const std::vector<std::string>& paths, const StatedImmersiveFormat& stated,
+                                    const std::stop_token& stop) {
     std::vector<URL> urls;
     for (const auto& path : paths)
         urls.push_back(URL::fromFilePath(path));
@@ -28,13 +29,15 @@ std::vector<VideoAsset> readSources(const std::vector<std::string>& paths, const
             if (!(asset.duration > 0))
                 throw Error("It does not say how long it lasts. Check that it is complete, or put it into an MP4 or "
                             "MKV file first.");
-            assets.push_back(std::move(asset));
+            assets.push_back(VideoMetadataReader::withFormatDetection(std::move(asset), stop, stated));
         } catch (const Error& error) {
             lastFailure = failureText(url, error);
             if (scan.videoURLs.size() > 1)
                 std::cerr << "panoveer: left out " << lastFailure << '\n';
         }
     }
+    if (stop.stop_requested())
+        throw Cancelled();
     if (assets.empty())
         throw Error(lastFailure.empty() ? "No movie was given that can be read." : lastFailure);
     return assets;

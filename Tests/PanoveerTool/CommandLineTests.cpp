@@ -305,6 +305,10 @@ TEST_F(CommandLine, PrintsOneJSONResultAndProgressBesideIt) {
     EXPECT_EQ(json["movies"][0]["path"], path("a.mp4"));
     EXPECT_EQ(json["movies"][0]["bytes"], fs::file_size(path("a.mp4")));
     std::istringstream lines(result.standardError);
+    std::string first;
+    std::getline(lines, first);
+    EXPECT_EQ(nlohmann::json::parse(first)["source"], source);
+    EXPECT_EQ(nlohmann::json::parse(first)["detection"]["stereoLayout"], "mono");
     double fraction = 0;
     for (std::string line; std::getline(lines, line);) {
         const auto progress = nlohmann::json::parse(line);
@@ -312,6 +316,59 @@ TEST_F(CommandLine, PrintsOneJSONResultAndProgressBesideIt) {
         fraction = progress["fraction"];
     }
     EXPECT_EQ(fraction, 1);
+}
+
+TEST_F(CommandLine, FramesASourceAsItWasDetectedUnlessTold) {
+    // Red above, blue below; what it is stands in its name.
+    const auto source = movie({.name = "beach_360_TB.mp4",
+                               .width = 128,
+                               .height = 128,
+                               .frameCount = 2,
+                               .painter = [](int, int, int height, std::span<std::uint8_t> rgba) {
+                                   for (std::size_t i = 0; i < rgba.size(); i += 4) {
+                                       const bool isAbove =
+                                           i < rgba.size() / std::size_t(height) * std::size_t(height / 2);
+                                       const std::uint8_t color[] = {std::uint8_t(isAbove ? 255 : 0), 0,
+                                                                     std::uint8_t(isAbove ? 0 : 255), 255};
+                                       std::ranges::copy(color, rgba.begin() + std::ptrdiff_t(i));
+                                   }
+                               }});
+    const auto facts = nlohmann::json::parse(panoveer({"probe", source, "--json"}).standardOutput)["files"][0];
+    EXPECT_EQ(facts["format"], "equirectangular");
+    EXPECT_EQ(facts["detection"]["stereoLayout"], "overUnder");
+    EXPECT_EQ(facts["detection"]["source"], "fileName");
+
+    struct Row {
+        std::vector<std::string> options;
+        std::string says;
+        bool isRedAbove, isRedBelow;
+    };
+    for (const auto& row : {
+             Row{{}, "equirectangular, overUnder with the left eye first (from its name)", true, true},
+             Row{{"--swap-eyes"}, "overUnder with the right eye first as told (from its name)", false, false},
+             Row{{"--no-swap-eyes"}, "overUnder with the left eye first as told (from its name)", true, true},
+             Row{{"--source-stereo", "mono"}, "equirectangular, mono as told (from its name)", true, false},
+             Row{{"--source-stereo", "mono", "--source-format", "cubemap"},
+                 "cubemap as told, mono as told\n",
+                 true,
+                 false},
+         }) {
+        std::vector<std::string> arguments = {"frame",  source,        "--at",       "0",
+                                              "-o",     path("a.png"), "--format",   "equirectangular",
+                                              "--size", "256x128",     "--overwrite"};
+        arguments.insert(arguments.end(), row.options.begin(), row.options.end());
+        const auto result = panoveer(arguments);
+        ASSERT_EQ(result.exitCode, 0) << result.standardError;
+        EXPECT_NE(result.standardError.find(row.says), std::string::npos) << result.standardError;
+        const auto pixels =
+            runProgram({"ffmpeg", "-v", "error", "-i", path("a.png"), "-f", "rawvideo", "-pix_fmt", "rgb24", "-"})
+                .standardOutput;
+        const auto isRed = [&](std::size_t line) { return std::uint8_t(pixels.at((line * 256 + 128) * 3)) > 128; };
+        if (row.options.size() == 4)
+            continue; // the faces of a cube lie elsewhere
+        EXPECT_EQ(isRed(32), row.isRedAbove) << row.says;
+        EXPECT_EQ(isRed(96), row.isRedBelow) << row.says;
+    }
 }
 
 TEST_F(CommandLine, ListsPresetsAndWhatWorksHere) {

@@ -32,7 +32,9 @@ TEST_P(RealFiles, ConvertOrSayWhyNot) {
         EXPECT_GT(std::stoi(stream["nb_frames"].get<std::string>()), 0);
     } else {
         EXPECT_EQ(result.exitCode, 1);
-        EXPECT_EQ(std::ranges::count(result.standardError, '\n'), 1) << result.standardError;
+        // A file that can be opened is told for what it is before its pictures fail.
+        const bool isOpened = result.standardError.contains("(from its ");
+        EXPECT_EQ(std::ranges::count(result.standardError, '\n'), isOpened ? 2 : 1) << result.standardError;
         EXPECT_TRUE(namesIn(folder.path()).empty());
     }
 }

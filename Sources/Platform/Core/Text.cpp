@@ -29,6 +29,29 @@ bool isNumber(UChar32 c) {
     return category == U_DECIMAL_DIGIT_NUMBER || category == U_LETTER_NUMBER || category == U_OTHER_NUMBER;
 }
 
+bool isMark(UChar32 c) {
+    const auto category = u_charType(c);
+    return category == U_NON_SPACING_MARK || category == U_ENCLOSING_MARK || category == U_COMBINING_SPACING_MARK;
+}
+
+// The pieces between runs of separators; no empty ones.
+std::vector<std::string> split(std::string_view text, bool (*isSeparator)(UChar32)) {
+    const auto source = unicode(text);
+    std::vector<std::string> pieces;
+    int32_t begin = 0;
+    for (int32_t i = 0; i <= source.length(); i = source.moveIndex32(i, 1)) {
+        const bool atEnd = i == source.length();
+        if (!atEnd && !isSeparator(source.char32At(i)))
+            continue;
+        if (i > begin)
+            pieces.push_back(utf8(source.tempSubStringBetween(begin, i)));
+        if (atEnd)
+            break;
+        begin = source.moveIndex32(i, 1);
+    }
+    return pieces;
+}
+
 std::unique_ptr<icu::Collator> makeFileNameCollator() {
     // The POSIX locale, that of LANG=C, sorts by code and capitals first; people's names are sorted by letter there
     // too.
@@ -73,20 +96,11 @@ std::string trimmed(std::string_view text, std::string_view characters) {
 }
 
 std::vector<std::string> splitAtWhiteSpace(std::string_view text) {
-    const auto source = unicode(text);
-    std::vector<std::string> pieces;
-    int32_t begin = 0;
-    for (int32_t i = 0; i <= source.length(); i = source.moveIndex32(i, 1)) {
-        const bool atEnd = i == source.length();
-        if (!atEnd && !u_isUWhiteSpace(source.char32At(i)))
-            continue;
-        if (i > begin)
-            pieces.push_back(utf8(source.tempSubStringBetween(begin, i)));
-        if (atEnd)
-            break;
-        begin = source.moveIndex32(i, 1);
-    }
-    return pieces;
+    return split(text, [](UChar32 c) { return bool(u_isUWhiteSpace(c)); });
+}
+
+std::vector<std::string> alphanumericRuns(std::string_view text) {
+    return split(text, [](UChar32 c) { return !u_isalpha(c) && !isNumber(c) && !isMark(c); });
 }
 
 std::size_t validUTF8Length(std::string_view text) {

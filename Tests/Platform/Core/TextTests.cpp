@@ -18,6 +18,11 @@ TEST(Text, WhiteSpaceIsThatOfUnicode) {
     EXPECT_TRUE(splitAtWhiteSpace("").empty());
 }
 
+TEST(Text, RunsOfLettersAndNumbersAreThoseOfUnicode) {
+    EXPECT_THAT(alphanumericRuns("a-b__c.3 球幕²!e\u0301"), ElementsAre("a", "b", "c", "3", "球幕²", "e\u0301"));
+    EXPECT_TRUE(alphanumericRuns("-_.").empty());
+}
+
 TEST(Text, CaseFollowsUnicodeInEveryLocale) {
     EXPECT_EQ(lowercased("ÉTÉ.MOV I"), "été.mov i");
     EXPECT_EQ(uppercased("straße"), "STRASSE");

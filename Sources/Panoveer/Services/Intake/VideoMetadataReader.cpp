@@ -3,8 +3,10 @@
 #include "Panoveer/Model/Records/ProjectionFormat.h"
 #include "Panoveer/Model/Records/SourceVideoOrientation.h"
 #include "Panoveer/Services/Intake/CanonRawMetadataReader.h"
+#include "Panoveer/Services/Intake/DualFisheyeLensHint.h"
 #include "Panoveer/Services/Intake/FFmpegReaderError.h"
 #include "Panoveer/Services/Intake/FFmpegRuntime.h"
+#include "Panoveer/Services/Intake/ImmersiveFrameSampler.h"
 #include "Panoveer/Services/Intake/MediaFileSupport.h"
 #include "Platform/Core/Localization.h"
 #include "Platform/Core/Log.h"
@@ -139,6 +141,14 @@ VideoAsset readCanonRaw(const URL& url) {
     return asset;
 }
 
+std::optional<ContainerImmersiveMetadata> containerMetadata(const URL& url) {
+    try {
+        return FFmpegRuntime::probe(url).containerImmersiveMetadata;
+    } catch (const Error&) {
+        return std::nullopt;
+    }
+}
+
 VideoAsset readByAnyRoad(const URL& url, const std::stop_token& stop,
                          const VideoMetadataReader::PlaybackClockBuilder& buildPlaybackClock) {
     const auto extension = lowercasedExtension(url);
@@ -177,6 +187,20 @@ VideoAsset VideoMetadataReader::readStreams(const URL& url, const std::stop_toke
     auto asset = readByAnyRoad(url, stop, buildPlaybackClock);
     if (asset.videoDecodingBackend == VideoDecodingBackend::ffmpeg)
         FFmpegRuntime::addExplicitSoftwarePreviewURL(url);
+    return asset;
+}
+
+VideoAsset VideoMetadataReader::withFormatDetection(VideoAsset asset, const std::stop_token& stop,
+                                                    const StatedImmersiveFormat& stated) {
+    const auto container = containerMetadata(asset.url);
+    std::vector<GrayscaleImage> frames;
+    if (asset.playbackStatus == VideoPlaybackStatus::playable)
+        frames = ImmersiveFrameSampler::frames(asset.url, asset.videoDecodingBackend == VideoDecodingBackend::ffmpeg,
+                                               asset.duration, stop);
+    asset.formatDetection = ImmersiveFormatDetector::detect(
+        roundedPixels(asset.naturalSize.width), roundedPixels(asset.naturalSize.height), container,
+        asset.url.baseName(), DualFisheyeLensHint::isDualFisheye(asset.url), frames, stated);
+    asset.detectedFormat = asset.formatDetection->projection;
     return asset;
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Panoveer/Model/Records/VideoAsset.h"
+#include "Panoveer/Services/Intake/ImmersiveFormatDetector.h"
 #include "Platform/Core/Error.h"
 #include "Platform/Core/URL.h"
 
@@ -43,6 +44,12 @@ public:
     // gets a playback clock, which only previews need.
     static VideoAsset readStreams(const URL& url, const std::stop_token& stop = {},
                                   const PlaybackClockBuilder& buildPlaybackClock = {});
+
+    // The asset with what its file was found to be, in detectedFormat and formatDetection: by the container, the file
+    // name, a few frames of a playable file, and the shape. Never throws but for want of memory; a file that cannot be
+    // read any more just gives less evidence. A requested stop ends it sooner with what was found by then.
+    static VideoAsset withFormatDetection(VideoAsset asset, const std::stop_token& stop = {},
+                                          const StatedImmersiveFormat& stated = {});
 };
 
 } // namespace panoveer

@@ -57,8 +57,9 @@ protected:
             const auto difference = differenceBetween(*actual, *expected, allowance.codes * codes + 0.001);
             EXPECT_LE(difference.outlierShare, allowance.outliers)
                 << "worst " << difference.worst << ", " << difference.psnr << " dB";
-            if (!hasRims(transform) && description.alphaMode == AlphaMode::opaque)
+            if (!hasRims(transform) && description.alphaMode == AlphaMode::opaque) {
                 EXPECT_LE(difference.worst, std::max(allowance.worstOutlier, allowance.codes) * codes);
+            }
             worst_[engine.name] = std::max(worst_[engine.name], difference.worst);
         }
     }

@@ -102,6 +102,68 @@ INSTANTIATE_TEST_SUITE_P(
         RealFile{"water_180_mvhevc_5frames.mov", Backend::ffmpeg, {1934, 2160}, 90}),
     [](const auto& parameter) { return testName(parameter.param.name); });
 
+struct RealFormat {
+    std::string name;
+    ProjectionFormat projection;
+    StereoVideoLayout layout;
+    ImmersiveFormatDetection::Source source;
+};
+
+void PrintTo(const RealFormat& file, std::ostream* stream) { *stream << file.name; }
+
+class RealFormats : public testing::TestWithParam<RealFormat> {};
+
+TEST_P(RealFormats, AreDetected) {
+    const auto& expected = GetParam();
+    const auto file = test::corpusFile(expected.name);
+    if (!file)
+        GTEST_SKIP() << skipped;
+    const auto asset =
+        VideoMetadataReader::withFormatDetection(VideoMetadataReader::readStreams(URL::fromFilePath(*file)));
+    ASSERT_TRUE(asset.formatDetection);
+    EXPECT_EQ(asset.formatDetection->projection, expected.projection);
+    EXPECT_EQ(asset.formatDetection->stereoLayout, expected.layout);
+    EXPECT_EQ(asset.formatDetection->source, expected.source);
+    EXPECT_FALSE(asset.formatDetection->eyesSwapped);
+    EXPECT_FALSE(asset.formatDetection->isDualFisheyeLens);
+}
+
+using Source = ImmersiveFormatDetection::Source;
+constexpr auto flat = ProjectionFormat::standard;
+constexpr auto sphere = ProjectionFormat::equirectangular;
+constexpr auto mono = StereoVideoLayout::mono;
+
+INSTANTIATE_TEST_SUITE_P(
+    Intake, RealFormats,
+    testing::Values(RealFormat{"bbb_2500ms.ts", flat, mono, Source::imageAnalysis},
+                    RealFormat{"bear-vp9.webm", flat, mono, Source::imageAnalysis},
+                    RealFormat{"hlg10-color-test.mp4", flat, mono, Source::imageAnalysis},
+                    RealFormat{"internal_emulator_transformer_output_270_rotated.mp4", flat, mono,
+                               Source::imageAnalysis},
+                    // None of its pictures can be decoded.
+                    RealFormat{"invalid-bitstream.webm", flat, mono, Source::aspectRatio},
+                    RealFormat{"richoh1_0_3.mp4", sphere, mono, Source::imageAnalysis},
+                    RealFormat{"sample.avi", flat, mono, Source::imageAnalysis},
+                    RealFormat{"sample_edit_list.mp4", flat, mono, Source::imageAnalysis},
+                    RealFormat{"sowt-with-video.mov", flat, mono, Source::imageAnalysis},
+                    RealFormat{"testRoom1_1080Stereo.mp4", sphere, StereoVideoLayout::overUnder, Source::metadata},
+                    RealFormat{"water_180_mvhevc_5frames.mov", flat, StereoVideoLayout::sideBySide, Source::metadata},
+                    // Two that pictures and shape mistake: a flat film in the shape of six cube faces, and a sphere
+                    // that shows nearly the same room in front as behind, which is what two eyes see.
+                    RealFormat{"sample.mp4", ProjectionFormat::eac, mono, Source::imageAnalysis},
+                    RealFormat{"testRoom1_1920Mono.mp4", ProjectionFormat::halfEquirectangular,
+                               StereoVideoLayout::sideBySide, Source::imageAnalysis}),
+    [](const auto& parameter) { return testName(parameter.param.name); });
+
+TEST(RealFormatsInPart, AreDetectedForWhatIsNotStated) {
+    const auto file = test::corpusFile("testRoom1_1920Mono.mp4");
+    if (!file)
+        GTEST_SKIP() << skipped;
+    const auto asset = VideoMetadataReader::withFormatDetection(
+        VideoMetadataReader::readStreams(URL::fromFilePath(*file)), {}, {.stereoLayout = mono});
+    EXPECT_EQ(asset.detectedFormat, sphere);
+}
+
 TEST(RealFilesWithoutVideo, EndInAnErrorThatSaysSo) {
     struct Row {
         const char* name;
