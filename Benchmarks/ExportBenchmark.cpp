@@ -31,10 +31,10 @@ struct ExportCase {
     int domeSize;
     const char* codec; // as `panoveer convert` calls it
     int megabitsPerSecond;
-    Words peerEncoder; // what the program's own encoder of that codec is set to
+    Words peerEncoder; // with the settings of our encoder of that codec
 };
 
-// The rate control of every codec of ours, from which the bit rate is left out.
+// As our encoders are told: an average with peaks of twice that, closed groups of 60 pictures.
 Words peerRate(int megabitsPerSecond) {
     const auto average = std::format("{}M", megabitsPerSecond);
     const auto peak = std::format("{}M", 2 * megabitsPerSecond);

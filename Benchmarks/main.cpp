@@ -33,7 +33,11 @@ int main(int argc, char** argv) {
                     "For picture: everything smaller by this factor, with the same detail in a pixel")
         ->check(CLI::IsMember({1, 2, 4, 8}));
     program.add_flag("--json", json, "Print the report as JSON");
-    CLI11_PARSE(program, argc, argv);
+    try {
+        program.parse(argc, argv);
+    } catch (const CLI::ParseError& end) {
+        return program.exit(end) == 0 ? 0 : 2;
+    }
 
     const auto isWanted = [&](const char* name) { return names.empty() || names.contains(name); };
     try {
