@@ -10,6 +10,7 @@ import sys
 
 # Every folder with code, and the height at which it stands. A file includes its own folder and lower ones.
 LAYERS = {
+    "BundleLauncher": 0,
     "Platform/Core": 0,
     "Platform/Media": 1,
     "Platform/GPU": 1,

@@ -29,7 +29,7 @@ bool hasRims(const VRTransform& transform) {
     using enum ProjectionFormat;
     const auto source = transform.sourceFormat;
     return source == standard || source == halfEquirectangular || source == domemaster ||
-           transform.outputFormat == domemaster;
+           transform.outputFormat == domemaster || transform.outputFormat == mirrorDome;
 }
 
 class ProjectionParity : public testing::Test {
