@@ -100,6 +100,9 @@ void ConversionOptions::declare(CLI::App& command) {
     command.add_option("--renderer", renderer, "auto, gpu or cpu")
         ->check(CLI::IsMember({"auto", "gpu", "cpu"}))
         ->group("Processing");
+    command.add_option("--threads", threads, "Processors that the renderer takes; 0 for all")
+        ->check(CLI::Range(0, 1024))
+        ->group("Processing");
 }
 
 ExportSettings ConversionOptions::settings() const {
@@ -162,8 +165,11 @@ VRClipSegment ConversionOptions::clip(const VideoAsset& asset, const ExportSetti
     transform = transform.normalized();
 
     applyInRange(result.start, inSeconds, 0, asset.duration, "--in");
-    if (outSeconds)
+    if (outSeconds) {
+        if (!(*outSeconds >= 0))
+            throw UsageError(std::format("--out: {} is no time in seconds", *outSeconds));
         result.end = std::min(result.end, *outSeconds);
+    }
     if (!(result.end > result.start))
         throw UsageError(std::format("--in and --out leave nothing of {}, which is {:.3f} s long",
                                      asset.url.lastPathComponent(), asset.duration));

@@ -4,9 +4,11 @@
 #include "PanoveerTool/Commands.h"
 #include "PanoveerTool/ConversionOptions.h"
 #include "PanoveerTool/Exit.h"
+#include "PanoveerTool/JSONText.h"
 #include "PanoveerTool/ProgressDisplay.h"
 #include "PanoveerTool/RenderEngine.h"
 #include "PanoveerTool/Sources.h"
+#include "PanoveerTool/Targets.h"
 #include "Platform/Core/Error.h"
 #include "Platform/Core/Text.h"
 
@@ -68,16 +70,8 @@ ExportMode exportMode(const ConvertArguments& arguments) {
 void checkTargets(const std::vector<ExportOutputDescriptor>& plan, const std::vector<VRClipSegment>& clips,
                   bool overwrite) {
     VRNativeExporter::requireSourcesStay(plan, clips);
-    for (const auto& movie : plan) {
-        const auto target = movie.url.path();
-        std::error_code ignored;
-        if (!fs::exists(target, ignored))
-            continue;
-        if (fs::is_directory(target, ignored))
-            throw Error(target.string() + " is a folder. Choose another name.");
-        if (!overwrite)
-            throw Error(target.string() + " exists already. Choose another name, or say --overwrite.");
-    }
+    for (const auto& movie : plan)
+        checkTarget(movie.url.path(), overwrite);
 }
 
 ProgressStyle progressStyle(const ConvertArguments& arguments) {
@@ -103,7 +97,7 @@ void printResult(const std::vector<ExportOutputDescriptor>& plan, bool json) {
                                      movie.resolution.height, double(bytes) / 1e6);
     }
     if (json)
-        std::cout << nlohmann::ordered_json{{"movies", movies}}.dump(2) << '\n';
+        std::cout << jsonText({{"movies", movies}}, 2) << '\n';
 }
 
 void convert(const ConvertArguments& arguments, std::stop_token stop) {
@@ -111,7 +105,7 @@ void convert(const ConvertArguments& arguments, std::stop_token stop) {
     const auto output = URL::fromFilePath(arguments.output);
     settings.mode = exportMode(arguments);
 
-    const auto assets = readSources(arguments.inputs);
+    const auto assets = readSources(arguments.inputs, stop);
     std::vector<VRClipSegment> clips;
     SourceFrameRates frameRates;
     for (const auto& asset : assets) {
@@ -121,7 +115,7 @@ void convert(const ConvertArguments& arguments, std::stop_token stop) {
     const auto plan = ExportPlanner::plan(clips, settings, output, frameRates);
     checkTargets(plan, clips, arguments.overwrite);
 
-    const auto renderer = makeRenderer(arguments.conversion.renderer);
+    const auto renderer = makeRenderer(arguments.conversion.renderer, arguments.conversion.threads);
     VRNativeExporter exporter(*renderer);
     {
         ProgressDisplay display(progressStyle(arguments));

@@ -2,6 +2,8 @@
 #include "Panoveer/Services/Intake/FFmpegRuntime.h"
 #include "Panoveer/Services/Intake/VideoMetadataReader.h"
 #include "PanoveerTool/Commands.h"
+#include "PanoveerTool/JSONText.h"
+#include "PanoveerTool/Sources.h"
 #include "Platform/Core/Error.h"
 
 #include <CLI/CLI.hpp>
@@ -43,9 +45,8 @@ JSON audioJSON(const FFmpegAudioStreamInfo& stream) {
     return result;
 }
 
-JSON probeFile(const std::string& path) {
-    const auto url = URL::fromFilePath(path);
-    const auto asset = VideoMetadataReader::readStreams(url);
+JSON probeFile(const URL& url, const std::stop_token& stop) {
+    const auto asset = VideoMetadataReader::readStreams(url, stop);
     const auto& color = asset.colorMetadata;
     JSON result = {{"file", url.path().string()},
                    {"durationSeconds", asset.duration},
@@ -91,36 +92,37 @@ void printText(const JSON& file) {
                              file["orientation"].get<std::string>(), file["alpha"].get<bool>() ? ", with alpha" : "");
     std::cout << std::format("  format     {} (from its shape)\n", file["format"].get<std::string>());
     if (file.contains("container"))
-        std::cout << "  container  " << file["container"].dump() << '\n';
+        std::cout << "  container  " << jsonText(file["container"]) << '\n';
     for (const auto& stream : file.value("audio", JSON::array()))
         std::cout << std::format("  sound      stream {}: {}, {} channels, {} Hz\n", stream["stream"].get<int>(),
                                  stream["codec"].get<std::string>(), stream["channels"].get<int>(),
                                  stream["sampleRate"].get<int>());
 }
 
-void probe(const std::vector<std::string>& paths, bool json) {
+void probe(const std::vector<std::string>& paths, bool json, const std::stop_token& stop) {
     JSON files = JSON::array();
     std::optional<std::string> failure;
     for (const auto& path : paths) {
+        const auto url = URL::fromFilePath(path);
         try {
-            files.push_back(probeFile(path));
+            files.push_back(probeFile(url, stop));
             if (!json)
                 printText(files.back());
         } catch (const Error& error) {
-            failure = path + ": " + error.what();
+            failure = failureText(url, error);
             if (paths.size() > 1)
                 std::cerr << "panoveer: " << *failure << '\n';
         }
     }
     if (json)
-        std::cout << JSON{{"files", files}}.dump(2) << '\n';
+        std::cout << jsonText({{"files", files}}, 2) << '\n';
     if (failure)
         throw Error(paths.size() > 1 ? "Not every file could be read." : *failure);
 }
 
 } // namespace
 
-void declareProbe(CLI::App& program) {
+void declareProbe(CLI::App& program, std::stop_token stop) {
     struct Arguments {
         std::vector<std::string> paths;
         bool json = false;
@@ -129,7 +131,7 @@ void declareProbe(CLI::App& program) {
     auto* command = program.add_subcommand("probe", "Tell what files are");
     command->add_option("FILE", arguments->paths, "Movies")->required();
     command->add_flag("--json", arguments->json, "Print JSON");
-    command->callback([arguments] { probe(arguments->paths, arguments->json); });
+    command->callback([arguments, stop] { probe(arguments->paths, arguments->json, stop); });
 }
 
 } // namespace panoveer::tool

@@ -3,17 +3,16 @@
 #include "Panoveer/Services/Intake/MediaImportReport.h"
 #include "Panoveer/Services/Intake/MediaImportScanner.h"
 #include "Panoveer/Services/Intake/VideoMetadataReader.h"
-#include "Platform/Core/Error.h"
 
 #include <iostream>
 
 namespace panoveer::tool {
 
-std::vector<VideoAsset> readSources(const std::vector<std::string>& paths) {
+std::vector<VideoAsset> readSources(const std::vector<std::string>& paths, const std::stop_token& stop) {
     std::vector<URL> urls;
     for (const auto& path : paths)
         urls.push_back(URL::fromFilePath(path));
-    const auto scan = MediaImportScanner::scan(urls);
+    const auto scan = MediaImportScanner::scan(urls, MediaImportScanner::containsMovingPictures, stop);
     for (const auto& item : scan.skipped)
         std::cerr << "panoveer: left out " << item.name << ": " << describe(item.reason) << '\n';
     for (const auto& project : scan.projectURLs)
@@ -23,12 +22,15 @@ std::vector<VideoAsset> readSources(const std::vector<std::string>& paths) {
     std::string lastFailure;
     for (const auto& url : scan.videoURLs) {
         try {
-            auto asset = VideoMetadataReader::readStreams(url);
+            auto asset = VideoMetadataReader::readStreams(url, stop);
             if (asset.playbackStatus == VideoPlaybackStatus::conversionRequired)
                 throw Error("Canon raw movies must be converted to another format first.");
+            if (!(asset.duration > 0))
+                throw Error("It does not say how long it lasts. Check that it is complete, or put it into an MP4 or "
+                            "MKV file first.");
             assets.push_back(std::move(asset));
         } catch (const Error& error) {
-            lastFailure = url.path().string() + ": " + error.what();
+            lastFailure = failureText(url, error);
             if (scan.videoURLs.size() > 1)
                 std::cerr << "panoveer: left out " << lastFailure << '\n';
         }
@@ -36,6 +38,11 @@ std::vector<VideoAsset> readSources(const std::vector<std::string>& paths) {
     if (assets.empty())
         throw Error(lastFailure.empty() ? "No movie was given that can be read." : lastFailure);
     return assets;
+}
+
+std::string failureText(const URL& url, const Error& error) {
+    const std::string text = error.what();
+    return text.starts_with(url.lastPathComponent()) ? text : url.path().string() + ": " + text;
 }
 
 } // namespace panoveer::tool

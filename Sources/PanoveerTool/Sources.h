@@ -1,15 +1,20 @@
 #pragma once
 
 #include "Panoveer/Model/Records/VideoAsset.h"
+#include "Platform/Core/Error.h"
 #include "Platform/Core/URL.h"
 
+#include <stop_token>
 #include <string>
 #include <vector>
 
 namespace panoveer::tool {
 
 // Files and folders as typed, sorted out and read. Says on standard error what was left out and why. Throws an Error
-// when nothing is left.
-std::vector<VideoAsset> readSources(const std::vector<std::string>& paths);
+// when nothing is left, and Cancelled.
+std::vector<VideoAsset> readSources(const std::vector<std::string>& paths, const std::stop_token& stop);
+
+// What is wrong with a file, in a line that names it.
+std::string failureText(const URL& url, const Error& error);
 
 } // namespace panoveer::tool

@@ -3,13 +3,17 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <poll.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <csignal>
 #include <cstdlib>
 #include <regex>
+#include <sstream>
+#include <tuple>
 
 namespace panoveer::test {
 namespace {
@@ -45,7 +49,9 @@ TEST_F(CommandLine, TellsWrongUsageFromFailure) {
              Row{{"convert", source, "-o", path("a.mp4"), "--in", "3"}, 2, "--in"},
              Row{{"convert", source, "-o", path("a.mp4"), "--source-format", "mirrorDome"}, 2, "output only"},
              Row{{"convert", path("gone.mp4"), "-o", path("a.mp4")}, 1, "gone.mp4"},
+             Row{{"convert", source, "-o", path("a.mp4"), "--out", "nan"}, 2, "--out"},
              Row{{"frame", source, "--at", "9", "-o", path("a.png")}, 2, "--at"},
+             Row{{"frame", source, "--at", "0", "-o", path("no/a.png")}, 1, "no folder"},
              Row{{"inspect", path("gone.mp4")}, 1, "gone.mp4"},
          }) {
         const auto result = panoveer(row.arguments);
@@ -53,6 +59,62 @@ TEST_F(CommandLine, TellsWrongUsageFromFailure) {
         EXPECT_NE(result.standardError.find(row.says), std::string::npos) << result.standardError;
     }
     EXPECT_EQ(namesIn(folder.path()), (Names{"movie.mov"}));
+}
+
+// A file system knows bytes, not text.
+TEST_F(CommandLine, TakesNamesThatAreNoText) {
+    const auto source = path("caf\xe9.mov");
+    fs::rename(movie({.frameCount = 5}), source);
+    const auto target = path("th\xe9.mp4");
+    for (const auto& arguments :
+         std::vector<std::vector<std::string>>{{"probe", source, "--json"},
+                                               {"inspect", source, "--json"},
+                                               {"convert", source, "-o", target, "--format", "standard", "--size",
+                                                "160x90", "--codec", "h264", "--json", "--progress", "json"}}) {
+        const auto result = panoveer(arguments);
+        EXPECT_EQ(result.exitCode, 0) << result.standardError;
+        EXPECT_NO_THROW(std::ignore = nlohmann::json::parse(result.standardOutput)) << arguments[0];
+    }
+    EXPECT_TRUE(fs::exists(target));
+}
+
+TEST_F(CommandLine, SaysInOneLineWhatIsWrongWithAFile) {
+    // Sequence headers of MPEG-2 that say 0 x 0, a movie without a length, a pipe that nobody writes into.
+    auto damaged = readFile(movie({.name = "damaged.ts", .frameCount = 10, .codec = "mpeg2video"}));
+    constexpr std::array<std::uint8_t, 4> sequenceHeader{0, 0, 1, 0xb3};
+    for (auto at = damaged.begin();
+         (at = std::search(at, damaged.end(), sequenceHeader.begin(), sequenceHeader.end())) != damaged.end();)
+        std::fill_n(at += sequenceHeader.size(), 3, std::uint8_t(0));
+    writeFile(folder / "damaged.ts", damaged);
+    movie({.name = "endless.m2v", .frameCount = 10, .codec = "mpeg2video"});
+    const auto prose = std::string("This is a letter and no movie.\n");
+    writeFile(folder / "letter.mp4", {reinterpret_cast<const std::uint8_t*>(prose.data()), prose.size()});
+    ASSERT_EQ(mkfifo(path("pipe.mp4").c_str(), 0600), 0);
+    for (const std::string name : {"damaged.ts", "endless.m2v", "letter.mp4", "pipe.mp4"}) {
+        for (const auto& arguments : std::vector<std::vector<std::string>>{
+                 {"probe", path(name)}, {"inspect", path(name)}, {"convert", path(name), "-o", path("a.mp4")}}) {
+            const auto result = panoveer(arguments);
+            const bool isTold = arguments[0] == "probe" && (name == "damaged.ts" || name == "endless.m2v");
+            EXPECT_EQ(result.exitCode, isTold ? 0 : 1) << name << arguments[0];
+            std::istringstream lines(result.standardError);
+            for (std::string line; std::getline(lines, line);)
+                EXPECT_TRUE(line.starts_with("panoveer: ")) << line;
+        }
+    }
+}
+
+TEST_F(CommandLine, NeverPutsAFileInThePlaceOfADevice) {
+    const auto source = movie({.frameCount = 5});
+    for (const std::string name : {"device.mp4", "device.png"}) {
+        ASSERT_EQ(mkfifo(path(name).c_str(), 0600), 0);
+        const auto result =
+            name == "device.png"
+                ? panoveer({"frame", source, "--at", "0", "-o", path(name), "--size", "160x90", "--overwrite"})
+                : panoveer({"convert", source, "-o", path(name), "--size", "160x90", "--overwrite"});
+        EXPECT_EQ(result.exitCode, 1);
+        EXPECT_NE(result.standardError.find("device"), std::string::npos) << result.standardError;
+        EXPECT_TRUE(fs::is_fifo(path(name)));
+    }
 }
 
 TEST_F(CommandLine, KeepsAMovieThatExistsUnlessToldOtherwise) {

@@ -101,17 +101,35 @@ vec3 yCbCrFromRGB(vec3 rgb, uint matrix) {
 
 #if defined(KERNEL_vrProjectFrameYCbCr) || defined(KERNEL_vrConvertFrameToYCbCr)
 
+// VideoColorMath::ditherOffset().
+float ditherOffset(int column, int row) {
+    int rank = 0;
+    for (int bit = 0; bit < 3; ++bit)
+        rank = rank << 2 | ((column ^ row) >> bit & 1) << 1 | (row >> bit & 1);
+    return (rank + 0.5) / 64 - 0.5;
+}
+
+bool dithers() {
+#if defined(KERNEL_vrProjectFrameYCbCr)
+    return outputBitDepth == 8 && textureLayout >= 3;
+#else
+    return false; // what the picture was made from is not known here
+#endif
+}
+
 // A code in video range to what the texture is given, so that exactly this code is stored; ten bits lie in the high bits
 // of sixteen.
-vec2 storedCode(vec2 code) {
+vec2 storedCode(vec2 code, ivec2 at) {
     float unit = outputBitDepth == 10 ? 4 : 1;
+    if (dithers())
+        code += vec2(ditherOffset(at.x, at.y), ditherOffset(at.x + 1, at.y));
     vec2 whole = floor(clamp(code * unit, unit, 255 * unit - 1) + 0.5);
     return outputBitDepth == 10 ? whole * (64.0 / 65535.0) : whole / 255;
 }
 
-void storeLuma(ivec2 at, float luma) { imageStore(outputLuma, at, vec4(storedCode(vec2(16 + 219 * luma)), 0, 1)); }
+void storeLuma(ivec2 at, float luma) { imageStore(outputLuma, at, vec4(storedCode(vec2(16 + 219 * luma), at), 0, 1)); }
 
-void storeChroma(ivec2 at, vec2 cbCr) { imageStore(outputChroma, at, vec4(storedCode(128 + 224 * cbCr), 0, 1)); }
+void storeChroma(ivec2 at, vec2 cbCr) { imageStore(outputChroma, at, vec4(storedCode(128 + 224 * cbCr, at), 0, 1)); }
 
 #endif
 

@@ -35,7 +35,8 @@ public:
           sourceRange_(
               VideoColorMath::codeRange(source.layout().bytesPerSample == 1 ? 8 : 10, source.layout().isFullRange)),
           conversion_(description.colorPrimaries, description.transferFunction, options.colorOutputMode),
-          writer_(output, VideoColorMath::outputMatrix(options.colorOutputMode)) {
+          writer_(output, VideoColorMath::outputMatrix(options.colorOutputMode),
+                  VideoColorMath::dithers(source.layout().bytesPerSample, output.layout().bytesPerSample)) {
         if (source.layout().isYCbCr())
             chroma_.emplace(source, 1, description.orientation, description.alphaMode);
     }

@@ -1,3 +1,4 @@
+#include "Panoveer/Rendering/Projection/PictureTesting.h"
 #include "Panoveer/Rendering/Projection/ScalarProjectionReference.h"
 #include "Panoveer/Rendering/Projection/VRMetalProjectionError.h"
 #include "Panoveer/Rendering/Projection/VRMetalProjectionRenderer.h"
@@ -435,6 +436,27 @@ TEST_F(VRMetalProjectionRendererTest, NeedsItsKernels) {
     EXPECT_EQ(creationFailure(), Case::functionUnavailable);
     resources.write("#version 450\n#if defined(KERNEL_vrProjectFrame)\nvoid main() { this is no GLSL }\n#endif\n");
     EXPECT_THROW(creationFailure(), Error);
+}
+
+TEST_F(VRMetalProjectionRendererTest, LaysTransparentPicturesOnTheCheckerboard) {
+    const auto transform = transformBetween(ProjectionFormat::halfEquirectangular, ProjectionFormat::equirectangular);
+    const auto source = PixelBuffer::make(bgra, 64, 64);
+    fill(*source, [](int x, int y) { return std::array{x * 4, y * 4, 90, 64 + x * 2}; });
+    for (const auto mode : {AlphaMode::straight, AlphaMode::premultiplied}) {
+        const auto actual = PixelBuffer::make(bgra, 96, 48);
+        const auto expected = PixelBuffer::make(bgra, 96, 48);
+        const auto commands = renderer_.makeCommandBuffer();
+        const auto frame = renderer_.textureBridge().sourceFrame(*source, {.alphaMode = mode}, *commands);
+        renderer_.renderColor(
+            frame, renderer_.textureBridge().outputTexture(*actual, GPUPixelFormat::bgra8Unorm, 0, *commands),
+            transform, {.compositingBackground = VRCompositingBackground::preview, .transparentUnmappedAreas = true},
+            *commands);
+        commands->commit();
+        commands->waitUntilCompleted();
+        ScalarProjectionReference::renderPicture(*source, {.alphaMode = mode}, transform, *expected,
+                                                 {.transparentUnmappedAreas = true, .hasCheckerboard = true});
+        EXPECT_LE(differenceBetween(*actual, *expected, 1).outlierShare, 0.0002) << int(mode);
+    }
 }
 
 } // namespace
