@@ -185,7 +185,6 @@ void MovieExport::exportSegments() {
 MovieExport::SegmentRun MovieExport::beginSegment(const VRClipSegment& segment, double timelineStart) {
     SegmentRun run{.segment = segment,
                    .slots = ExportSegmentFrameSlots::between(clock_, timelineStart, timelineStart + duration(segment)),
-                   .timelineStart = timelineStart,
                    .durationSeconds = duration(segment)};
     if (timelineStart == 0 && clock_.frameIndex(totalDurationSeconds(descriptor_)) == 0)
         run.slots.frameCount = plannedFrameCount();

@@ -54,7 +54,6 @@ private:
     struct SegmentRun {
         const VRClipSegment& segment;
         ExportSegmentFrameSlots slots;
-        double timelineStart = 0; // seconds of the movie before this segment
         double durationSeconds = 0;
         std::unique_ptr<FixedFrameRateVideoRetimer> retimer; // only with a target rate
         std::deque<PendingNativeVideoFrame> pending;
