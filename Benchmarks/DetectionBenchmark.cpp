@@ -181,7 +181,8 @@ void print(const Results& results) {
                                  std::format("{}x{}", kind.width, kind.height), result.projectionRight, result.clips,
                                  result.layoutRight, result.clips);
     }
-    std::cout << std::format("\ndetection of one clip    {:.1f} ms (median)\n", median(results.seconds) * 1e3);
+    std::cout << std::format("\ndetection of one clip    {:.1f} ms (median)\n",
+                             Spread::of(results.seconds).median * 1e3);
 }
 
 void printJSON(const Results& results) {
@@ -200,7 +201,7 @@ void printJSON(const Results& results) {
                          {"layout", confusionJSON(results.layouts)},
                          {"eyeOrder", eyes},
                          {"kinds", list},
-                         {"medianSeconds", median(results.seconds)}};
+                         {"medianSeconds", Spread::of(results.seconds).median}};
     std::cout << report.dump(2) << '\n';
 }
 

@@ -1,13 +1,10 @@
 #include "Benchmarks/BenchmarkReport.h"
+#include "Benchmarks/MeasuredProcess.h"
 
 #include <unistd.h>
 
-#include <cstdlib>
 #include <filesystem>
 #include <format>
-#include <fstream>
-#include <iostream>
-#include <stdexcept>
 
 namespace panoveer::bench {
 
@@ -15,50 +12,159 @@ namespace fs = std::filesystem;
 
 namespace {
 
-constexpr int frames = 30;
-constexpr int sourceWidth = 3840;
-constexpr int sourceHeight = 1920;
-constexpr int domeSize = 2048;
-constexpr int megabitsPerSecond = 40;
+constexpr int defaultRuns = 3;
 
-void run(const std::string& command) {
-    if (std::system((command + " >/dev/null 2>&1").c_str()) != 0)
-        throw std::runtime_error("failed: " + command);
+using Words = std::vector<std::string>;
+
+Words operator+(Words words, const Words& more) {
+    words.insert(words.end(), more.begin(), more.end());
+    return words;
 }
+
+// A whole conversion, file to file.
+struct ExportCase {
+    int frames;
+    int sourceWidth;
+    int sourceHeight;
+    const char* sourceName;
+    Words sourceEncoder;
+    int domeSize;
+    const char* codec; // as `panoveer convert` calls it
+    int megabitsPerSecond;
+    Words peerEncoder; // what the program's own encoder of that codec is set to
+};
+
+// The rate control of every codec of ours, from which the bit rate is left out.
+Words peerRate(int megabitsPerSecond) {
+    const auto average = std::format("{}M", megabitsPerSecond);
+    const auto peak = std::format("{}M", 2 * megabitsPerSecond);
+    return {"-b:v", average, "-maxrate", peak, "-bufsize", peak, "-g", "60", "-flags", "+cgop"};
+}
+
+std::vector<ExportCase> exportCases() {
+    return {
+        {.frames = 30,
+         .sourceWidth = 3840,
+         .sourceHeight = 1920,
+         .sourceName = "H.264",
+         .sourceEncoder = {"-c:v", "libx264", "-preset", "veryfast", "-crf", "18"},
+         .domeSize = 2048,
+         .codec = "h264",
+         .megabitsPerSecond = 40,
+         .peerEncoder = {"-c:v", "libx264", "-profile:v", "high", "-preset", "fast", "-x264-params", "force-cfr=1"}},
+        {.frames = 20,
+         .sourceWidth = 7680,
+         .sourceHeight = 3840,
+         .sourceName = "HEVC",
+         .sourceEncoder = {"-c:v", "libx265", "-preset", "ultrafast", "-crf", "20", "-x265-params", "log-level=none",
+                           "-tag:v", "hvc1"},
+         .domeSize = 4096,
+         .codec = "hevc8",
+         .megabitsPerSecond = 80,
+         .peerEncoder = {"-c:v", "libx265", "-profile:v", "main", "-preset", "veryfast", "-x265-params",
+                         "log-level=none:info=0", "-tag:v", "hvc1"}}};
+}
+
+const Words ffmpeg{"ffmpeg", "-v", "error", "-nostdin", "-y"};
 
 // The program that was built beside this one.
 std::string panoveer() { return (fs::read_symlink("/proc/self/exe").parent_path() / "panoveer").string(); }
 
+void makeSource(const ExportCase& example, const std::string& path) {
+    runMeasured(ffmpeg +
+                Words{"-f", "lavfi", "-i",
+                      std::format("testsrc2=size={}x{}:rate=30", example.sourceWidth, example.sourceHeight),
+                      "-frames:v", std::to_string(example.frames), "-pix_fmt", "yuv420p"} +
+                example.sourceEncoder + Words{path});
+}
+
+Words peerCommand(const ExportCase& example, const fs::path& folder, const std::string& source) {
+    return ffmpeg +
+           Words{"-i", source, "-vf",
+                 std::format("v360=e:fisheye:h_fov=180:v_fov=180:w={0}:h={0}:interp=lanczos", example.domeSize),
+                 "-an"} +
+           example.peerEncoder + peerRate(example.megabitsPerSecond) + Words{(folder / "peer.mp4").string()};
+}
+
+Words ourCommand(const ExportCase& example, const fs::path& folder, const std::string& source) {
+    return {panoveer(),
+            "convert",
+            source,
+            "--source-format",
+            "equirectangular",
+            "--format",
+            "domemaster",
+            "--size",
+            std::format("{0}x{0}", example.domeSize),
+            "--codec",
+            example.codec,
+            "--bitrate",
+            std::to_string(example.megabitsPerSecond),
+            "--progress",
+            "none",
+            "--overwrite",
+            "-o",
+            (folder / "ours.mp4").string()};
+}
+
+Cost costOf(std::string name, const std::vector<ProcessCost>& runs, int frames) {
+    const auto all = [&](auto field, double units) {
+        std::vector<double> values;
+        for (const auto& run : runs)
+            values.push_back(run.*field / units);
+        return Spread::of(values);
+    };
+    return {.name = std::move(name),
+            .seconds = all(&ProcessCost::seconds, frames),
+            .processorSeconds = all(&ProcessCost::processorSeconds, frames).median,
+            .peakMegabytes = all(&ProcessCost::peakMegabytes, 1).median};
+}
+
+Comparison compared(const ExportCase& example, const fs::path& folder, int runs) {
+    const auto source = (folder / "source.mp4").string();
+    makeSource(example, source);
+    std::vector<ProcessCost> ours;
+    std::vector<ProcessCost> theirs;
+    for (int i = 0; i < runs; ++i) {
+        theirs.push_back(runMeasured(peerCommand(example, folder, source)));
+        ours.push_back(runMeasured(ourCommand(example, folder, source)));
+    }
+    return {.name = std::format("convert {} frames of {}x{} {} to a {} domemaster, {} at {} Mbit/s", example.frames,
+                                example.sourceWidth, example.sourceHeight, example.sourceName, example.domeSize,
+                                example.codec, example.megabitsPerSecond),
+            .ours = costOf("panoveer convert, 8 taps", ours, example.frames),
+            .peer = costOf("ffmpeg with v360, lanczos, same encoder", theirs, example.frames)};
+}
+
+// A folder that goes with this object.
+class ScratchFolder {
+public:
+    ScratchFolder() : path_(fs::temp_directory_path() / std::format("panoveer-bench-{}", getpid())) {
+        fs::create_directories(path_);
+    }
+    ~ScratchFolder() {
+        std::error_code ignored;
+        fs::remove_all(path_, ignored);
+    }
+    ScratchFolder(const ScratchFolder&) = delete;
+    ScratchFolder& operator=(const ScratchFolder&) = delete;
+
+    const fs::path& path() const { return path_; }
+
+private:
+    fs::path path_;
+};
+
 } // namespace
 
-// A whole conversion, file to file, with the same codec at the same bit rate on both sides.
-std::vector<Comparison> exportBenchmark(int runs) {
-    const auto folder = fs::temp_directory_path() / std::format("panoveer-bench-{}", getpid());
-    fs::create_directories(folder);
-    const auto source = (folder / "source.mp4").string();
-    run(std::format("ffmpeg -y -f lavfi -i testsrc2=size={}x{}:rate=30 -frames:v {} -pix_fmt yuv420p -c:v libx264 "
-                    "-preset veryfast -crf 18 {}",
-                    sourceWidth, sourceHeight, frames, source));
-    const auto peer = std::format("ffmpeg -y -i {} -vf v360=e:fisheye:h_fov=180:v_fov=180:w={}:h={}:interp=lanczos "
-                                  "-an -c:v libx264 -b:v {}M {}",
-                                  source, domeSize, domeSize, megabitsPerSecond, (folder / "peer.mp4").string());
-    const auto ours =
-        std::format("{} convert {} --source-format equirectangular --format domemaster --size {}x{} --codec h264 "
-                    "--bitrate {} -o {} --overwrite",
-                    panoveer(), source, domeSize, domeSize, megabitsPerSecond, (folder / "ours.mp4").string());
-    std::vector<double> oursSeconds;
-    std::vector<double> peerSeconds;
-    for (int i = 0; i < runs; ++i) {
-        peerSeconds.push_back(timed([&] { run(peer); }) / frames);
-        oursSeconds.push_back(timed([&] { run(ours); }) / frames);
+// Whole conversions with the same codec, encoder settings and bit rate on both sides.
+std::vector<Comparison> exportBenchmark(const BenchmarkOptions& options) {
+    std::vector<Comparison> result;
+    for (const auto& example : exportCases()) {
+        const ScratchFolder folder;
+        result.push_back(compared(example, folder.path(), options.runs.value_or(defaultRuns)));
     }
-    fs::remove_all(folder);
-    return {{.name = std::format("convert {} frames of {}x{} H.264 to a {} domemaster, H.264 at {} Mbit/s", frames,
-                                 sourceWidth, sourceHeight, domeSize, megabitsPerSecond),
-             .ours = "panoveer convert, 8 taps",
-             .peer = "ffmpeg with v360, lanczos",
-             .oursSeconds = median(oursSeconds),
-             .peerSeconds = median(peerSeconds)}};
+    return result;
 }
 
 } // namespace panoveer::bench

@@ -1,5 +1,7 @@
 #include "Benchmarks/V360Peer.h"
 
+#include <algorithm>
+#include <cstdint>
 #include <format>
 #include <stdexcept>
 
@@ -27,6 +29,21 @@ struct FreeFrame {
     void operator()(AVFrame* frame) const { av_frame_free(&frame); }
 };
 
+// The filter knows no interleaved chroma.
+void copyPlanes(const PixelBuffer& source, AVFrame& frame) {
+    const auto row = [](const PixelPlane& plane, int y) {
+        return reinterpret_cast<const std::uint8_t*>(plane.data + std::size_t(y) * plane.rowBytes);
+    };
+    const auto& luma = source.plane(0);
+    for (int y = 0; y < luma.height; ++y)
+        std::copy_n(row(luma, y), luma.width, frame.data[0] + y * frame.linesize[0]);
+    const auto& chroma = source.plane(1);
+    for (int plane = 1; plane < 3 && frame.data[plane]; ++plane)
+        for (int y = 0; y < chroma.height; ++y)
+            for (int x = 0; x < chroma.width; ++x)
+                frame.data[plane][y * frame.linesize[plane] + x] = row(chroma, y)[2 * x + plane - 1];
+}
+
 } // namespace
 
 struct V360Peer::State {
@@ -38,10 +55,12 @@ struct V360Peer::State {
     std::int64_t next = 0;
 };
 
-V360Peer::V360Peer(int width, int height, const std::string& options) : state_(std::make_unique<State>()) {
+V360Peer::V360Peer(const PixelBuffer& source, const std::string& options, Planes planes)
+    : state_(std::make_unique<State>()) {
     auto& state = *state_;
-    const auto arguments = std::format("video_size={}x{}:pix_fmt={}:time_base=1/30:pixel_aspect=1/1", width, height,
-                                       int(AV_PIX_FMT_YUV420P));
+    const auto format = planes == Planes::lumaOnly ? AV_PIX_FMT_GRAY8 : AV_PIX_FMT_YUV420P;
+    const auto arguments = std::format("video_size={}x{}:pix_fmt={}:time_base=1/30:pixel_aspect=1/1", source.width(),
+                                       source.height(), int(format));
     require(avfilter_graph_create_filter(&state.source, avfilter_get_by_name("buffer"), "in", arguments.c_str(),
                                          nullptr, state.graph.get()),
             "no source");
@@ -57,24 +76,23 @@ V360Peer::V360Peer(int width, int height, const std::string& options) : state_(s
     require(avfilter_graph_config(state.graph.get(), nullptr), "configuration");
 
     auto* frame = state.frame.get();
-    frame->format = AV_PIX_FMT_YUV420P;
-    frame->width = width;
-    frame->height = height;
+    frame->format = format;
+    frame->width = source.width();
+    frame->height = source.height();
     require(av_frame_get_buffer(frame, 0), "memory");
-    for (int plane = 0; plane < 3; ++plane)
-        for (int y = 0; y < (plane == 0 ? height : height / 2); ++y)
-            for (int x = 0; x < (plane == 0 ? width : width / 2); ++x)
-                frame->data[plane][y * frame->linesize[plane] + x] = std::uint8_t(16 + (x * 7 + y * 13) % 220);
+    copyPlanes(source, *frame);
 }
 
 V360Peer::~V360Peer() = default;
 
-void V360Peer::renderFrame() {
+PixelPlane V360Peer::render() {
     auto& state = *state_;
+    av_frame_unref(state.result.get());
     state.frame->pts = state.next++;
     require(av_buffersrc_add_frame_flags(state.source, state.frame.get(), AV_BUFFERSRC_FLAG_KEEP_REF), "push");
     require(av_buffersink_get_frame(state.sink, state.result.get()), "pull");
-    av_frame_unref(state.result.get());
+    const auto& result = *state.result;
+    return {reinterpret_cast<std::byte*>(result.data[0]), std::size_t(result.linesize[0]), result.width, result.height};
 }
 
 } // namespace panoveer::bench

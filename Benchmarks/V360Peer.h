@@ -1,20 +1,23 @@
 #pragma once
 
+#include "Platform/Media/PixelBuffer.h"
+
 #include <memory>
 #include <string>
-#include <vector>
 
 namespace panoveer::bench {
 
-// FFmpeg's v360 filter, run in this process on frames that are already decoded: the reprojection alone.
+// FFmpeg's v360 filter, run in this process on a picture that is already decoded: the reprojection alone.
 class V360Peer {
 public:
-    // `options` as the filter takes them; the source is 8-bit 4:2:0 in video range. Throws std::runtime_error.
-    V360Peer(int width, int height, const std::string& options);
+    enum class Planes { lumaAndChroma, lumaOnly };
+
+    // Takes a copy of the source, which is "420v"; `options` as the filter takes them. Throws std::runtime_error.
+    V360Peer(const PixelBuffer& source, const std::string& options, Planes planes = Planes::lumaAndChroma);
     ~V360Peer();
 
-    // Reprojects one prepared frame and drops the result.
-    void renderFrame();
+    // Reprojects the picture. The plane is the luma of the result, until the next call.
+    PixelPlane render();
 
 private:
     struct State;

@@ -1,42 +1,59 @@
-// Measures this program beside its peers, in one run on the same machine, and prints ratios.
+// Measures this program beside its peers, in one run on the same machine: times as ratios, pictures by how near they
+// come to the truth.
 
+#include "Benchmarks/BenchmarkEngines.h"
 #include "Benchmarks/BenchmarkReport.h"
 #include "Benchmarks/DetectionBenchmark.h"
 
-#include <cstring>
+#include <CLI/CLI.hpp>
+
+#include <algorithm>
 #include <exception>
 #include <iostream>
-#include <string>
+#include <iterator>
+#include <set>
 
 int main(int argc, char** argv) {
     using namespace panoveer::bench;
+    CLI::App program("Measures Panoveer Studio beside FFmpeg's v360, in one run", "panoveer-bench");
+    std::set<std::string> names;
+    BenchmarkOptions options;
     bool json = false;
-    int runs = 3;
-    std::string name = "all";
-    for (int i = 1; i < argc; ++i) {
-        if (std::strcmp(argv[i], "--json") == 0)
-            json = true;
-        else if (std::strcmp(argv[i], "--runs") == 0 && i + 1 < argc)
-            runs = std::max(1, std::atoi(argv[++i]));
-        else
-            name = argv[i];
-    }
-    if (name != "all" && name != "reproject" && name != "export" && name != "detect") {
-        std::cerr << "usage: panoveer-bench [reproject|export|detect] [--runs N] [--json]\n";
-        return 2;
-    }
+    program
+        .add_option("NAME", names,
+                    "export: whole conversions; reproject: the time of a frame; picture: its quality. All of these "
+                    "when none is named. detect, by itself: how often formats are recognised")
+        ->check(CLI::IsMember({"detect", "export", "picture", "reproject"}));
+    program.add_option("--engine", options.engine, "For reproject and picture; else all but the scalar reference")
+        ->check(CLI::IsMember(engineChoices()));
+    program.add_option("--runs", options.runs, "Measured runs of each side, for export and reproject")
+        ->check(CLI::Range(1, 1000));
+    program
+        .add_option("--shrink", options.shrink,
+                    "For picture: everything smaller by this factor, with the same detail in a pixel")
+        ->check(CLI::IsMember({1, 2, 4, 8}));
+    program.add_flag("--json", json, "Print the report as JSON");
+    CLI11_PARSE(program, argc, argv);
+
+    const auto isWanted = [&](const char* name) { return names.empty() || names.contains(name); };
     try {
-        if (name == "detect") {
+        if (names.contains("detect")) {
+            if (names.size() > 1) {
+                std::cerr << "panoveer-bench: detect has a report of its own: name it alone\n";
+                return 2;
+            }
             detectionBenchmark(json);
             return 0;
         }
-        std::vector<Comparison> comparisons;
-        if (name != "export")
-            comparisons = reprojectBenchmark(runs);
-        if (name != "reproject")
-            for (auto& comparison : exportBenchmark(runs))
-                comparisons.push_back(std::move(comparison));
-        json ? printJSON(comparisons) : printTable(comparisons);
+        Report report;
+        // First what measures the memory of other processes, while this one is small.
+        if (isWanted("export"))
+            report.times = exportBenchmark(options);
+        if (isWanted("reproject"))
+            std::ranges::move(reprojectBenchmark(options), std::back_inserter(report.times));
+        if (isWanted("picture"))
+            report.pictures = pictureBenchmark(options);
+        json ? printJSON(report) : printTable(report);
         return 0;
     } catch (const std::exception& error) {
         std::cerr << "panoveer-bench: " << error.what() << '\n';

@@ -14,6 +14,7 @@ package_list=$checkout/Environment/packages.txt
 suite=trixie
 mirror=${PANOVEER_MIRROR:-http://deb.debian.org/debian}
 required_megabytes=6000
+os_release=${PANOVEER_OS_RELEASE:-/etc/os-release} # another one for the launcher's own tests
 
 say() { printf 'dev: %s\n' "$*" >&2; }
 
@@ -29,8 +30,8 @@ environment_stamp() { cat "$package_list" "$checkout/Environment/build-x265.sh" 
 
 host_is_new_enough() {
     local id version
-    id=$(. /etc/os-release 2>/dev/null && echo "${ID:-}")
-    version=$(. /etc/os-release 2>/dev/null && echo "${VERSION_ID:-0}")
+    id=$(. "$os_release" 2>/dev/null && echo "${ID:-}")
+    version=$(. "$os_release" 2>/dev/null && echo "${VERSION_ID:-0}")
     case "$id" in
         debian) [ "${version%%.*}" -ge 13 ] ;;
         ubuntu) [ "$(printf '%s\n' 25.04 "$version" | sort -V | head -n 1)" = 25.04 ] ;;
@@ -47,9 +48,9 @@ require_disk_space() {
             "Free some space, or set PANOVEER_CACHE to a folder on a larger disk."
 }
 
-require_root() {
+require_root() { # WHAT NEEDS IT
     [ "$(id -u)" -eq 0 ] ||
-        fail "Setting up $1 needs root." "Run 'sudo ./dev $command', or use a container: podman build -f Containerfile ."
+        fail "$1 needs root." "Run 'sudo ./dev $command', or use a container: podman build -f Containerfile ."
 }
 
 require_network() {
@@ -75,7 +76,7 @@ prepare_native() {
         dpkg-query -W -f '${db:Status-Status}\n' "$package" 2>/dev/null | grep -qx installed || echo "$package"
     done)
     [ -n "$missing" ] || return 0
-    require_root "the packages $(echo $missing)"
+    require_root "Installing the packages $(echo $missing)"
     require_disk_space "$environment_directory"
     require_network
     say "installing packages: $(echo $missing)"
@@ -86,12 +87,12 @@ prepare_native() {
 
 prepare_contained() {
     local id
-    id=$(. /etc/os-release 2>/dev/null && echo "${ID:-} ${ID_LIKE:-}")
+    id=$(. "$os_release" 2>/dev/null && echo "${ID:-} ${ID_LIKE:-}")
     case "$id" in
         *debian* | *ubuntu*) ;;
         *) fail "This distribution (${id% }) is not known to ./dev." "Use a container: podman build -f Containerfile ." ;;
     esac
-    require_root "the contained root"
+    require_root "Setting up the contained root"
     if ! unshare --mount true 2>/dev/null; then
         fail "This machine does not allow private mounts (unshare)." "Use a container: podman build -f Containerfile ."
     fi
@@ -143,7 +144,8 @@ prepare_environment() {
     [ "$(cat "$environment_directory/stamp" 2>/dev/null)" != "$stamp" ] || return 0
     mkdir -p "$environment_directory" 2>/dev/null ||
         fail "Cannot create $environment_directory." "Set PANOVEER_CACHE to a folder that you may write to."
-    exec 9> "$environment_directory/lock"
+    { exec 9> "$environment_directory/lock"; } 2>/dev/null ||
+        fail "Cannot write to $environment_directory." "Set PANOVEER_CACHE to a folder that you may write to."
     flock 9
     if [ "$(cat "$environment_directory/stamp" 2>/dev/null)" != "$stamp" ]; then
         if host_is_new_enough; then prepare_native; else prepare_contained; fi
@@ -171,6 +173,7 @@ enter_environment() {
         env "${settings[@]}" "$@"
         return
     fi
+    require_root "Entering the contained root"
     local mounts=(/proc /sys /dev /tmp "${HOME:-/root}" "$checkout" "$panoveer_cache" "$PWD")
     [ ! -d "$checkout/../shared" ] || mounts+=("$(cd "$checkout/../shared" && pwd -P)")
     env "${settings[@]}" "PATH=/usr/local/bin:/usr/bin:/bin:/usr/sbin:/sbin" LANG=C.UTF-8 \

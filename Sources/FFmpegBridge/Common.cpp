@@ -1,5 +1,8 @@
 #include "FFmpegBridge/Common.h"
 
+#include <sys/stat.h>
+
+#include <cerrno>
 #include <cstdio>
 
 extern "C" {
@@ -21,9 +24,25 @@ int pnv_set_av_error(ErrorText error, const char* text, int code) {
     return code;
 }
 
+namespace {
+
+// Whoever opens one of these may wait for ever, and it can be read only once.
+bool isPipeOrDevice(const char* path) {
+    struct stat status{};
+    return stat(path, &status) == 0 && !S_ISREG(status.st_mode) && !S_ISDIR(status.st_mode);
+}
+
+} // namespace
+
 int pnv_open_input(const char* path, FormatContextPtr& format, OpeningTexts texts, ErrorText error) {
+    if (isPipeOrDevice(path))
+        return pnv_set_av_error(error, texts.open, AVERROR(EINVAL));
     AVFormatContext* opened = nullptr;
-    const int result = avformat_open_input(&opened, path, nullptr, nullptr);
+    AVDictionary* options = nullptr;
+    // Playlists must not reach out to the network.
+    av_dict_set(&options, "protocol_whitelist", "file", 0);
+    const int result = avformat_open_input(&opened, path, nullptr, &options);
+    av_dict_free(&options);
     if (result < 0)
         return pnv_set_av_error(error, texts.open, result);
     format.reset(opened);

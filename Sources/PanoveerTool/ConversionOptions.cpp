@@ -3,6 +3,7 @@
 #include "Panoveer/Model/Records/ClipDefaults.h"
 #include "Panoveer/Model/Records/ExportDeliveryPreset.h"
 #include "Panoveer/Model/Records/RecordEnums.h"
+#include "Panoveer/Rendering/Projection/MirrorDomeWarpMesh.h"
 #include "PanoveerTool/Exit.h"
 
 #include <CLI/CLI.hpp>
@@ -83,6 +84,7 @@ void ConversionOptions::declare(CLI::App& command) {
         ->group(output);
     command.add_option("--color", color, "sdr, hdr (PQ) or hlg")->group(output);
     command.add_option("--vr-metadata", vrMetadata, "automatic or off")->group(output);
+    command.add_option("--warp-mesh", warpMesh, "Mesh file of a mirror dome; else the standard one")->group(output);
 
     const auto* source = "Source and framing";
     command.add_option("--source-format", sourceFormat, "Projection of the source; else detected")->group(source);
@@ -104,6 +106,9 @@ void ConversionOptions::declare(CLI::App& command) {
 
     command.add_option("--renderer", renderer, "auto, gpu or cpu")
         ->check(CLI::IsMember({"auto", "gpu", "cpu"}))
+        ->group("Processing");
+    command.add_option("--threads", threads, "Processors that the renderer takes; 0 for all")
+        ->check(CLI::Range(0, 1024))
         ->group("Processing");
 }
 
@@ -142,6 +147,12 @@ ExportSettings ConversionOptions::settings() const {
         result.colorMode = parseColor(*color);
     if (vrMetadata)
         result.vrMetadataMode = parseMetadataMode(*vrMetadata);
+    if (warpMesh) {
+        if (result.outputFormat != ProjectionFormat::mirrorDome)
+            throw UsageError("--warp-mesh: only --format mirrorDome is drawn through a mesh");
+        result.mirrorDomeWarpMeshURL = URL::fromFilePath(*warpMesh);
+        MirrorDomeWarpMesh::load(*result.mirrorDomeWarpMeshURL); // what is wrong with it shows before anything starts
+    }
     return result;
 }
 
@@ -169,8 +180,11 @@ VRClipSegment ConversionOptions::clip(const VideoAsset& asset, const ExportSetti
     transform = transform.normalized();
 
     applyInRange(result.start, inSeconds, 0, asset.duration, "--in");
-    if (outSeconds)
+    if (outSeconds) {
+        if (!(*outSeconds >= 0))
+            throw UsageError(std::format("--out: {} is no time in seconds", *outSeconds));
         result.end = std::min(result.end, *outSeconds);
+    }
     if (!(result.end > result.start))
         throw UsageError(std::format("--in and --out leave nothing of {}, which is {:.3f} s long",
                                      asset.url.lastPathComponent(), asset.duration));

@@ -26,6 +26,7 @@ struct ConversionOptions {
     std::optional<double> framesPerSecond;
     std::optional<std::string> color;
     std::optional<std::string> vrMetadata;
+    std::optional<std::string> warpMesh;
 
     std::optional<std::string> sourceFormat;
     std::optional<std::string> sourceStereo;
@@ -39,11 +40,13 @@ struct ConversionOptions {
     std::optional<double> outSeconds;
 
     std::string renderer = "auto";
+    int threads = 0;
 
     // Declares the options of both groups on a command.
     void declare(CLI::App& command);
 
-    // The settings that the options describe, starting from the default export settings. Throws UsageError.
+    // The settings that the options describe, starting from the default export settings. Throws UsageError, and
+    // MirrorDomeWarpMeshError for a warp mesh that cannot be used.
     ExportSettings settings() const;
 
     // What the options say of the source. Throws UsageError.

@@ -1,12 +1,15 @@
 #include "Panoveer/Services/Export/ExportPlanner.h"
 #include "Panoveer/Services/Export/VRNativeExporter.h"
+#include "Panoveer/Services/Intake/MediaFileSupport.h"
 #include "PanoveerTool/Commands.h"
 #include "PanoveerTool/ConversionOptions.h"
 #include "PanoveerTool/DetectionText.h"
 #include "PanoveerTool/Exit.h"
+#include "PanoveerTool/JSONText.h"
 #include "PanoveerTool/ProgressDisplay.h"
 #include "PanoveerTool/RenderEngine.h"
 #include "PanoveerTool/Sources.h"
+#include "PanoveerTool/Targets.h"
 #include "Platform/Core/Error.h"
 #include "Platform/Core/Text.h"
 
@@ -33,13 +36,23 @@ struct ConvertArguments {
     ConversionOptions conversion;
 };
 
-bool namesMovieFile(const URL& url) {
-    const auto extension = lowercased(url.pathExtension());
-    return (extension == "mov" || extension == "mp4") && !fs::is_directory(url.path());
+// Whether the output is one movie; otherwise it is a folder, made or to be made.
+bool namesMovieFile(const std::string& output) {
+    std::error_code ignored;
+    if (output.ends_with('/') || fs::is_directory(output, ignored))
+        return false;
+    const auto extension = lowercased(URL::fromFilePath(output).pathExtension());
+    if (extension == "mov" || extension == "mp4")
+        return true;
+    if (MediaFileSupport::importableVideoPathExtensions.contains(extension))
+        throw UsageError(std::format("-o: movies are written as .mp4 or .mov, not as .{}", extension));
+    return false;
 }
 
-ExportMode exportMode(const ConvertArguments& arguments, const URL& output) {
-    const bool isFile = namesMovieFile(output);
+ExportMode exportMode(const ConvertArguments& arguments) {
+    if (arguments.output.empty())
+        throw UsageError("-o names neither a file nor a folder");
+    const bool isFile = namesMovieFile(arguments.output);
     if (!arguments.mode)
         return isFile ? ExportMode::singleMovie : ExportMode::separateClips;
     if (*arguments.mode == "separateClips") {
@@ -49,27 +62,17 @@ ExportMode exportMode(const ConvertArguments& arguments, const URL& output) {
     }
     if (*arguments.mode != "singleMovie")
         throw UsageError(std::format("--mode: '{}' is none of: singleMovie, separateClips", *arguments.mode));
-    if (fs::is_directory(output.path()))
+    if (std::error_code ignored; arguments.output.ends_with('/') || fs::is_directory(arguments.output, ignored))
         throw UsageError("--mode singleMovie writes one movie: -o must name a file");
     return ExportMode::singleMovie;
 }
 
-// A movie of the plan may stand on no other file that somebody still needs.
-void checkTargets(const std::vector<ExportOutputDescriptor>& plan, const std::vector<VideoAsset>& assets,
+// A movie of the plan may stand on no file that somebody still needs.
+void checkTargets(const std::vector<ExportOutputDescriptor>& plan, const std::vector<VRClipSegment>& clips,
                   bool overwrite) {
-    for (const auto& movie : plan) {
-        const auto target = movie.url.path();
-        std::error_code ignored;
-        if (!fs::exists(target, ignored))
-            continue;
-        if (fs::is_directory(target, ignored))
-            throw Error(target.string() + " is a folder. Choose another name.");
-        for (const auto& asset : assets)
-            if (fs::equivalent(target, asset.url.path(), ignored))
-                throw Error(target.string() + " is the source itself. Choose another name.");
-        if (!overwrite)
-            throw Error(target.string() + " exists already. Choose another name, or say --overwrite.");
-    }
+    VRNativeExporter::requireSourcesStay(plan, clips);
+    for (const auto& movie : plan)
+        checkTarget(movie.url.path(), overwrite);
 }
 
 ProgressStyle progressStyle(const ConvertArguments& arguments) {
@@ -95,13 +98,13 @@ void printResult(const std::vector<ExportOutputDescriptor>& plan, bool json) {
                                      movie.resolution.height, double(bytes) / 1e6);
     }
     if (json)
-        std::cout << nlohmann::ordered_json{{"movies", movies}}.dump(2) << '\n';
+        std::cout << jsonText({{"movies", movies}}, 2) << '\n';
 }
 
 void convert(const ConvertArguments& arguments, std::stop_token stop) {
     auto settings = arguments.conversion.settings();
     const auto output = URL::fromFilePath(arguments.output);
-    settings.mode = exportMode(arguments, output);
+    settings.mode = exportMode(arguments);
 
     const auto stated = arguments.conversion.statedFormat();
     const auto assets = readSources(arguments.inputs, stated, stop);
@@ -113,9 +116,9 @@ void convert(const ConvertArguments& arguments, std::stop_token stop) {
         frameRates[asset.url] = asset.frameRate;
     }
     const auto plan = ExportPlanner::plan(clips, settings, output, frameRates);
-    checkTargets(plan, assets, arguments.overwrite);
+    checkTargets(plan, clips, arguments.overwrite);
 
-    const auto renderer = makeRenderer(arguments.conversion.renderer);
+    const auto renderer = makeRenderer(arguments.conversion.renderer, arguments.conversion.threads);
     VRNativeExporter exporter(*renderer);
     {
         ProgressDisplay display(progressStyle(arguments));

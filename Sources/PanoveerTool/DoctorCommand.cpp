@@ -3,6 +3,8 @@
 #include "Panoveer/Services/Export/ExportSizeEstimator.h"
 #include "Panoveer/Services/Export/ExportVideoSettings.h"
 #include "PanoveerTool/Commands.h"
+#include "PanoveerTool/JSONText.h"
+#include "PanoveerTool/RenderEngine.h"
 #include "Platform/Core/Error.h"
 #include "Platform/GPU/GPUDevice.h"
 #include "Platform/Media/AssetWriter.h"
@@ -81,7 +83,7 @@ JSON freeSpace() {
 }
 
 void printText(const JSON& report) {
-    std::cout << "Rendering\n";
+    std::cout << "Rendering\n  " << report["renderer"].get<std::string>() << " is taken unless told otherwise\n";
     for (const auto& device : report["devices"])
         std::cout << std::format("  {}{}  Vulkan {}\n", device["name"].get<std::string>(),
                                  device["software"].get<bool>() ? " (software)" : "",
@@ -109,13 +111,14 @@ void declareDoctor(CLI::App& program) {
     auto* command = program.add_subcommand("doctor", "Tell what works on this machine");
     command->add_flag("--json", *json, "Print JSON");
     command->callback([json] {
-        const JSON report = {{"devices", devices()},
+        const JSON report = {{"renderer", makeRenderer("auto")->name()},
+                             {"devices", devices()},
                              {"encoders", encoders()},
                              {"multiviewLibrary", multiviewLibrary()},
                              {"processors", std::thread::hardware_concurrency()},
                              {"space", freeSpace()}};
         if (*json)
-            std::cout << report.dump(2) << '\n';
+            std::cout << jsonText(report, 2) << '\n';
         else
             printText(report);
     });

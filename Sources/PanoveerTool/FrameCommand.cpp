@@ -7,6 +7,7 @@
 #include "PanoveerTool/Exit.h"
 #include "PanoveerTool/RenderEngine.h"
 #include "PanoveerTool/Sources.h"
+#include "PanoveerTool/Targets.h"
 #include "Platform/Core/Error.h"
 #include "Platform/Media/PictureFile.h"
 
@@ -49,8 +50,9 @@ SegmentFrame frameAtStart(const VRClipSegment& clip, const std::stop_token& stop
 
 void writeFrame(const FrameArguments& arguments, const std::stop_token& stop) {
     const fs::path target = arguments.output;
-    if (!arguments.overwrite && fs::exists(target))
-        throw Error(target.string() + " exists already. Choose another name, or say --overwrite.");
+    checkTarget(target, arguments.overwrite);
+    if (const auto folder = fs::absolute(target).parent_path(); !fs::is_directory(folder))
+        throw Error("There is no folder " + folder.string() + ". Make it, or choose another.");
     auto settings = arguments.conversion.settings();
     settings.colorMode = ExportColorMode::convertToSDR; // a PNG of 8 bits has no room for more
     const auto stated = arguments.conversion.statedFormat();
@@ -66,7 +68,7 @@ void writeFrame(const FrameArguments& arguments, const std::stop_token& stop) {
     auto frame = frameAtStart(clip, stop);
     const auto size = clip.transform.outputResolution;
     auto output = PixelBuffer::make(pixelFormat::bgra, int(size.width), int(size.height));
-    const auto renderer = makeRenderer(arguments.conversion.renderer);
+    const auto renderer = makeRenderer(arguments.conversion.renderer, arguments.conversion.threads);
     const bool keepsAlpha = frame.description.alphaMode != AlphaMode::opaque;
     renderer
         ->render(std::move(frame.picture), frame.description, clip.transform, output, VRColorOutputMode::sdr,

@@ -1,6 +1,7 @@
 #include "Panoveer/Services/Export/MP4Box.h"
 #include "Panoveer/Services/Export/SpatialBoxInspector.h"
 #include "PanoveerTool/Commands.h"
+#include "PanoveerTool/JSONText.h"
 
 #include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
@@ -116,7 +117,7 @@ void printText(const JSON& report) {
                   << track["sampleEntry"].get<std::string>() << '\n';
         for (const auto& [name, value] : track.items())
             if (name != "track" && name != "handler" && name != "sampleEntry")
-                std::cout << "    " << name << ": " << value.dump() << '\n';
+                std::cout << "    " << name << ": " << jsonText(value) << '\n';
     }
 }
 
@@ -127,7 +128,7 @@ void inspect(const std::string& path, bool json) {
     for (const auto& track : found.tracks)
         report["tracks"].push_back(describe(track));
     if (json)
-        std::cout << report.dump(2) << '\n';
+        std::cout << jsonText(report, 2) << '\n';
     else
         printText(report);
 }

@@ -5,32 +5,41 @@
 #include <unistd.h>
 
 #include <csignal>
-#include <ctime>
 
 namespace panoveer::tool {
 
 namespace {
 
-constexpr timespec listenInterval{0, 100'000'000};
+// Wakes the listener when the program ends by itself; blocked like the others, so that it waits to be taken.
+constexpr int endingSignal = SIGUSR1;
 
-sigset_t stopSignals() {
+bool isIgnored(int signal) {
+    struct sigaction action{};
+    return sigaction(signal, nullptr, &action) == 0 && action.sa_handler == SIG_IGN;
+}
+
+sigset_t awaitedSignals() {
     sigset_t set;
     sigemptyset(&set);
+    sigaddset(&set, endingSignal);
     for (int signal : {SIGINT, SIGTERM, SIGHUP})
-        sigaddset(&set, signal);
+        if (!isIgnored(signal))
+            sigaddset(&set, signal);
     return set;
 }
 
 } // namespace
 
 Interrupt::Interrupt() {
-    const auto signals = stopSignals();
+    const auto signals = awaitedSignals();
     pthread_sigmask(SIG_BLOCK, &signals, nullptr);
-    // A closed pipe is an ordinary write error, not a reason to die without cleaning up.
+    // A closed pipe and a limit on the size of files are ordinary write errors, not reasons to die without cleaning up.
     std::signal(SIGPIPE, SIG_IGN);
+    std::signal(SIGXFSZ, SIG_IGN);
     listener_ = std::jthread([this, signals](std::stop_token ending) {
         while (!ending.stop_requested()) {
-            if (sigtimedwait(&signals, nullptr, &listenInterval) < 0)
+            const int signal = sigwaitinfo(&signals, nullptr);
+            if (signal < 0 || signal == endingSignal)
                 continue;
             if (stop_.stop_requested())
                 _exit(exitCode::cancelled);
@@ -39,6 +48,9 @@ Interrupt::Interrupt() {
     });
 }
 
-Interrupt::~Interrupt() = default;
+Interrupt::~Interrupt() {
+    listener_.request_stop();
+    pthread_kill(listener_.native_handle(), endingSignal);
+}
 
 } // namespace panoveer::tool

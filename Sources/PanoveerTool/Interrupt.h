@@ -5,9 +5,9 @@
 
 namespace panoveer::tool {
 
-// Turns SIGINT, SIGTERM and SIGHUP into a request to stop. A second signal ends the process at once: staged files may
-// then stay behind, but never under a final name. Made in main() before any other thread, which inherits the blocked
-// signals.
+// Turns SIGINT, SIGTERM and SIGHUP into a request to stop, except those that the caller has set to be ignored (nohup,
+// jobs in the background). A second signal ends the process at once: staged files may then stay behind, but never under
+// a final name. Made in main() before any other thread, which inherits the blocked signals.
 class Interrupt {
 public:
     Interrupt();

@@ -2,6 +2,7 @@
 #include "Panoveer/Model/Records/ExportResolutionPreset.h"
 #include "Panoveer/Model/Records/RecordEnums.h"
 #include "PanoveerTool/Commands.h"
+#include "PanoveerTool/JSONText.h"
 
 #include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
@@ -51,7 +52,7 @@ void printJSON() {
                              {"name", preset.name},
                              {"width", preset.resolution.width},
                              {"height", preset.resolution.height}});
-    std::cout << nlohmann::ordered_json{{"delivery", delivery}, {"sizes", sizes}}.dump(2) << '\n';
+    std::cout << jsonText({{"delivery", delivery}, {"sizes", sizes}}, 2) << '\n';
 }
 
 } // namespace

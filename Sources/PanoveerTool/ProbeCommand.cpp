@@ -4,6 +4,8 @@
 #include "Panoveer/Services/Intake/VideoMetadataReader.h"
 #include "PanoveerTool/Commands.h"
 #include "PanoveerTool/DetectionText.h"
+#include "PanoveerTool/JSONText.h"
+#include "PanoveerTool/Sources.h"
 #include "Platform/Core/Error.h"
 
 #include <CLI/CLI.hpp>
@@ -50,9 +52,10 @@ struct ProbedFile {
     ImmersiveFormatDetection detection;
 };
 
-ProbedFile probeFile(const std::string& path) {
-    const auto url = URL::fromFilePath(path);
-    const auto asset = VideoMetadataReader::withFormatDetection(VideoMetadataReader::readStreams(url));
+ProbedFile probeFile(const URL& url, const std::stop_token& stop) {
+    const auto asset = VideoMetadataReader::withFormatDetection(VideoMetadataReader::readStreams(url, stop), stop);
+    if (stop.stop_requested())
+        throw Cancelled();
     const auto& color = asset.colorMetadata;
     JSON result = {{"file", url.path().string()},
                    {"durationSeconds", asset.duration},
@@ -100,37 +103,38 @@ void printText(const ProbedFile& probed) {
                              file["orientation"].get<std::string>(), file["alpha"].get<bool>() ? ", with alpha" : "");
     std::cout << std::format("  format     {}\n", describe(probed.detection));
     if (file.contains("container"))
-        std::cout << "  container  " << file["container"].dump() << '\n';
+        std::cout << "  container  " << jsonText(file["container"]) << '\n';
     for (const auto& stream : file.value("audio", JSON::array()))
         std::cout << std::format("  sound      stream {}: {}, {} channels, {} Hz\n", stream["stream"].get<int>(),
                                  stream["codec"].get<std::string>(), stream["channels"].get<int>(),
                                  stream["sampleRate"].get<int>());
 }
 
-void probe(const std::vector<std::string>& paths, bool json) {
+void probe(const std::vector<std::string>& paths, bool json, const std::stop_token& stop) {
     JSON files = JSON::array();
     std::optional<std::string> failure;
     for (const auto& path : paths) {
+        const auto url = URL::fromFilePath(path);
         try {
-            const auto probed = probeFile(path);
+            const auto probed = probeFile(url, stop);
             files.push_back(probed.facts);
             if (!json)
                 printText(probed);
         } catch (const Error& error) {
-            failure = path + ": " + error.what();
+            failure = failureText(url, error);
             if (paths.size() > 1)
                 std::cerr << "panoveer: " << *failure << '\n';
         }
     }
     if (json)
-        std::cout << JSON{{"files", files}}.dump(2) << '\n';
+        std::cout << jsonText({{"files", files}}, 2) << '\n';
     if (failure)
         throw Error(paths.size() > 1 ? "Not every file could be read." : *failure);
 }
 
 } // namespace
 
-void declareProbe(CLI::App& program) {
+void declareProbe(CLI::App& program, std::stop_token stop) {
     struct Arguments {
         std::vector<std::string> paths;
         bool json = false;
@@ -139,7 +143,7 @@ void declareProbe(CLI::App& program) {
     auto* command = program.add_subcommand("probe", "Tell what files are");
     command->add_option("FILE", arguments->paths, "Movies")->required();
     command->add_flag("--json", arguments->json, "Print JSON");
-    command->callback([arguments] { probe(arguments->paths, arguments->json); });
+    command->callback([arguments, stop] { probe(arguments->paths, arguments->json, stop); });
 }
 
 } // namespace panoveer::tool

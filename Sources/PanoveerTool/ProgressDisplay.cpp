@@ -1,5 +1,7 @@
 #include "PanoveerTool/ProgressDisplay.h"
 
+#include "PanoveerTool/JSONText.h"
+
 #include <nlohmann/json.hpp>
 #include <sys/ioctl.h>
 #include <unistd.h>
@@ -86,7 +88,7 @@ void ProgressDisplay::printJSON(const ExportProgress& progress, double elapsedSe
                                    {"elapsedSeconds", elapsedSeconds}};
     if (const auto left = secondsLeft(progress.fraction, elapsedSeconds))
         line["secondsLeft"] = *left;
-    std::cerr << line.dump() << std::endl;
+    std::cerr << jsonText(line) << std::endl;
 }
 
 } // namespace panoveer::tool

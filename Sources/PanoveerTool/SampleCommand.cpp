@@ -3,7 +3,7 @@
 #include "Panoveer/Rendering/Projection/PictureWriter.h"
 #include "Panoveer/Rendering/Projection/SphericalTestChart.h"
 #include "Panoveer/Rendering/Projection/VRProjectionMath.h"
-#include "Panoveer/Services/Export/ExportWaits.h"
+#include "Panoveer/Services/Export/ExportArtifactTransaction.h"
 #include "Panoveer/Services/Export/VRNativeExporter.h"
 #include "Panoveer/Services/Intake/VideoMetadataReader.h"
 #include "PanoveerTool/Commands.h"
@@ -72,7 +72,8 @@ constexpr int evenRow(double latitudeDegrees) { return int((90 - latitudeDegrees
 
 // An equirectangular movie of a spherical chart: graticule, named directions and a marker that moves along the equator.
 void writeChartMovie(const URL& url, const std::stop_token& stop) {
-    AssetWriter writer(url, MovieFileType::mp4);
+    const auto staged = ExportArtifactTransaction::stagedFileURL(url);
+    AssetWriter writer(staged, MovieFileType::mp4);
     VideoSettings settings;
     settings.codec = FourCC("avc1");
     settings.width = sampleWidth;
@@ -84,8 +85,10 @@ void writeChartMovie(const URL& url, const std::stop_token& stop) {
         .primaries = 1, .transfer = 1, .matrix = 1, .masteringDisplayColorVolume = {}, .contentLightLevelInfo = {}};
     writer.setMovieTimeScale(sampleFramesPerSecond);
     const auto require = [&](bool done) {
-        if (!done)
-            throw writer.error().value_or(Error("The sample movie cannot be written."));
+        if (done)
+            return;
+        writer.cancelWriting();
+        throw writer.error().value_or(Error("The sample movie cannot be written."));
     };
     auto* input =
         writer.addVideoInput(settings, pixelFormat::yCbCr420VideoRange, sampleFramesPerSecond, sampleFrameCount);
@@ -109,6 +112,7 @@ void writeChartMovie(const URL& url, const std::stop_token& stop) {
     }
     input->markAsFinished();
     require(writer.finishWriting());
+    ExportArtifactTransaction::commitFile(staged, url);
 }
 
 struct SampleConversion {
@@ -145,7 +149,6 @@ void makeSample(const SampleArguments& arguments, const std::stop_token& stop) {
         const auto path = folder.path() / name;
         if (fs::exists(path) && !arguments.overwrite)
             throw Error(path.string() + " exists already. Choose another folder, or say --overwrite.");
-        fs::remove(path);
     }
 
     writeChartMovie(source, stop);

@@ -3,7 +3,6 @@
 #include "Panoveer/Services/Intake/MediaImportReport.h"
 #include "Panoveer/Services/Intake/MediaImportScanner.h"
 #include "Panoveer/Services/Intake/VideoMetadataReader.h"
-#include "Platform/Core/Error.h"
 
 #include <iostream>
 
@@ -14,7 +13,7 @@ std::vector<VideoAsset> readSources(const std::vector<std::string>& paths, const
     std::vector<URL> urls;
     for (const auto& path : paths)
         urls.push_back(URL::fromFilePath(path));
-    const auto scan = MediaImportScanner::scan(urls);
+    const auto scan = MediaImportScanner::scan(urls, MediaImportScanner::containsMovingPictures, stop);
     for (const auto& item : scan.skipped)
         std::cerr << "panoveer: left out " << item.name << ": " << describe(item.reason) << '\n';
     for (const auto& project : scan.projectURLs)
@@ -27,9 +26,12 @@ std::vector<VideoAsset> readSources(const std::vector<std::string>& paths, const
             auto asset = VideoMetadataReader::readStreams(url, stop);
             if (asset.playbackStatus == VideoPlaybackStatus::conversionRequired)
                 throw Error("Canon raw movies must be converted to another format first.");
+            if (!(asset.duration > 0))
+                throw Error("It does not say how long it lasts. Check that it is complete, or put it into an MP4 or "
+                            "MKV file first.");
             assets.push_back(VideoMetadataReader::withFormatDetection(std::move(asset), stop, stated));
         } catch (const Error& error) {
-            lastFailure = url.path().string() + ": " + error.what();
+            lastFailure = failureText(url, error);
             if (scan.videoURLs.size() > 1)
                 std::cerr << "panoveer: left out " << lastFailure << '\n';
         }
@@ -39,6 +41,11 @@ std::vector<VideoAsset> readSources(const std::vector<std::string>& paths, const
     if (assets.empty())
         throw Error(lastFailure.empty() ? "No movie was given that can be read." : lastFailure);
     return assets;
+}
+
+std::string failureText(const URL& url, const Error& error) {
+    const std::string text = error.what();
+    return text.starts_with(url.lastPathComponent()) ? text : url.path().string() + ": " + text;
 }
 
 } // namespace panoveer::tool

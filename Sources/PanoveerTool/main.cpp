@@ -4,6 +4,7 @@
 #include "PanoveerTool/Exit.h"
 #include "PanoveerTool/Interrupt.h"
 #include "Platform/Core/Error.h"
+#include "Platform/Media/LibAVMessages.h"
 
 #include <CLI/CLI.hpp>
 
@@ -16,13 +17,14 @@ int run(int argc, char** argv) {
     using namespace panoveer;
     using namespace panoveer::tool;
     const Interrupt interrupt;
+    sendLibAVMessagesToLog();
 
     CLI::App program("Converts immersive, dome and flat video.", "panoveer");
     program.require_subcommand(1);
     program.set_version_flag("--version", std::string("panoveer ") + PANOVEER_VERSION);
     declareConvert(program, interrupt.token());
     declareFrame(program, interrupt.token());
-    declareProbe(program);
+    declareProbe(program, interrupt.token());
     declareInspect(program);
     declarePresets(program);
     declareDoctor(program);
@@ -37,7 +39,7 @@ int run(int argc, char** argv) {
         std::cerr << "panoveer: " << error.what() << '\n';
         return exitCode::wrongUsage;
     } catch (const Cancelled&) {
-        std::cerr << "panoveer: cancelled; nothing was left under a final name.\n";
+        std::cerr << "panoveer: cancelled; nothing unfinished was left behind.\n";
         return exitCode::cancelled;
     } catch (const std::bad_alloc&) {
         std::cerr << "panoveer: out of memory. Choose a smaller --size, or close other programs.\n";

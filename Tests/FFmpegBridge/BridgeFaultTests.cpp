@@ -2,6 +2,10 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <functional>
@@ -170,11 +174,34 @@ TEST_P(BridgeOpeningFailures, SayWhatCouldNotBeOpened) {
     writeFile(folder / "letter.mp4", {reinterpret_cast<const std::uint8_t*>(prose.data()), prose.size()});
     // The index of a movie lies behind its media, so that half a movie has none.
     writeFile(folder / "half.mov", std::span(movie).first(movie.size() / 2));
-    for (const char* name : {"missing.mov", "empty.mov", "letter.mp4", "half.mov", "."}) {
+    // Nobody will ever write into this pipe.
+    ASSERT_EQ(mkfifo((folder / "pipe.mov").c_str(), 0600), 0);
+    for (const char* name : {"missing.mov", "empty.mov", "letter.mp4", "half.mov", "pipe.mov", "."}) {
         char error[1024] = {};
         EXPECT_LT(GetParam().call((folder / name).c_str(), error, sizeof error), 0) << name;
         EXPECT_THAT(std::string(error), testing::StartsWith(GetParam().openingText)) << name;
     }
+}
+
+TEST_P(BridgeOpeningFailures, NeverReachOutToTheNetwork) {
+    const int listener = socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK, 0);
+    sockaddr_in address{};
+    socklen_t length = sizeof address;
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    ASSERT_EQ(bind(listener, reinterpret_cast<sockaddr*>(&address), length), 0);
+    ASSERT_EQ(listen(listener, 1), 0);
+    ASSERT_EQ(getsockname(listener, reinterpret_cast<sockaddr*>(&address), &length), 0);
+
+    const TemporaryFolder folder;
+    const auto playlist =
+        "#EXTM3U\n#EXT-X-TARGETDURATION:1\n#EXTINF:1,\nhttp://127.0.0.1:" + std::to_string(ntohs(address.sin_port)) +
+        "/a.ts\n#EXT-X-ENDLIST\n";
+    writeFile(folder / "list.m3u8", {reinterpret_cast<const std::uint8_t*>(playlist.data()), playlist.size()});
+    char error[1024] = {};
+    EXPECT_LT(GetParam().call((folder / "list.m3u8").c_str(), error, sizeof error), 0);
+    EXPECT_LT(accept(listener, nullptr, nullptr), 0) << "somebody called";
+    close(listener);
 }
 
 INSTANTIATE_TEST_SUITE_P(All, BridgeOpeningFailures, testing::ValuesIn(entries()),

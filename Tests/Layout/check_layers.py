@@ -20,6 +20,7 @@ LAYERS = {
     "Panoveer/Services/Export": 6,
     "Panoveer/Views": 7,
     "PanoveerTool": 7,
+    "WarpMeshMaker": 7,
 }
 
 # Outside libraries that only some folders may know, so that each can be replaced in one place.

@@ -3,12 +3,18 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <poll.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <csignal>
 #include <cstdlib>
+#include <fstream>
+#include <regex>
+#include <sstream>
+#include <tuple>
 
 namespace panoveer::test {
 namespace {
@@ -27,6 +33,8 @@ protected:
 
 TEST_F(CommandLine, TellsWrongUsageFromFailure) {
     const auto source = movie({.frameCount = 5});
+    const auto mesh = path("mesh.data");
+    std::ofstream(mesh) << "2\n2 1\n1.6 0 0 0 1\n1.6 0 0\n";
     struct Row {
         std::vector<std::string> arguments;
         int exitCode;
@@ -35,20 +43,103 @@ TEST_F(CommandLine, TellsWrongUsageFromFailure) {
     for (const auto& row : {
              Row{{}, 2, "subcommand"},
              Row{{"convert", source}, 2, "--output"},
+             Row{{"convert", source, "-o", ""}, 2, "-o"},
+             Row{{"convert", source, "-o", path("a.mkv")}, 2, ".mov"},
+             Row{{"convert", source, "-o", path(std::string(260, 'a') + ".mp4"), "--codec", "h264"}, 1, "too long"},
              Row{{"convert", source, "-o", path("a.mp4"), "--codec", "vhs"}, 2, "h264"},
              Row{{"convert", source, "-o", path("a.mp4"), "--size", "wide"}, 2, "3840x1920"},
              Row{{"convert", source, "-o", path("a.mp4"), "--pitch", "91"}, 2, "-90"},
              Row{{"convert", source, "-o", path("a.mp4"), "--in", "3"}, 2, "--in"},
              Row{{"convert", source, "-o", path("a.mp4"), "--source-format", "mirrorDome"}, 2, "output only"},
+             Row{{"convert", source, "-o", path("a.mp4"), "--warp-mesh", mesh}, 2, "mirrorDome"},
+             Row{{"convert", source, "-o", path("a.mp4"), "--format", "mirrorDome", "--warp-mesh", mesh},
+                 1,
+                 "panoveer: Line 4: malformed Mirror Dome node: 1.6 0 0\n"},
+             Row{{"frame", source, "--at", "0", "-o", path("a.png"), "--format", "mirrorDome", "--warp-mesh", "/gone"},
+                 1,
+                 "panoveer: Cannot read Mirror Dome warp mesh: /gone\n"},
              Row{{"convert", path("gone.mp4"), "-o", path("a.mp4")}, 1, "gone.mp4"},
+             Row{{"convert", source, "-o", path("a.mp4"), "--out", "nan"}, 2, "--out"},
              Row{{"frame", source, "--at", "9", "-o", path("a.png")}, 2, "--at"},
+             Row{{"frame", source, "--at", "0", "-o", path("no/a.png")}, 1, "no folder"},
              Row{{"inspect", path("gone.mp4")}, 1, "gone.mp4"},
          }) {
         const auto result = panoveer(row.arguments);
         EXPECT_EQ(result.exitCode, row.exitCode) << result.standardError;
         EXPECT_NE(result.standardError.find(row.says), std::string::npos) << result.standardError;
     }
-    EXPECT_EQ(namesIn(folder.path()), (Names{"movie.mov"}));
+    EXPECT_EQ(namesIn(folder.path()), (Names{"movie.mov", "mesh.data"}));
+}
+
+TEST_F(CommandLine, WarpsForAMirrorDomeByTheStandardMeshOrByOnesOwn) {
+    const auto source = movie({.frameCount = 5});
+    const auto mesh = path("mesh.data");
+    std::ofstream(mesh) << "2\n2 2\n1.6 1 0.4 0.6 1\n-1.6 1 0.6 0.6 1\n1.6 -1 0.4 0.4 1\n-1.6 -1 0.6 0.4 1\n";
+    std::vector<std::string> arguments = {"convert", source,     "-o",         path("a.mp4"), "--codec",
+                                          "h264",    "--format", "mirrorDome", "--size",      "320x200"};
+    ASSERT_EQ(panoveer(arguments).exitCode, 0);
+    arguments[3] = path("b.mp4");
+    arguments.insert(arguments.end(), {"--warp-mesh", mesh});
+    ASSERT_EQ(panoveer(arguments).exitCode, 0);
+    for (const char* name : {"a.mp4", "b.mp4"})
+        EXPECT_EQ(videoStream(path(name))["height"], 200) << name;
+    EXPECT_NE(readFile(path("a.mp4")), readFile(path("b.mp4")));
+}
+
+// A file system knows bytes, not text.
+TEST_F(CommandLine, TakesNamesThatAreNoText) {
+    const auto source = path("caf\xe9.mov");
+    fs::rename(movie({.frameCount = 5}), source);
+    const auto target = path("th\xe9.mp4");
+    for (const auto& arguments :
+         std::vector<std::vector<std::string>>{{"probe", source, "--json"},
+                                               {"inspect", source, "--json"},
+                                               {"convert", source, "-o", target, "--format", "standard", "--size",
+                                                "160x90", "--codec", "h264", "--json", "--progress", "json"}}) {
+        const auto result = panoveer(arguments);
+        EXPECT_EQ(result.exitCode, 0) << result.standardError;
+        EXPECT_NO_THROW(std::ignore = nlohmann::json::parse(result.standardOutput)) << arguments[0];
+    }
+    EXPECT_TRUE(fs::exists(target));
+}
+
+TEST_F(CommandLine, SaysInOneLineWhatIsWrongWithAFile) {
+    // Sequence headers of MPEG-2 that say 0 x 0, a movie without a length, a pipe that nobody writes into.
+    auto damaged = readFile(movie({.name = "damaged.ts", .frameCount = 10, .codec = "mpeg2video"}));
+    constexpr std::array<std::uint8_t, 4> sequenceHeader{0, 0, 1, 0xb3};
+    for (auto at = damaged.begin();
+         (at = std::search(at, damaged.end(), sequenceHeader.begin(), sequenceHeader.end())) != damaged.end();)
+        std::fill_n(at += sequenceHeader.size(), 3, std::uint8_t(0));
+    writeFile(folder / "damaged.ts", damaged);
+    movie({.name = "endless.m2v", .frameCount = 10, .codec = "mpeg2video"});
+    const auto prose = std::string("This is a letter and no movie.\n");
+    writeFile(folder / "letter.mp4", {reinterpret_cast<const std::uint8_t*>(prose.data()), prose.size()});
+    ASSERT_EQ(mkfifo(path("pipe.mp4").c_str(), 0600), 0);
+    for (const std::string name : {"damaged.ts", "endless.m2v", "letter.mp4", "pipe.mp4"}) {
+        for (const auto& arguments : std::vector<std::vector<std::string>>{
+                 {"probe", path(name)}, {"inspect", path(name)}, {"convert", path(name), "-o", path("a.mp4")}}) {
+            const auto result = panoveer(arguments);
+            const bool isTold = arguments[0] == "probe" && (name == "damaged.ts" || name == "endless.m2v");
+            EXPECT_EQ(result.exitCode, isTold ? 0 : 1) << name << arguments[0];
+            std::istringstream lines(result.standardError);
+            for (std::string line; std::getline(lines, line);)
+                EXPECT_TRUE(line.starts_with("panoveer: ")) << line;
+        }
+    }
+}
+
+TEST_F(CommandLine, NeverPutsAFileInThePlaceOfADevice) {
+    const auto source = movie({.frameCount = 5});
+    for (const std::string name : {"device.mp4", "device.png"}) {
+        ASSERT_EQ(mkfifo(path(name).c_str(), 0600), 0);
+        const auto result =
+            name == "device.png"
+                ? panoveer({"frame", source, "--at", "0", "-o", path(name), "--size", "160x90", "--overwrite"})
+                : panoveer({"convert", source, "-o", path(name), "--size", "160x90", "--overwrite"});
+        EXPECT_EQ(result.exitCode, 1);
+        EXPECT_NE(result.standardError.find("device"), std::string::npos) << result.standardError;
+        EXPECT_TRUE(fs::is_fifo(path(name)));
+    }
 }
 
 TEST_F(CommandLine, KeepsAMovieThatExistsUnlessToldOtherwise) {
@@ -77,6 +168,15 @@ TEST_F(CommandLine, NeverWritesOntoItsOwnSource) {
     EXPECT_EQ(result.exitCode, 1);
     EXPECT_NE(result.standardError.find("source itself"), std::string::npos);
     EXPECT_EQ(readFile(source), before);
+}
+
+TEST_F(CommandLine, CutsANameThatItsOwnEndMakesTooLong) {
+    const auto source = movie({.name = std::string(251, 'n') + ".mp4", .frameCount = 5});
+    const auto result =
+        panoveer({"convert", source, "-o", path("out"), "--format", "standard", "--size", "160x90", "--codec", "h264"});
+    ASSERT_EQ(result.exitCode, 0) << result.standardError;
+    ASSERT_EQ(namesIn(folder / "out").size(), 1u);
+    EXPECT_TRUE(namesIn(folder / "out").begin()->ends_with("n - standard.mp4"));
 }
 
 TEST_F(CommandLine, KeepsNamesApartThatDifferOnlyInCase) {
@@ -119,13 +219,15 @@ TEST_F(CommandLine, LeavesNothingBehindWhenItCannotWrite) {
 // A conversion in a process of its own that has begun to write its movie when started() returns.
 class RunningConversion {
 public:
-    RunningConversion(const std::string& source, const fs::path& target) {
+    explicit RunningConversion(const std::string& source, const fs::path& target, int ignoredSignal = 0) {
         int ends[2];
         if (pipe(ends) != 0)
             throw std::runtime_error("pipe");
         process_ = fork();
         if (process_ == 0) {
             dup2(ends[1], STDERR_FILENO);
+            if (ignoredSignal != 0)
+                std::signal(ignoredSignal, SIG_IGN);
             execl(PANOVEER_PROGRAM, PANOVEER_PROGRAM, "convert", source.c_str(), "-o", target.c_str(), "--format",
                   "standard", "--size", "640x360", "--codec", "proRes", "--progress", "json", nullptr);
             _exit(127);
@@ -137,7 +239,8 @@ public:
 
     // Waits until a progress line tells of frames that are written.
     bool started() {
-        while (text_.find("\"frames\":1") == std::string::npos) {
+        static const std::regex someFrames("\"frames\":[1-9]");
+        while (!std::regex_search(text_, someFrames)) {
             pollfd ready{output_, POLLIN, 0};
             char buffer[4096];
             if (poll(&ready, 1, 60000) <= 0)
@@ -182,6 +285,15 @@ TEST_F(CommandLine, LeavesNothingUnderTheFinalNameWhenInterruptedOrKilled) {
         for (const auto& name : namesIn(folder / "out"))
             EXPECT_NE(name.find(".panoveer-"), std::string::npos) << name;
     }
+}
+
+TEST_F(CommandLine, GoesOnWhenItsTerminalClosesIfToldToIgnoreThat) {
+    const auto target = folder / "movie.mov";
+    RunningConversion conversion(movie({.name = "source.mov", .width = 640, .height = 360, .frameCount = 60}), target,
+                                 SIGHUP);
+    ASSERT_TRUE(conversion.started());
+    EXPECT_EQ(conversion.end(SIGHUP), 0);
+    EXPECT_TRUE(fs::exists(target));
 }
 
 TEST_F(CommandLine, PrintsOneJSONResultAndProgressBesideIt) {
@@ -306,7 +418,7 @@ INSTANTIATE_TEST_SUITE_P(Usual, FrameRates,
                          testing::Values(RateCase{"24", "fps24"}, RateCase{"25", "fps25"},
                                          RateCase{"30000/1001", "fps29_97"}, RateCase{"50", "fps50"},
                                          RateCase{"60000/1001", "fps59_94"}),
-                         [](const auto& info) { return info.param.name; });
+                         [](const auto& test) { return test.param.name; });
 
 } // namespace
 } // namespace panoveer::test

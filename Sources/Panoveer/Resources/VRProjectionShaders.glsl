@@ -2,14 +2,23 @@
 #extension GL_EXT_samplerless_texture_functions : require
 #extension GL_EXT_control_flow_attributes : require
 
-// The kernels that move pixels. One text, compiled once for each kernel with KERNEL_<name> defined.
+// The kernels that move pixels, and the two functions that draw a mirror dome's mesh. One text, compiled once for each
+// with KERNEL_<name> defined.
 //
 // The arithmetic is that of VRProjectionMath, SourceLattice, ProjectionMapping, PlaneSampler and VideoColorMath, which
 // say why it is as it is; functions have the same names here. What differs is what single precision asks for: angles
 // come from atan alone (acos and asin lose half their digits near their ends, and devices may be coarse in both), sines
 // from a polynomial (devices may be off by 2^-11), and places are reckoned from the middle of an image.
 
+#if defined(KERNEL_mirrorDomeVertexShader) || defined(KERNEL_mirrorDomeFragmentShader)
+#define DRAWS_MESH
+#else
 layout(local_size_x = 8, local_size_y = 8) in;
+#endif
+
+#if defined(KERNEL_vrProjectFrame) || defined(KERNEL_vrProjectFrameYCbCr) || defined(KERNEL_mirrorDomeFragmentShader)
+#define PROJECTS
+#endif
 
 #if defined(KERNEL_vrProjectFrame) || defined(KERNEL_vrProjectFrameYCbCr)
 
@@ -44,6 +53,38 @@ layout(push_constant) uniform VRProjectionUniforms {
     uint resamplingTaps;
 };
 
+#elif defined(DRAWS_MESH)
+
+layout(push_constant) uniform MirrorDomeConstants {
+    // VRMirrorDomeUniforms
+    float aspectRatio;
+    uint sourceFormat;
+    uint textureLayout;
+    uint yCbCrMatrix;
+    uint colorPrimaries;
+    uint transferFunction;
+    uint sourceOrientation;
+    uint colorOutputMode;
+    float standardDistance;
+    layout(offset = 48) float fovRadians;
+    float yawRadians;
+    float pitchRadians;
+    float rollRadians;
+    uvec2 sourceSize;
+    uint transparentUnmappedAreas;
+    float domemasterThetaRadians;
+    uint sourceStereoLayout;
+    uint monoStereoEye;
+    vec2 fisheyeCenter;
+    vec2 fisheyeRadius;
+    uint sourceEyesSwapped;
+    uint resamplingTaps;
+    // What the record does not say.
+    uvec2 outputSize;
+    uint alphaMode;
+    uint outputAlphaMode;
+};
+
 #endif
 
 #if defined(KERNEL_vrProjectFrame)
@@ -70,6 +111,9 @@ layout(push_constant) uniform VRCopyUniforms {
 };
 layout(set = 0, binding = 0) uniform texture2D inputPicture;
 layout(set = 0, binding = 1) uniform writeonly image2D outputPicture;
+#elif defined(KERNEL_mirrorDomeFragmentShader)
+layout(set = 0, binding = 0) uniform texture2D sourcePrimary;
+layout(set = 0, binding = 1) uniform texture2D sourceChroma;
 #endif
 
 const uint alphaOpaque = 0;
@@ -82,7 +126,7 @@ const uint matrixBT2020 = 2;
 
 // --- Y'CbCr output -----------------------------------------------------------------------------------------------
 
-#if !defined(KERNEL_copyProjectedFrame)
+#if !defined(KERNEL_copyProjectedFrame) && !defined(KERNEL_mirrorDomeVertexShader)
 
 // The weights of red and blue in luma: ITU-R BT.709-6 3.2, BT.601-7 2.5.1, BT.2020-2 table 4.
 vec2 lumaWeights(uint matrix) {
@@ -101,28 +145,46 @@ vec3 yCbCrFromRGB(vec3 rgb, uint matrix) {
 
 #if defined(KERNEL_vrProjectFrameYCbCr) || defined(KERNEL_vrConvertFrameToYCbCr)
 
+// VideoColorMath::ditherOffset().
+float ditherOffset(int column, int row) {
+    int rank = 0;
+    for (int bit = 0; bit < 3; ++bit)
+        rank = rank << 2 | ((column ^ row) >> bit & 1) << 1 | (row >> bit & 1);
+    return (rank + 0.5) / 64 - 0.5;
+}
+
+bool dithers() {
+#if defined(KERNEL_vrProjectFrameYCbCr)
+    return outputBitDepth == 8 && textureLayout >= 3;
+#else
+    return false; // what the picture was made from is not known here
+#endif
+}
+
 // A code in video range to what the texture is given, so that exactly this code is stored; ten bits lie in the high bits
 // of sixteen.
-vec2 storedCode(vec2 code) {
+vec2 storedCode(vec2 code, ivec2 at) {
     float unit = outputBitDepth == 10 ? 4 : 1;
+    if (dithers())
+        code += vec2(ditherOffset(at.x, at.y), ditherOffset(at.x + 1, at.y));
     vec2 whole = floor(clamp(code * unit, unit, 255 * unit - 1) + 0.5);
     return outputBitDepth == 10 ? whole * (64.0 / 65535.0) : whole / 255;
 }
 
-void storeLuma(ivec2 at, float luma) { imageStore(outputLuma, at, vec4(storedCode(vec2(16 + 219 * luma)), 0, 1)); }
+void storeLuma(ivec2 at, float luma) { imageStore(outputLuma, at, vec4(storedCode(vec2(16 + 219 * luma), at), 0, 1)); }
 
-void storeChroma(ivec2 at, vec2 cbCr) { imageStore(outputChroma, at, vec4(storedCode(128 + 224 * cbCr), 0, 1)); }
+void storeChroma(ivec2 at, vec2 cbCr) { imageStore(outputChroma, at, vec4(storedCode(128 + 224 * cbCr, at), 0, 1)); }
 
 #endif
 
-#if !defined(KERNEL_vrConvertFrameToYCbCr)
+#if !defined(KERNEL_vrConvertFrameToYCbCr) && !defined(DRAWS_MESH)
 
 // What shows behind transparent places, in squares of 16 pixels.
 float checkerboardGrey(ivec2 at) { return ((at.x / 16 + at.y / 16) & 1) == 1 ? 0.3 : 0.2; }
 
 #endif
 
-#if defined(KERNEL_vrProjectFrame) || defined(KERNEL_vrProjectFrameYCbCr)
+#if defined(PROJECTS)
 
 // --- Numbers -----------------------------------------------------------------------------------------------------
 
@@ -196,6 +258,16 @@ const CubeFace cubeFaces[12] = CubeFace[](
 
 // The faces of an equi-angular cube map towards +x, -x, +y, -y, +z, -z.
 const int equiAngularOrder[6] = int[](2, 0, 5, 3, 1, 4);
+
+#if defined(DRAWS_MESH)
+const uint outputFormat = formatMirrorDome;
+const uint outputStereoLayout = 0;
+
+// The pixel in the making, as FisheyePixel has it. Positions on the output are measured from its middle.
+vec2 fisheyeMiddle;
+vec2 fisheyeAcross;
+vec2 fisheyeDown;
+#endif
 
 bool isCube(uint format) { return format == formatCubemap || format == formatEAC; }
 bool isFlat(uint format) { return format == formatStandard || format == formatMirrorDome; }
@@ -310,17 +382,29 @@ vec2 domeAngle(vec2 n, float theta) {
     return vec2(r > 1e-6 ? sc.x / r : theta, sc.y);
 }
 
+// From the middle of a cell, in pixels of the output; for a mesh, of the fisheye picture and in its size.
+vec2 fromMiddleOf(Cell cell, vec2 at) {
+#if defined(DRAWS_MESH)
+    return fisheyeMiddle - 0.5 + fisheyeAcross * at.x + fisheyeDown * at.y;
+#else
+    return (at - cell.origin) - cell.size * 0.5;
+#endif
+}
+
 // The direction of the source's scene at a place of a cell. Defined beyond a dome's circle too.
 vec3 directionInCell(Scene scene, Cell cell, vec2 at) {
     bool isFlatSource = isFlat(sourceFormat);
-    vec2 fromMiddle = (at - cell.origin) - cell.size * 0.5;
+    vec2 fromMiddle = fromMiddleOf(cell, at);
     vec2 n = fromMiddle / cell.size;
     vec3 d;
     if (outputFormat == formatEquirectangular || outputFormat == formatHalfEquirectangular) {
         vec2 lon = sinCos(n.x * (outputFormat == formatEquirectangular ? 2 * pi : pi));
         vec2 lat = sinCos(-n.y * pi);
         d = vec3(lon.x * lat.y, lat.x, lon.y * lat.y);
-    } else if (outputFormat == formatDomemaster) {
+    } else if (outputFormat == formatDomemaster || outputFormat == formatMirrorDome) {
+        // Forward is laid into the zenith: what a domemaster shows, turned by half.
+        if (outputFormat == formatMirrorDome)
+            n = isFlatSource ? fromMiddle : -fromMiddle;
         vec2 dome = domeAngle(n, isFlatSource ? domemasterThetaRadians : fovRadians);
         d = isFlatSource ? vec3(n.x * dome.x, dome.y, n.y * dome.x) : vec3(n.x * dome.x, -n.y * dome.x, dome.y);
     } else if (isCube(outputFormat)) {
@@ -344,9 +428,13 @@ vec3 directionInCell(Scene scene, Cell cell, vec2 at) {
 }
 
 bool isWithinOutput(Cell cell, vec2 at) {
+#if defined(DRAWS_MESH)
+    vec2 n = fromMiddleOf(cell, at);
+#else
     if (outputFormat != formatDomemaster)
         return true;
     vec2 n = (at - cell.origin) / cell.size - 0.5;
+#endif
     return dot(n, n) * 4 <= 1;
 }
 
@@ -785,24 +873,26 @@ struct SourceValue {
 SourceValue readSource(Scene scene, vec2 at, vec2 pixelSize, bool readsPrimary, bool readsChroma) {
     SourceValue value = SourceValue(false, vec4(0), vec2(0));
     int division = 1;
-    float count = 0;
+    Place middle;
     for (int i = -1; i < division * division; ++i) {
         vec2 part = i < 0 ? vec2(0) : (vec2(i % division, i / division) + 0.5) / division - 0.5;
         Place place;
         bool isMapped = findPlace(scene, at + part * pixelSize, pixelSize / (i < 0 ? 1 : division), place);
         if (i < 0 && !isMapped)
             return value;
-        if (!isMapped)
-            continue;
+        if (!isMapped) {
+            place = middle;
+            place.footprint /= division;
+        }
         Plane primary = makePlane(scene, false, place.half_);
         Plane chroma = makePlane(scene, true, place.half_);
         if (i < 0) {
             vec2 covered = place.footprint / (readsPrimary ? vec2(1) : chroma.pitch);
             division = int(clamp(ceil(min(covered.x, covered.y) / 2.1), 1, 8));
+            middle = place;
             if (division > 1)
                 continue;
         }
-        count += 1;
         if (readsPrimary)
             value.primary += sampled(scene, primary, place);
         if (readsChroma)
@@ -811,15 +901,16 @@ SourceValue readSource(Scene scene, vec2 at, vec2 pixelSize, bool readsPrimary, 
             break;
     }
     value.isMapped = true;
-    value.primary /= max(count, 1);
-    value.chroma /= max(count, 1);
+    float count = division * division;
+    value.primary /= count;
+    value.chroma /= count;
     return value;
 }
 
 bool hasChroma() { return textureLayout != 0; }
 
-// The colour as the output holds it, straight, with alpha, and over what lies behind it.
-vec4 finishedColor(SourceValue value, ivec2 pixel) {
+// The colour as the output holds it, straight and with alpha.
+vec4 finishedColor(SourceValue value) {
     vec4 color = vec4(0, 0, 0, transparentUnmappedAreas != 0 ? 0 : 1);
     if (value.isMapped && hasChroma()) {
         color = vec4(outputColor(rgbFromYCbCr(yCbCrFromSamples(value.primary.r, value.chroma), yCbCrMatrix)), 1);
@@ -827,10 +918,20 @@ vec4 finishedColor(SourceValue value, ivec2 pixel) {
         float alpha = value.primary.a;
         color = alpha > 0 ? vec4(outputColor(clamp(value.primary.rgb / alpha, 0, 1)), min(alpha, 1)) : vec4(0);
     }
-    if (compositingBackground != 0)
-        color = vec4(mix(vec3(checkerboardGrey(pixel)), color.rgb, color.a), 1);
     return clamp(color, 0, 1);
 }
+
+#if !defined(DRAWS_MESH)
+
+// The same over what lies behind it.
+vec4 compositedColor(SourceValue value, ivec2 pixel) {
+    vec4 color = finishedColor(value);
+    if (compositingBackground != 0)
+        color = vec4(mix(vec3(checkerboardGrey(pixel)), color.rgb, color.a), 1);
+    return color;
+}
+
+#endif
 
 #endif
 
@@ -841,7 +942,7 @@ void main() {
     if (any(greaterThanEqual(pixel, ivec2(outputSize))))
         return;
     SourceValue value = readSource(makeScene(), vec2(pixel) + 0.5, vec2(1), true, hasChroma());
-    vec4 color = finishedColor(value, pixel);
+    vec4 color = compositedColor(value, pixel);
     if (alphaMode == alphaPremultiplied)
         color.rgb *= color.a;
     imageStore(outputPicture, pixel, color);
@@ -876,7 +977,7 @@ void main() {
         if (keepsYCbCr && value.isMapped) {
             yCbCr = yCbCrFromSamples(value.primary.r, value.chroma);
         } else {
-            vec4 color = finishedColor(value, pixel);
+            vec4 color = compositedColor(value, pixel);
             yCbCr = yCbCrFromRGB(color.rgb * color.a, outputYCbCrMatrix);
         }
         if (isLuma)
@@ -933,6 +1034,42 @@ void main() {
         color = vec4(front + checkerboardGrey(pixel) * (1 - color.a), 1);
     }
     imageStore(outputPicture, pixel, color);
+}
+
+#endif
+
+#if defined(KERNEL_mirrorDomeVertexShader)
+
+layout(location = 0) in vec2 position;
+layout(location = 1) in vec2 texCoords;
+layout(location = 2) in float intensity;
+layout(location = 0) noperspective out vec2 fisheyeCoordinate;
+layout(location = 1) noperspective out float shade;
+
+// The mesh's x runs to the left, its y upward; the picture's rows run downward.
+void main() {
+    gl_Position = vec4(-position.x / aspectRatio, -position.y, 0, 1);
+    fisheyeCoordinate = texCoords;
+    shade = intensity;
+}
+
+#endif
+
+#if defined(KERNEL_mirrorDomeFragmentShader)
+
+layout(location = 0) noperspective in vec2 fisheyeCoordinate;
+layout(location = 1) noperspective in float shade;
+layout(location = 0) out vec4 drawnColor;
+
+// No sampler takes part: taps are fetched and weighted as in the kernels, which go round in an equirectangular picture
+// and over its poles, keep the eyes of a stereo picture apart, and leave nothing dark at the edges.
+void main() {
+    fisheyeMiddle = fisheyeCoordinate;
+    fisheyeAcross = dFdx(fisheyeCoordinate);
+    fisheyeDown = dFdy(fisheyeCoordinate);
+    vec4 color = finishedColor(readSource(makeScene(), vec2(0), vec2(1), true, hasChroma()));
+    color.rgb = min(color.rgb * shade, vec3(1));
+    drawnColor = outputAlphaMode == alphaPremultiplied ? vec4(color.rgb * color.a, color.a) : color;
 }
 
 #endif

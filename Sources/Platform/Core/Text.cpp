@@ -6,6 +6,7 @@
 #include <unicode/timezone.h>
 #include <unicode/uchar.h>
 #include <unicode/unistr.h>
+#include <unicode/utf8.h>
 
 #include <memory>
 
@@ -100,6 +101,27 @@ std::vector<std::string> splitAtWhiteSpace(std::string_view text) {
 
 std::vector<std::string> alphanumericRuns(std::string_view text) {
     return split(text, [](UChar32 c) { return !u_isalpha(c) && !isNumber(c) && !isMark(c); });
+}
+
+std::size_t validUTF8Length(std::string_view text) {
+    const auto* bytes = text.data();
+    const auto length = int64_t(text.size());
+    for (int64_t at = 0; at < length;) {
+        const auto start = at;
+        UChar32 c = 0;
+        U8_NEXT(bytes, at, length, c);
+        if (c < 0)
+            return std::size_t(start);
+    }
+    return text.size();
+}
+
+std::string_view firstCharacters(std::string_view text, std::size_t count) {
+    const auto length = int64_t(text.size());
+    int64_t at = 0;
+    for (std::size_t i = 0; i < count && at < length; ++i)
+        U8_FWD_1(text.data(), at, length);
+    return text.substr(0, std::size_t(at));
 }
 
 std::string withoutTrailingNumbers(std::string_view text) {

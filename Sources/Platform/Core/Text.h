@@ -1,6 +1,7 @@
 #pragma once
 
 #include <chrono>
+#include <cstddef>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -21,6 +22,12 @@ std::vector<std::string> splitAtWhiteSpace(std::string_view text);
 
 // The runs of letters and numbers of any script, with the marks upon them; what lies between them is dropped.
 std::vector<std::string> alphanumericRuns(std::string_view text);
+
+// How many bytes at the beginning are whole characters of UTF-8. What follows is an error, or a character cut off.
+std::size_t validUTF8Length(std::string_view text);
+
+// At most so many characters from the beginning.
+std::string_view firstCharacters(std::string_view text, std::size_t count);
 
 // Without the run of numeric characters (general categories Nd, Nl, No) at its end.
 std::string withoutTrailingNumbers(std::string_view text);

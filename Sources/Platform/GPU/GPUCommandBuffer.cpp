@@ -1,10 +1,14 @@
 #include "Platform/GPU/GPUCommandBuffer.h"
 
+#include "Platform/GPU/GPUBuffer.h"
 #include "Platform/GPU/GPUComputePipeline.h"
 #include "Platform/GPU/GPUDevice.h"
+#include "Platform/GPU/GPURenderPipeline.h"
 #include "Platform/GPU/GPUTexture.h"
+#include "Platform/GPU/VulkanBuffer.h"
 #include "Platform/GPU/VulkanCommandQueue.h"
 #include "Platform/GPU/VulkanComputePipeline.h"
+#include "Platform/GPU/VulkanRenderPipeline.h"
 #include "Platform/GPU/VulkanTexture.h"
 
 #include <algorithm>
@@ -49,6 +53,11 @@ void copyPicture(const GPUTexture& texture, Rows to, ConstantRows from) {
     }
 }
 
+void requireConstants(std::span<const std::byte> constants) {
+    if (constants.size() > maximumConstantBytes || constants.size() % 4 != 0)
+        throw std::logic_error("a function's constants are too large");
+}
+
 std::size_t tightRowBytes(const GPUTexture& texture) {
     return std::size_t(texture.width()) * bytesPerPixel(texture.format());
 }
@@ -57,6 +66,21 @@ VkBufferImageCopy wholePicture(const GPUTexture& texture) {
     return {.imageSubresource = {VK_IMAGE_ASPECT_COLOR_BIT, 0, 0, 1},
             .imageExtent = {std::uint32_t(texture.width()), std::uint32_t(texture.height()), 1}};
 }
+
+// What kernels do with textures, and drawings where the device draws, as barriers name it.
+struct ShaderWork {
+    VkPipelineStageFlags stages = VK_PIPELINE_STAGE_COMPUTE_SHADER_BIT;
+    VkAccessFlags writes = VK_ACCESS_SHADER_WRITE_BIT;
+    VkAccessFlags all = VK_ACCESS_SHADER_READ_BIT | VK_ACCESS_SHADER_WRITE_BIT;
+
+    explicit ShaderWork(bool canDraw) {
+        if (!canDraw)
+            return;
+        stages |= VK_PIPELINE_STAGE_FRAGMENT_SHADER_BIT | VK_PIPELINE_STAGE_COLOR_ATTACHMENT_OUTPUT_BIT;
+        writes |= VK_ACCESS_COLOR_ATTACHMENT_WRITE_BIT;
+        all |= VK_ACCESS_COLOR_ATTACHMENT_READ_BIT | VK_ACCESS_COLOR_ATTACHMENT_WRITE_BIT;
+    }
+};
 
 void memoryBarrier(VkCommandBuffer commands, VkPipelineStageFlags from, VkAccessFlags written, VkPipelineStageFlags to,
                    VkAccessFlags used) {
@@ -82,7 +106,10 @@ struct GPUCommandBuffer::Recording {
     };
 
     Recording(std::shared_ptr<GPUDevice> gpu, std::shared_ptr<VulkanCommandQueue> commandQueue)
-        : device(std::move(gpu)), queue(std::move(commandQueue)), context(queue->acquire()) {}
+        : device(std::move(gpu)),
+          queue(std::move(commandQueue)),
+          context(queue->acquire()),
+          work(device->vulkan().canDraw()) {}
     ~Recording() {
         waitForDevice();
         release();
@@ -94,7 +121,12 @@ struct GPUCommandBuffer::Recording {
     }
     void use(const std::shared_ptr<GPUTexture>& texture, bool writes);
     StagingBuffer& makeStaging(StagingBuffer::Direction direction, const GPUTexture& texture);
-    VkDescriptorSet bind(const VulkanComputePipeline& pipeline, std::span<const std::shared_ptr<GPUTexture>> textures);
+    VkDescriptorSet bindTextures(const VulkanPipelineLayout& layout,
+                                 std::span<const std::shared_ptr<GPUTexture>> textures);
+    VkCommandBuffer beginWork();
+    void bindArguments(VkCommandBuffer commands, VkPipelineBindPoint point, const VulkanPipelineLayout& layout,
+                       VkDescriptorSet set, std::span<const std::byte> constants);
+    VkFramebuffer makeFramebuffer(const VulkanRenderPipeline& pipeline, const GPUTexture& target);
     void finishLanes();
     void submitLanes();
     void waitForDevice();
@@ -106,7 +138,9 @@ struct GPUCommandBuffer::Recording {
     std::unique_ptr<CommandContext> context; // null when completed
     State state = State::recording;
     std::vector<Use> uses;
-    std::vector<std::shared_ptr<GPUComputePipeline>> pipelines;
+    ShaderWork work;
+    std::vector<std::shared_ptr<const void>> kept; // pipelines and buffers
+    std::vector<OwnedFramebuffer> framebuffers;
     std::vector<std::unique_ptr<StagingBuffer>> staging;
     std::vector<Download> downloads;
     std::optional<Error> error;
@@ -135,10 +169,10 @@ StagingBuffer& GPUCommandBuffer::Recording::makeStaging(StagingBuffer::Direction
     return *staging.emplace_back(device->vulkan().staging().acquire(direction, size));
 }
 
-VkDescriptorSet GPUCommandBuffer::Recording::bind(const VulkanComputePipeline& pipeline,
-                                                  std::span<const std::shared_ptr<GPUTexture>> textures) {
-    const auto& bindings = pipeline.reflection().textures;
-    const auto set = context->makeDescriptorSet(pipeline.setLayout());
+VkDescriptorSet GPUCommandBuffer::Recording::bindTextures(const VulkanPipelineLayout& layout,
+                                                          std::span<const std::shared_ptr<GPUTexture>> textures) {
+    const auto& bindings = layout.reflection().textures;
+    const auto set = context->makeDescriptorSet(layout.setLayout());
     std::vector<VkDescriptorImageInfo> images(bindings.size());
     std::vector<VkWriteDescriptorSet> writes(bindings.size());
     for (std::size_t i = 0; i < bindings.size(); ++i) {
@@ -146,7 +180,7 @@ VkDescriptorSet GPUCommandBuffer::Recording::bind(const VulkanComputePipeline& p
         if (binding >= textures.size() || !textures[binding])
             throw std::logic_error("a kernel misses a texture");
         const auto& texture = textures[binding];
-        if (texture->usage() == (isStorage ? GPUTextureUsage::shaderRead : GPUTextureUsage::shaderWrite))
+        if (isStorage ? !isWrittenByShaders(texture->usage()) : !isReadByShaders(texture->usage()))
             throw std::logic_error("a texture was not made for what a kernel does with it");
         use(texture, isStorage);
         images[i] = {.imageView = texture->vulkan().view(), .imageLayout = VK_IMAGE_LAYOUT_GENERAL};
@@ -161,20 +195,52 @@ VkDescriptorSet GPUCommandBuffer::Recording::bind(const VulkanComputePipeline& p
     return set;
 }
 
+// The lane for the next dispatch or drawing, which sees what the earlier ones wrote.
+VkCommandBuffer GPUCommandBuffer::Recording::beginWork() {
+    auto& lane = context->compute;
+    if (lane.isRecording)
+        memoryBarrier(lane.commands, work.stages, work.writes, work.stages, work.all);
+    return lane.open();
+}
+
+void GPUCommandBuffer::Recording::bindArguments(VkCommandBuffer commands, VkPipelineBindPoint point,
+                                                const VulkanPipelineLayout& layout, VkDescriptorSet set,
+                                                std::span<const std::byte> constants) {
+    vkCmdBindDescriptorSets(commands, point, layout.get(), 0, 1, &set, 0, nullptr);
+    if (!constants.empty())
+        vkCmdPushConstants(commands, layout.get(), layout.stages(), 0, std::uint32_t(constants.size()),
+                           constants.data());
+}
+
+VkFramebuffer GPUCommandBuffer::Recording::makeFramebuffer(const VulkanRenderPipeline& pipeline,
+                                                           const GPUTexture& target) {
+    const VkImageView view = target.vulkan().view();
+    const VkFramebufferCreateInfo info{.sType = VK_STRUCTURE_TYPE_FRAMEBUFFER_CREATE_INFO,
+                                       .renderPass = pipeline.renderPass(),
+                                       .attachmentCount = 1,
+                                       .pAttachments = &view,
+                                       .width = std::uint32_t(target.width()),
+                                       .height = std::uint32_t(target.height()),
+                                       .layers = 1};
+    return framebuffers
+        .emplace_back(
+            makeOwned<OwnedFramebuffer>(device->vulkan().get(), vkCreateFramebuffer, info, "make a framebuffer"))
+        .get();
+}
+
 // Closes what was opened. On one queue barriers order the lanes; between queues semaphores do.
 void GPUCommandBuffer::Recording::finishLanes() {
-    constexpr auto kernel = VK_PIPELINE_STAGE_COMPUTE_SHADER_BIT;
     constexpr auto transfer = VK_PIPELINE_STAGE_TRANSFER_BIT;
     const bool isOneQueue = !queue->lanes().areSeparate;
     if (context->upload.isRecording) {
         if (isOneQueue)
-            memoryBarrier(context->upload.commands, transfer, VK_ACCESS_TRANSFER_WRITE_BIT, kernel | transfer,
-                          VK_ACCESS_SHADER_READ_BIT | VK_ACCESS_SHADER_WRITE_BIT | VK_ACCESS_TRANSFER_READ_BIT);
+            memoryBarrier(context->upload.commands, transfer, VK_ACCESS_TRANSFER_WRITE_BIT, work.stages | transfer,
+                          work.all | VK_ACCESS_TRANSFER_READ_BIT);
         check(vkEndCommandBuffer(context->upload.commands), "record uploads");
     }
     if (context->compute.isRecording) {
         // Mapped textures are read by the processor as they are.
-        memoryBarrier(context->compute.commands, kernel, VK_ACCESS_SHADER_WRITE_BIT,
+        memoryBarrier(context->compute.commands, work.stages, work.writes,
                       VK_PIPELINE_STAGE_HOST_BIT | (isOneQueue ? VkPipelineStageFlags(transfer) : 0u),
                       VK_ACCESS_HOST_READ_BIT | (isOneQueue ? VkAccessFlags(VK_ACCESS_TRANSFER_READ_BIT) : 0u));
         check(vkEndCommandBuffer(context->compute.commands), "record kernels");
@@ -265,7 +331,8 @@ void GPUCommandBuffer::Recording::release() {
     for (const auto& [texture, writes] : uses)
         texture->vulkan().endUse(writes);
     uses.clear();
-    pipelines.clear();
+    kept.clear();
+    framebuffers.clear();
     for (auto& buffer : staging)
         device->vulkan().staging().release(std::move(buffer));
     staging.clear();
@@ -299,25 +366,58 @@ void GPUCommandBuffer::dispatch(const std::shared_ptr<GPUComputePipeline>& pipel
                                 std::span<const std::shared_ptr<GPUTexture>> textures,
                                 std::span<const std::byte> constants, int gridWidth, int gridHeight) {
     recording_->requireRecording();
-    if (constants.size() > maximumConstantBytes || constants.size() % 4 != 0)
-        throw std::logic_error("a kernel's constants are too large");
+    requireConstants(constants);
     const auto& vulkan = pipeline->vulkan();
-    const auto set = recording_->bind(vulkan, textures);
-    auto& lane = recording_->context->compute;
-    constexpr auto kernel = VK_PIPELINE_STAGE_COMPUTE_SHADER_BIT;
-    if (lane.isRecording)
-        memoryBarrier(lane.commands, kernel, VK_ACCESS_SHADER_WRITE_BIT, kernel,
-                      VK_ACCESS_SHADER_READ_BIT | VK_ACCESS_SHADER_WRITE_BIT);
-    const auto commands = lane.open();
+    const auto set = recording_->bindTextures(vulkan.layout(), textures);
+    recording_->kept.push_back(pipeline);
+    const auto commands = recording_->beginWork();
     vkCmdBindPipeline(commands, VK_PIPELINE_BIND_POINT_COMPUTE, vulkan.get());
-    vkCmdBindDescriptorSets(commands, VK_PIPELINE_BIND_POINT_COMPUTE, vulkan.layout(), 0, 1, &set, 0, nullptr);
-    if (!constants.empty())
-        vkCmdPushConstants(commands, vulkan.layout(), VK_SHADER_STAGE_COMPUTE_BIT, 0, std::uint32_t(constants.size()),
-                           constants.data());
+    recording_->bindArguments(commands, VK_PIPELINE_BIND_POINT_COMPUTE, vulkan.layout(), set, constants);
     const auto groups = [](int count, std::uint32_t size) { return (std::uint32_t(count) + size - 1) / size; };
-    const auto& groupSize = vulkan.reflection().groupSize;
+    const auto& groupSize = vulkan.layout().reflection().groupSize;
     vkCmdDispatch(commands, groups(gridWidth, groupSize[0]), groups(gridHeight, groupSize[1]), 1);
-    recording_->pipelines.push_back(pipeline);
+}
+
+void GPUCommandBuffer::draw(const std::shared_ptr<GPURenderPipeline>& pipeline,
+                            const std::shared_ptr<GPUTexture>& target, const GPUColor& clearColor, const GPUMesh& mesh,
+                            std::span<const std::shared_ptr<GPUTexture>> textures,
+                            std::span<const std::byte> constants) {
+    recording_->requireRecording();
+    requireConstants(constants);
+    if (target->usage() != GPUTextureUsage::renderTarget || target->format() != pipeline->colorFormat())
+        throw std::logic_error("a texture was not made for what is drawn on it");
+    recording_->use(target, true);
+    const auto& vulkan = pipeline->vulkan();
+    const auto set = recording_->bindTextures(vulkan.layout(), textures);
+    const auto framebuffer = recording_->makeFramebuffer(vulkan, *target);
+    for (const std::shared_ptr<const void>& used :
+         {std::shared_ptr<const void>(pipeline), std::shared_ptr<const void>(mesh.vertices),
+          std::shared_ptr<const void>(mesh.indices)})
+        recording_->kept.push_back(used);
+
+    const auto commands = recording_->beginWork();
+    const VkClearValue clear{
+        .color = {.float32 = {clearColor.red, clearColor.green, clearColor.blue, clearColor.alpha}}};
+    const VkRect2D whole{{0, 0}, {std::uint32_t(target->width()), std::uint32_t(target->height())}};
+    const VkViewport viewport{0, 0, float(target->width()), float(target->height()), 0, 1};
+    const VkRenderPassBeginInfo begin{.sType = VK_STRUCTURE_TYPE_RENDER_PASS_BEGIN_INFO,
+                                      .renderPass = vulkan.renderPass(),
+                                      .framebuffer = framebuffer,
+                                      .renderArea = whole,
+                                      .clearValueCount = 1,
+                                      .pClearValues = &clear};
+    const VkBuffer vertices = mesh.vertices->vulkan().get();
+    constexpr VkDeviceSize start = 0;
+    vkCmdBeginRenderPass(commands, &begin, VK_SUBPASS_CONTENTS_INLINE);
+    vkCmdBindPipeline(commands, VK_PIPELINE_BIND_POINT_GRAPHICS, vulkan.get());
+    recording_->bindArguments(commands, VK_PIPELINE_BIND_POINT_GRAPHICS, vulkan.layout(), set, constants);
+    vkCmdSetViewport(commands, 0, 1, &viewport);
+    vkCmdSetScissor(commands, 0, 1, &whole);
+    vkCmdBindVertexBuffers(commands, 0, 1, &vertices, &start);
+    vkCmdBindIndexBuffer(commands, mesh.indices->vulkan().get(), 0, VK_INDEX_TYPE_UINT32);
+    if (mesh.indexCount > 0)
+        vkCmdDrawIndexed(commands, mesh.indexCount, 1, 0, 0, 0);
+    vkCmdEndRenderPass(commands);
 }
 
 void GPUCommandBuffer::download(const std::shared_ptr<GPUTexture>& texture, std::byte* rows, std::size_t rowBytes) {

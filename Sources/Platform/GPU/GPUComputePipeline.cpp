@@ -4,50 +4,12 @@
 #include "Platform/GPU/ShaderLibrary.h"
 #include "Platform/GPU/VulkanComputePipeline.h"
 
-#include <vector>
-
 namespace panoveer {
-
-namespace {
-
-VkDescriptorType descriptorType(const ShaderTextureBinding& texture) {
-    return texture.isStorage ? VK_DESCRIPTOR_TYPE_STORAGE_IMAGE : VK_DESCRIPTOR_TYPE_SAMPLED_IMAGE;
-}
-
-} // namespace
 
 VulkanComputePipeline::VulkanComputePipeline(VulkanDevice& device, std::span<const std::uint32_t> code,
                                              std::string_view name)
-    : reflection_(reflect(code)) {
-    std::vector<VkDescriptorSetLayoutBinding> bindings;
-    for (const auto& texture : reflection_.textures)
-        bindings.push_back({.binding = texture.binding,
-                            .descriptorType = descriptorType(texture),
-                            .descriptorCount = 1,
-                            .stageFlags = VK_SHADER_STAGE_COMPUTE_BIT});
-    setLayout_ = makeOwned<OwnedDescriptorSetLayout>(
-        device.get(), vkCreateDescriptorSetLayout,
-        VkDescriptorSetLayoutCreateInfo{.sType = VK_STRUCTURE_TYPE_DESCRIPTOR_SET_LAYOUT_CREATE_INFO,
-                                        .bindingCount = std::uint32_t(bindings.size()),
-                                        .pBindings = bindings.data()},
-        "describe a kernel's textures");
-
-    const VkDescriptorSetLayout setLayout = setLayout_.get();
-    const VkPushConstantRange constants{VK_SHADER_STAGE_COMPUTE_BIT, 0, maximumConstantBytes};
-    layout_ = makeOwned<OwnedPipelineLayout>(
-        device.get(), vkCreatePipelineLayout,
-        VkPipelineLayoutCreateInfo{.sType = VK_STRUCTURE_TYPE_PIPELINE_LAYOUT_CREATE_INFO,
-                                   .setLayoutCount = 1,
-                                   .pSetLayouts = &setLayout,
-                                   .pushConstantRangeCount = 1,
-                                   .pPushConstantRanges = &constants},
-        "describe a kernel's arguments");
-
-    const auto module = makeOwned<OwnedShaderModule>(
-        device.get(), vkCreateShaderModule,
-        VkShaderModuleCreateInfo{
-            .sType = VK_STRUCTURE_TYPE_SHADER_MODULE_CREATE_INFO, .codeSize = code.size_bytes(), .pCode = code.data()},
-        "load a kernel");
+    : layout_(device, code, VK_SHADER_STAGE_COMPUTE_BIT) {
+    const auto module = makeShaderModule(device, code);
     const VkComputePipelineCreateInfo info{.sType = VK_STRUCTURE_TYPE_COMPUTE_PIPELINE_CREATE_INFO,
                                            .stage = {.sType = VK_STRUCTURE_TYPE_PIPELINE_SHADER_STAGE_CREATE_INFO,
                                                      .stage = VK_SHADER_STAGE_COMPUTE_BIT,

@@ -81,6 +81,8 @@ GPUDevice::GPUDevice(std::unique_ptr<VulkanDevice> vulkan, GPUDeviceDescription 
 
 GPUDevice::~GPUDevice() = default;
 
+bool GPUDevice::canDraw() const { return vulkan_->canDraw(); }
+
 std::uint64_t GPUDevice::recommendedMaxWorkingSetSize() const { return vulkan_->memoryUse().budget; }
 
 std::uint64_t GPUDevice::currentAllocatedSize() const { return vulkan_->memoryUse().used; }

@@ -51,6 +51,8 @@ public:
     const std::string& name() const { return description_.name; }
     // True when the processor does the work.
     bool isSoftware() const { return description_.isSoftware; }
+    // False for the rare device that only computes: it takes no GPURenderPipeline.
+    bool canDraw() const;
 
     // Bytes of its own memory that this process can use in all without slowing down, and bytes that it uses now.
     std::uint64_t recommendedMaxWorkingSetSize() const;

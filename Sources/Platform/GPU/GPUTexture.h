@@ -26,7 +26,13 @@ constexpr std::size_t bytesPerPixel(GPUPixelFormat format) {
 
 std::string_view name(GPUPixelFormat format);
 
-enum class GPUTextureUsage { shaderRead, shaderWrite, shaderReadWrite };
+// What is done with a texture: kernels read it, write it, or both; or triangles are drawn on it, and it is read.
+enum class GPUTextureUsage { shaderRead, shaderWrite, shaderReadWrite, renderTarget };
+
+constexpr bool isReadByShaders(GPUTextureUsage usage) { return usage != GPUTextureUsage::shaderWrite; }
+constexpr bool isWrittenByShaders(GPUTextureUsage usage) {
+    return usage == GPUTextureUsage::shaderWrite || usage == GPUTextureUsage::shaderReadWrite;
+}
 
 // A two-dimensional picture on the GPU, without mipmaps. Every texture can also be uploaded to and downloaded from.
 // Shared by those who use it; command buffers keep it alive. A texture that one command buffer writes must not be used

@@ -74,6 +74,15 @@ void writeCached(const fs::path& file, const std::vector<std::uint32_t>& code) {
         fs::remove(staged, failure);
 }
 
+shaderc_shader_kind kind(ShaderStage stage) {
+    switch (stage) {
+    case ShaderStage::compute: return shaderc_compute_shader;
+    case ShaderStage::vertex: return shaderc_vertex_shader;
+    case ShaderStage::fragment: return shaderc_fragment_shader;
+    }
+    return shaderc_compute_shader;
+}
+
 bool isNameCharacter(char c) { return std::isalnum(static_cast<unsigned char>(c)) || c == '_'; }
 
 bool containsWord(std::string_view text, std::string_view word) {
@@ -106,33 +115,33 @@ fs::path ShaderLibrary::userCacheDirectory() {
     return home && *home ? fs::path(home) / ".cache/Panoveer Studio/Shaders" : fs::path();
 }
 
-std::optional<ShaderFunction> ShaderLibrary::function(std::string_view functionName) const {
+std::optional<ShaderFunction> ShaderLibrary::function(std::string_view functionName, ShaderStage stage) const {
     const auto macro = "KERNEL_" + std::string(functionName);
     if (!containsWord(source_, macro))
         return std::nullopt;
-    ShaderFunction function{.name = std::string(functionName), .code = {}};
+    ShaderFunction function{.name = std::string(functionName), .stage = stage, .code = {}};
     if (cacheDirectory_.empty()) {
-        function.code = compile(macro);
+        function.code = compile(macro, stage);
         return function;
     }
-    const auto key = sha256(std::format("{}\n{}\n{}", compilerOptions, macro, source_));
+    const auto key = sha256(std::format("{}\n{}\n{}\n{}", compilerOptions, int(kind(stage)), macro, source_));
     const auto file = cacheDirectory_ / (key + ".spv");
     if (auto cached = readCached(file)) {
         function.code = std::move(*cached);
     } else {
-        function.code = compile(macro);
+        function.code = compile(macro, stage);
         writeCached(file, function.code);
     }
     return function;
 }
 
-std::vector<std::uint32_t> ShaderLibrary::compile(const std::string& macro) const {
+std::vector<std::uint32_t> ShaderLibrary::compile(const std::string& macro, ShaderStage stage) const {
     shaderc::CompileOptions options;
     options.SetTargetEnvironment(shaderc_target_env_vulkan, shaderc_env_version_vulkan_1_2);
     options.SetTargetSpirv(shaderc_spirv_version_1_5);
     options.SetOptimizationLevel(shaderc_optimization_level_zero);
     options.AddMacroDefinition(macro);
-    const auto result = shaderc::Compiler().CompileGlslToSpv(source_, shaderc_compute_shader, name_.c_str(), options);
+    const auto result = shaderc::Compiler().CompileGlslToSpv(source_, kind(stage), name_.c_str(), options);
     if (result.GetCompilationStatus() != shaderc_compilation_status_success)
         throw Error(localized("error.gpu.shader_compilation_failed", result.GetErrorMessage()),
                     std::string(gpuErrorDomain));

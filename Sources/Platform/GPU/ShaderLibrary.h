@@ -9,18 +9,21 @@
 
 namespace panoveer {
 
-// A compiled kernel: SPIR-V 1.5 with the entry point "main".
+enum class ShaderStage { compute, vertex, fragment };
+
+// A compiled function: SPIR-V 1.5 with the entry point "main".
 struct ShaderFunction {
     std::string name;
+    ShaderStage stage = ShaderStage::compute;
     std::vector<std::uint32_t> code;
 };
 
-// Kernels that travel as GLSL text. GLSL knows one entry point a program, so the text holds each kernel's main()
-// between `#if defined(KERNEL_name)` and `#endif`, and is compiled once for every kernel that is asked for. A value;
-// safe from any thread.
+// Functions that travel as GLSL text: kernels, and the two stages of drawing. GLSL knows one entry point a program, so
+// the text holds each function's main() between `#if defined(KERNEL_name)` and `#endif`, and is compiled once for every
+// function that is asked for. A value; safe from any thread.
 class ShaderLibrary {
 public:
-    // `name` is what messages of the compiler call the text. Compiled kernels are kept in `cacheDirectory`; an empty
+    // `name` is what messages of the compiler call the text. Compiled functions are kept in `cacheDirectory`; an empty
     // path keeps none.
     ShaderLibrary(std::string name, std::string source, std::filesystem::path cacheDirectory = userCacheDirectory());
 
@@ -31,11 +34,12 @@ public:
     // $XDG_CACHE_HOME, else ~/.cache, below it "Panoveer Studio/Shaders".
     static std::filesystem::path userCacheDirectory();
 
-    // No value when the text has no such kernel. Throws Error with the compiler's messages when it does not compile.
-    std::optional<ShaderFunction> function(std::string_view functionName) const;
+    // No value when the text has no such function. Throws Error with the compiler's messages when it does not compile.
+    std::optional<ShaderFunction> function(std::string_view functionName,
+                                           ShaderStage stage = ShaderStage::compute) const;
 
 private:
-    std::vector<std::uint32_t> compile(const std::string& macro) const;
+    std::vector<std::uint32_t> compile(const std::string& macro, ShaderStage stage) const;
 
     std::string name_;
     std::string source_;

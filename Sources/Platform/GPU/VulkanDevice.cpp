@@ -46,10 +46,12 @@ VkFormat vulkanFormat(GPUPixelFormat format) {
 
 VkImageUsageFlags vulkanUsage(GPUTextureUsage usage) {
     VkImageUsageFlags flags = VK_IMAGE_USAGE_TRANSFER_SRC_BIT | VK_IMAGE_USAGE_TRANSFER_DST_BIT;
-    if (usage != GPUTextureUsage::shaderWrite)
+    if (isReadByShaders(usage))
         flags |= VK_IMAGE_USAGE_SAMPLED_BIT;
-    if (usage != GPUTextureUsage::shaderRead)
+    if (isWrittenByShaders(usage))
         flags |= VK_IMAGE_USAGE_STORAGE_BIT;
+    if (usage == GPUTextureUsage::renderTarget)
+        flags |= VK_IMAGE_USAGE_COLOR_ATTACHMENT_BIT;
     return flags;
 }
 
@@ -69,6 +71,7 @@ VulkanDevice::VulkanDevice(std::unique_ptr<VulkanInstance> instance, const Vulka
     : instance_(std::move(instance)),
       physical_(candidate.device),
       computeFamily_(candidate.computeFamily),
+      canDraw_(candidate.canDraw),
       isSoftware_(candidate.description.isSoftware),
       mapsTextures_(isSoftware_) {
     makeDevice();
@@ -198,7 +201,7 @@ VulkanFormatPlan VulkanDevice::plan(GPUPixelFormat format, int width, int height
         plans.push_back(wanted);
     }
     for (auto plan : plans) {
-        if (mapsTextures_) {
+        if (mapsTextures_ && usage != GPUTextureUsage::renderTarget) { // few devices draw into rows
             auto mapped = plan;
             mapped.tiling = VK_IMAGE_TILING_LINEAR;
             mapped.isMapped = true;

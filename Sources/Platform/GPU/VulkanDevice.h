@@ -56,6 +56,8 @@ public:
     const VulkanInstance& instance() const { return *instance_; }
     VkDevice get() const { return device_; }
     VmaAllocator allocator() const { return allocator_; }
+    // Whether its queues draw triangles; all of them run kernels.
+    bool canDraw() const { return canDraw_; }
     StagingPool& staging() { return *staging_; }
 
     // Compute queues are handed out in turn; copy engines are shared.
@@ -67,11 +69,12 @@ public:
     VulkanFormatPlan plan(GPUPixelFormat format, int width, int height, GPUTextureUsage usage) const;
 
     // Makes another device of this one, so that each road through this layer can be tried on any machine: one whose
-    // kernels cannot write a format, whose textures the processor does not reach, or that has copy engines (which are
-    // the compute queue in truth). To be called before the first texture or queue is made.
+    // kernels cannot write a format, whose textures the processor does not reach, that has copy engines (which are the
+    // compute queue in truth), or that does not draw. To be called before the first texture or queue is made.
     void forbidStorage(VkFormat format) { forbiddenStorage_.push_back(format); }
     void forbidMappedTextures() { mapsTextures_ = false; }
     void separateLanes() { separatesLanes_ = true; }
+    void forbidDrawing() { canDraw_ = false; }
 
     // Fresh images leave the undefined layout here, once; afterwards all live in the general one.
     void initializeLayout(VkImage image);
@@ -95,6 +98,7 @@ private:
     std::unique_ptr<VulkanInstance> instance_;
     VkPhysicalDevice physical_;
     std::uint32_t computeFamily_;
+    bool canDraw_;
     bool isSoftware_;
     bool mapsTextures_; // copies within the processor's own memory are copies too many
     VkDevice device_ = VK_NULL_HANDLE;

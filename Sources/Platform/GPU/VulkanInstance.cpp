@@ -60,8 +60,13 @@ int preference(VkPhysicalDeviceType type) {
     }
 }
 
+struct ComputeFamily {
+    std::uint32_t index = 0;
+    bool hasGraphics = false;
+};
+
 // A family with graphics as well, if there is one: it is the device's main road.
-std::optional<std::uint32_t> computeFamily(VkPhysicalDevice device) {
+std::optional<ComputeFamily> computeFamily(VkPhysicalDevice device) {
     std::uint32_t count = 0;
     vkGetPhysicalDeviceQueueFamilyProperties(device, &count, nullptr);
     std::vector<VkQueueFamilyProperties> families(count);
@@ -70,7 +75,7 @@ std::optional<std::uint32_t> computeFamily(VkPhysicalDevice device) {
     for (const VkQueueFlags wanted : {both, VkQueueFlags(VK_QUEUE_COMPUTE_BIT)})
         for (std::uint32_t family = 0; family < count; ++family)
             if ((families[family].queueFlags & wanted) == wanted)
-                return family;
+                return ComputeFamily{family, wanted == both};
     return std::nullopt;
 }
 
@@ -175,7 +180,7 @@ std::vector<VulkanCandidate> VulkanInstance::candidates() const {
             continue;
         }
         found.emplace_back(preference(properties.deviceType),
-                           VulkanCandidate{device, *family, describe(device, properties)});
+                           VulkanCandidate{device, family->index, family->hasGraphics, describe(device, properties)});
     }
     std::ranges::stable_sort(found, {}, [](const auto& entry) { return entry.first; });
 

@@ -14,6 +14,7 @@ namespace panoveer {
 struct VulkanCandidate {
     VkPhysicalDevice device = VK_NULL_HANDLE;
     std::uint32_t computeFamily = 0;
+    bool canDraw = false; // the family has graphics as well
     GPUDeviceDescription description;
 };
 

@@ -44,9 +44,11 @@ using OwnedCommandPool = DeviceHandle<VkCommandPool, vkDestroyCommandPool>;
 using OwnedDescriptorPool = DeviceHandle<VkDescriptorPool, vkDestroyDescriptorPool>;
 using OwnedDescriptorSetLayout = DeviceHandle<VkDescriptorSetLayout, vkDestroyDescriptorSetLayout>;
 using OwnedFence = DeviceHandle<VkFence, vkDestroyFence>;
+using OwnedFramebuffer = DeviceHandle<VkFramebuffer, vkDestroyFramebuffer>;
 using OwnedImageView = DeviceHandle<VkImageView, vkDestroyImageView>;
 using OwnedPipeline = DeviceHandle<VkPipeline, vkDestroyPipeline>;
 using OwnedPipelineLayout = DeviceHandle<VkPipelineLayout, vkDestroyPipelineLayout>;
+using OwnedRenderPass = DeviceHandle<VkRenderPass, vkDestroyRenderPass>;
 using OwnedSemaphore = DeviceHandle<VkSemaphore, vkDestroySemaphore>;
 using OwnedShaderModule = DeviceHandle<VkShaderModule, vkDestroyShaderModule>;
 

@@ -133,12 +133,19 @@ void AssetWriter::startSession(MediaTime sourceTime) {
         input->setSessionStart(sourceTime);
 }
 
-bool AssetWriter::finishWriting() {
+bool AssetWriter::finishWriting(std::stop_token stop) {
     if (status() != Status::writing)
         return status() == Status::completed;
     for (auto* input : state_->inputs)
         input->finish();
-    state_->joinInputs();
+    {
+        const std::stop_callback giveUp(stop, [this] { state_->stopInputs(); });
+        state_->joinInputs();
+    }
+    if (stop.stop_requested()) {
+        cancelWriting();
+        return false;
+    }
     if (status() == Status::writing) {
         try {
             state_->muxer->finish();

@@ -10,6 +10,7 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <stop_token>
 #include <string>
 
 namespace panoveer {
@@ -45,8 +46,6 @@ public:
 
     // Room in the queue of a writer that is writing. While true, append() does not block.
     virtual bool isReadyForMoreMediaData() const = 0;
-    // Blocks until there is room, the writer fails or `deadlineSeconds` have passed; then answers as above.
-    virtual bool waitUntilReady(double deadlineSeconds) = 0;
     // Hands one picture over, blocking while there is no room; it is released as soon as the encoder has read it. Times
     // rise strictly; pictures before the session's start are left out. False when the writer is not writing, and when a
     // picture of another format or size, or one out of order, has made it fail: see its error().
@@ -97,8 +96,9 @@ public:
     // The time of pictures that becomes the movie's 0; 0 unless called.
     void startSession(MediaTime sourceTime);
 
-    // Drains the encoders and completes the file. Blocks. True exactly when status() is then completed.
-    bool finishWriting();
+    // Drains the encoders and completes the file. Blocks; a stop ends that within the picture that an encoder is at,
+    // and cancels the writing. True exactly when status() is then completed.
+    bool finishWriting(std::stop_token stop = {});
     // Stops the encoders, each within the picture that it is at, and removes the file, of a failed writer too. A
     // completed movie stays.
     void cancelWriting();

@@ -1,11 +1,9 @@
 #include "Platform/Media/MediaSupport.h"
 
-#include "Platform/Core/Log.h"
-#include "Platform/Core/Text.h"
+#include "Platform/Media/LibAVMessages.h"
 
 #include <cerrno>
-#include <cstdarg>
-#include <mutex>
+#include <filesystem>
 #include <new>
 
 extern "C" {
@@ -18,21 +16,11 @@ namespace panoveer {
 
 namespace {
 
-constexpr Logger logger("Media");
-
-// libav's remarks on a file belong into the log, not between a program's own lines on standard error.
-void takeOverMessages() {
-    static std::once_flag once;
-    std::call_once(once, [] {
-        av_log_set_callback([](void* object, int level, const char* format, std::va_list arguments) {
-            if (level > AV_LOG_WARNING)
-                return;
-            char line[512];
-            int printPrefix = 1;
-            av_log_format_line2(object, level, format, arguments, line, sizeof line, &printPrefix);
-            logger.debug("{}", trimmed(line));
-        });
-    });
+// Whoever opens one of these may wait for ever, and it can be read only once.
+bool isPipeOrDevice(const std::filesystem::path& path) {
+    std::error_code unknown;
+    const auto status = std::filesystem::status(path, unknown);
+    return std::filesystem::is_other(status);
 }
 
 } // namespace
@@ -92,7 +80,11 @@ InputPtr openMovie(const URL& url, const std::atomic<bool>* interrupt) {
     if (!url.isFileURL())
         throw Error("Not a file: " + url.absoluteString(), std::string(mediaErrorDomain),
                     mediaErrorCode::fileFormatNotRecognized);
-    takeOverMessages();
+    sendLibAVMessagesToLog();
+    const auto name = nameInMessages(url);
+    if (isPipeOrDevice(url.path()))
+        throw Error(name + " is a pipe or a device. Save the movie as a file first.", std::string(mediaErrorDomain),
+                    mediaErrorCode::fileFormatNotRecognized);
     auto* context = avformat_alloc_context();
     if (!context)
         throw std::bad_alloc();
@@ -107,13 +99,15 @@ InputPtr openMovie(const URL& url, const std::atomic<bool>* interrupt) {
     // Playlists and external references inside a movie must not reach out to the network.
     av_dict_set(&options, "protocol_whitelist", "file", 0);
     // The prefix keeps a colon in a file name from being taken for a protocol.
-    int code = avformat_open_input(&context, ("file:" + url.path().string()).c_str(), nullptr, &options);
+    const int code = avformat_open_input(&context, ("file:" + url.path().string()).c_str(), nullptr, &options);
     av_dict_free(&options);
-    if (code == AVERROR(EINVAL)) // a container that is not on the list
-        code = AVERROR_INVALIDDATA;
-    if (code < 0) // the context is freed already
-        throw libavError(nameInMessages(url), code, mediaErrorCode::fileFormatNotRecognized);
-    return InputPtr(context);
+    if (code >= 0)
+        return InputPtr(context);
+    // The context is freed already. EINVAL tells of a container that is not on the list.
+    if (code == AVERROR_INVALIDDATA || code == AVERROR_EOF || code == AVERROR(EINVAL))
+        throw Error(name + " is damaged, or no movie of a known kind. Check that it is complete and plays elsewhere.",
+                    std::string(mediaErrorDomain), mediaErrorCode::fileFormatNotRecognized);
+    throw libavError(name, code, mediaErrorCode::fileFormatNotRecognized);
 }
 
 FourCC fourCCFromTag(std::uint32_t tag) { return FourCC(__builtin_bswap32(tag)); }

@@ -127,7 +127,7 @@ void writePNG(const PixelBuffer& picture, const std::filesystem::path& path) {
                     std::string(mediaErrorDomain), mediaErrorCode::operationNotSupported);
     const auto packet = encoded(*straightRGBA(picture));
     auto staged = path;
-    staged.replace_filename("." + path.filename().string() + ".panoveer-" + UUID::random().text() + ".tmp");
+    staged.replace_filename(".panoveer-" + UUID::random().text() + ".tmp"); // short, whatever the name
     int failure = writeDurably(staged, {packet->data, std::size_t(packet->size)});
     if (failure == 0 && ::rename(staged.c_str(), path.c_str()) != 0)
         failure = errno;

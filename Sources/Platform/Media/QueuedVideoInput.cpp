@@ -3,7 +3,6 @@
 #include "Platform/Media/ColorDescription.h"
 #include "Platform/Media/MovieMuxer.h"
 
-#include <chrono>
 #include <format>
 #include <utility>
 
@@ -42,13 +41,6 @@ bool QueuedVideoInput::hasRoom() const { return phase_ == Phase::taking && queue
 
 bool QueuedVideoInput::isReadyForMoreMediaData() const {
     std::lock_guard lock(mutex_);
-    return hasRoom();
-}
-
-bool QueuedVideoInput::waitUntilReady(double deadlineSeconds) {
-    std::unique_lock lock(mutex_);
-    changed_.wait_for(lock, std::chrono::duration<double>(deadlineSeconds),
-                      [&] { return hasRoom() || phase_ != Phase::taking; });
     return hasRoom();
 }
 
@@ -134,9 +126,16 @@ void QueuedVideoInput::work() {
             }
             encode(*std::exchange(entry, std::nullopt));
         }
+    } catch (const Cancelled&) {
+        // Stopped while the encoder gave out what it held.
     } catch (const std::exception&) {
         fail_(currentError());
     }
+}
+
+bool QueuedVideoInput::isStopped() const {
+    std::lock_guard lock(mutex_);
+    return phase_ == Phase::stopped;
 }
 
 // False once stopped; no entry when the last one was taken before.
@@ -161,7 +160,12 @@ void QueuedVideoInput::encode(Entry entry) {
 
 void QueuedVideoInput::openEncoder() {
     encoder_.reset();
-    encoder_ = makeVideoEncoder(configuration_, [this](PacketPtr packet) { muxer_->write(track_, std::move(packet)); });
+    encoder_ = makeVideoEncoder(configuration_, [this](PacketPtr packet) {
+        // An encoder holds dozens of pictures; whoever stops does not wait for all of them.
+        if (isStopped())
+            throw Cancelled();
+        muxer_->write(track_, std::move(packet));
+    });
 }
 
 // Tells the muxer what the track is, once. What the settings leave unsaid of the colours is in the first picture, and

@@ -20,7 +20,6 @@ public:
     ~QueuedVideoInput() override;
 
     bool isReadyForMoreMediaData() const override;
-    bool waitUntilReady(double deadlineSeconds) override;
     bool append(PixelBufferPtr picture, MediaTime presentationTime) override;
     void markAsFinished() override { finish(); }
 
@@ -43,6 +42,7 @@ private:
     void work();
     bool takeNext(std::optional<Entry>& entry);
     void encode(Entry entry);
+    bool isStopped() const;
     void openEncoder();
     void beginTrack(const ColorAttachments& firstPicture);
     std::int64_t durationAt(std::int64_t presentationTime);

@@ -28,6 +28,16 @@ TEST(Text, CaseFollowsUnicodeInEveryLocale) {
     EXPECT_EQ(uppercased("straße"), "STRASSE");
 }
 
+TEST(Text, CountsWholeCharactersOfUTF8) {
+    EXPECT_EQ(validUTF8Length("dome"), 4u);
+    EXPECT_EQ(validUTF8Length("球幕"), 6u);
+    EXPECT_EQ(validUTF8Length(std::string_view("球幕").substr(0, 5)), 3u);
+    EXPECT_EQ(validUTF8Length("a\xff z"), 1u);
+    EXPECT_EQ(validUTF8Length("\xc0\x80"), 0u) << "an overlong zero";
+    EXPECT_EQ(firstCharacters("球幕 show", 3), "球幕 ");
+    EXPECT_EQ(firstCharacters("球", 3), "球");
+}
+
 TEST(Text, TrailingNumbersOfAnyScriptGo) {
     EXPECT_EQ(withoutTrailingNumbers("GX0100"), "GX");
     EXPECT_EQ(withoutTrailingNumbers("take ٣Ⅳ²"), "take ");

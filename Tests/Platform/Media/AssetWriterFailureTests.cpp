@@ -109,7 +109,7 @@ TEST_P(KilledWriter, LeavesAMovieThatPlaysToItsLastFragment) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Codecs, KilledWriter, testing::Values(h264, proRes),
-                         [](const auto& info) { return info.param.name; });
+                         [](const auto& test) { return test.param.name; });
 
 // A folder that holds 1 MB: a disk of its own where that is allowed, else by a limit on the size of this process's
 // files.
@@ -160,7 +160,7 @@ TEST(FullDisk, FailsTheWriterWithTheSystemsErrorAndLeavesWhatWasWritten) {
                       return otherError;
                   if (input->append(makePatternPicture(proRes.pictureFormat, width, height, 0), {9999, timescale}))
                       return tookMore;
-                  if (input->isReadyForMoreMediaData() || input->waitUntilReady(60))
+                  if (input->isReadyForMoreMediaData())
                       return becameReady;
                   if (writer.finishWriting() || writer.status() != Status::failed)
                       return finished;
@@ -187,6 +187,21 @@ TEST(CancelledWriter, RemovesItsFileAndTakesNoMore) {
         EXPECT_FALSE(std::filesystem::exists(folder / "movie.mov"));
         EXPECT_EQ(writing.append(codec, 1), 0);
         EXPECT_FALSE(writing.writer.finishWriting());
+    }
+}
+
+TEST(CancelledWriter, AnswersAStopWhileItDrains) {
+    std::stop_source stop;
+    stop.request_stop();
+    for (const auto& codec : {h264, proRes}) {
+        const TemporaryFolder folder;
+        Writing writing(folder / "movie.mov", codec);
+        ASSERT_TRUE(writing.writer.startWriting());
+        EXPECT_EQ(writing.append(codec, 60), 60);
+        EXPECT_FALSE(writing.writer.finishWriting(stop.get_token()));
+        EXPECT_EQ(writing.writer.status(), Status::cancelled);
+        EXPECT_FALSE(writing.writer.error());
+        EXPECT_FALSE(std::filesystem::exists(folder / "movie.mov"));
     }
 }
 
@@ -291,7 +306,7 @@ INSTANTIATE_TEST_SUITE_P(
                     RefusalCase{"CubeInProRes", "apcn", VideoProfile::automatic, 12288, 8192, ""},
                     RefusalCase{"BeyondAll", "apcn", VideoProfile::automatic, 16384, 16384, "larger"},
                     RefusalCase{"BelowHEVC", "hvc1", VideoProfile::automatic, 48, 48, "smaller"}),
-    [](const auto& info) { return info.param.name; });
+    [](const auto& test) { return test.param.name; });
 
 } // namespace
 } // namespace panoveer::test

@@ -165,7 +165,7 @@ INSTANTIATE_TEST_SUITE_P(
                     .frameDuration = {1, 24}},
                    "24/1"},
         TimingCase{"OnePicture", {.frameCount = 1}, "30000/1001"}),
-    [](const auto& info) { return info.param.name; });
+    [](const auto& test) { return test.param.name; });
 
 TEST(AssetWriter, TakesTheLastPicturesLengthFromTheOneBeforeWhenNoneIsTold) {
     const TemporaryFolder folder;
@@ -223,7 +223,7 @@ INSTANTIATE_TEST_SUITE_P(
         PictureCase{"ProResLT", {.codec = "apcs", .pictureFormat = tenBit422, .fileType = quickTime}, "p210le", 40},
         PictureCase{"ProRes422", {.codec = "apcn", .pictureFormat = tenBit422, .fileType = quickTime}, "p210le", 40},
         PictureCase{"ProRes422HQ", {.codec = "apch", .pictureFormat = tenBit422, .fileType = quickTime}, "p210le", 40}),
-    [](const auto& info) { return info.param.name; });
+    [](const auto& test) { return test.param.name; });
 
 struct AlphaCase {
     const char* name;
@@ -291,7 +291,7 @@ INSTANTIATE_TEST_SUITE_P(
         AlphaCase{"ProRes4444FromHalves", "ap4h", pixelFormat::rgbaHalf, {9, 16, 9, {}, {}}, 0.2627, 0.0593},
         AlphaCase{"ProRes4444XQFromHalves", "ap4x", pixelFormat::rgbaHalf, {9, 18, 9, {}, {}}, 0.2627, 0.0593},
         AlphaCase{"ProRes4444XQFromBytes", "ap4x", pixelFormat::bgra, {1, 1, 1, {}, {}}, 0.2126, 0.0722}),
-    [](const auto& info) { return info.param.name; });
+    [](const auto& test) { return test.param.name; });
 
 // Green, blue, red, white point, 1000 and 0.005 cd/m²; 1000 and 400 cd/m².
 const std::vector<std::uint8_t> mastering{0x21, 0x34, 0x9b, 0xaa, 0x19, 0x96, 0x08, 0xfc, 0x8a, 0x48, 0x39, 0x08,
@@ -406,7 +406,7 @@ INSTANTIATE_TEST_SUITE_P(
                               "bt2020",
                               "arib-std-b67",
                               "bt2020nc"}),
-    [](const auto& info) { return info.param.name; });
+    [](const auto& test) { return test.param.name; });
 
 TEST(MovieLayout, HasTheHeaderInFrontInMP4AndNoFragmentsInEither) {
     const TemporaryFolder folder;

@@ -24,9 +24,10 @@ std::uint16_t halfOf(double value) {
 
 } // namespace
 
-PictureWriter::PictureWriter(PixelBuffer& buffer, VideoYCbCrMatrix matrix)
+PictureWriter::PictureWriter(PixelBuffer& buffer, VideoYCbCrMatrix matrix, bool dithersYCbCr)
     : buffer_(buffer),
       matrix_(matrix),
+      dithersYCbCr_(dithersYCbCr),
       range_(VideoColorMath::codeRange(buffer.layout().bytesPerSample == 1 ? 8 : 10, buffer.layout().isFullRange)) {}
 
 void PictureWriter::writeColor(int x, int y, const RGB& color, double alpha) {
@@ -44,6 +45,8 @@ void PictureWriter::writeColor(int x, int y, const RGB& color, double alpha) {
 void PictureWriter::writeCode(int plane, int sample, int row, double code) {
     const auto& target = buffer_.plane(plane);
     auto* at = target.data + std::size_t(row) * target.rowBytes + std::size_t(sample * buffer_.layout().bytesPerSample);
+    if (dithersYCbCr_)
+        code += VideoColorMath::ditherOffset(plane == 1 ? sample / 2 + sample % 2 : sample, row);
     const auto whole = std::uint16_t(std::floor(std::clamp(code, range_.lowest, range_.highest) + 0.5));
     if (buffer_.layout().bytesPerSample == 1) {
         *at = std::byte(whole);

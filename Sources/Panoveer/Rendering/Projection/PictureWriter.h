@@ -9,8 +9,9 @@ namespace panoveer {
 // be written from different threads.
 class PictureWriter {
 public:
-    // Does not own the buffer, which must live longer. The matrix is that of a Y'CbCr buffer.
-    PictureWriter(PixelBuffer& buffer, VideoYCbCrMatrix matrix);
+    // Does not own the buffer, which must live longer. The matrix is that of a Y'CbCr buffer; dither is
+    // VideoColorMath::ditherOffset().
+    PictureWriter(PixelBuffer& buffer, VideoYCbCrMatrix matrix, bool dithersYCbCr = false);
 
     bool isYCbCr() const { return buffer_.layout().isYCbCr(); }
     int width() const { return buffer_.width(); }
@@ -38,6 +39,7 @@ private:
 
     PixelBuffer& buffer_;
     VideoYCbCrMatrix matrix_;
+    bool dithersYCbCr_;
     YCbCrCodeRange range_;
 };
 

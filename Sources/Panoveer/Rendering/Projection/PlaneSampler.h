@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Panoveer/Rendering/Projection/PlaneGeometry.h"
 #include "Panoveer/Rendering/Projection/ProjectionMapping.h"
 #include "Panoveer/Rendering/Projection/ProjectionRenderer.h"
 
@@ -10,38 +11,22 @@ namespace panoveer {
 // Up to four samples of one place of a plane: R, G, B, A; or Y'; or Cb, Cr.
 using Texel = std::array<double, 4>;
 
-// Where the samples of one axis lie: sample i at origin + i * pitch, in pixels of the upright picture.
-struct SampleAxis {
-    double origin = 0.5;
-    double pitch = 1;
-    int count = 0;
-
-    double position(int index) const { return origin + index * pitch; }
-    double index(double position) const { return (position - origin) / pitch; }
-};
-
-// A plane of a source picture, seen upright.
-//
-// Colours are premultiplied and 0…1; Y', Cb and Cr stay code values (of 8 or of 10 bits). Chroma of half width belongs
-// to the left of its two luma columns, chroma of half height between its two rows, as H.264 and HEVC have it by default
-// (ITU-T H.265, E.3.1, chroma_sample_loc_type 0).
+// A plane of a source picture, seen upright. Colours are premultiplied and 0…1; Y', Cb and Cr stay code values (of 8 or
+// of 10 bits).
 class SourcePlane {
 public:
     // Does not copy: the buffer must live longer.
     SourcePlane(const PixelBuffer& buffer, int plane, SourceVideoOrientation orientation, AlphaMode alphaMode);
 
-    const SampleAxis& columns() const { return columns_; }
-    const SampleAxis& rows() const { return rows_; }
+    const PlaneGeometry& geometry() const { return geometry_; }
     Texel texel(int column, int row) const;
 
 private:
     const PixelPlane& plane_;
+    PlaneGeometry geometry_;
     int channels_;
     int bytesPerSample_;
-    SourceVideoOrientation orientation_;
     AlphaMode alphaMode_;
-    SampleAxis columns_;
-    SampleAxis rows_;
 };
 
 // What `count` neighbouring samples weigh; the sum is 1.

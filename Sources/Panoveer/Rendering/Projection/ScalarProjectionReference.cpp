@@ -35,7 +35,8 @@ public:
           sourceRange_(
               VideoColorMath::codeRange(source.layout().bytesPerSample == 1 ? 8 : 10, source.layout().isFullRange)),
           conversion_(description.colorPrimaries, description.transferFunction, options.colorOutputMode),
-          writer_(output, VideoColorMath::outputMatrix(options.colorOutputMode)) {
+          writer_(output, VideoColorMath::outputMatrix(options.colorOutputMode),
+                  VideoColorMath::dithers(source.layout().bytesPerSample, output.layout().bytesPerSample)) {
         if (source.layout().isYCbCr())
             chroma_.emplace(source, 1, description.orientation, description.alphaMode);
     }
@@ -88,8 +89,9 @@ private:
     }
 
     // The colour at an output position as the output holds it, over what lies behind it.
-    Color finished(const Places& places, int x, int y) const {
+    Color finished(const Places& places, int x, int y, double intensity) const {
         auto result = !places.empty() ? color(places) : Color{{}, options_.transparentUnmappedAreas ? 0.0 : 1.0};
+        result.straight = result.straight * intensity;
         if (options_.hasCheckerboard) {
             const double grey = checkerboardGrey(x, y) * (1 - result.alpha);
             const auto& c = result.straight;
@@ -100,7 +102,7 @@ private:
 
     void writeColorRow(int y) {
         for (int x = 0; x < writer_.width(); ++x) {
-            const auto result = finished(mapping_.places(x + 0.5, y + 0.5), x, y);
+            const auto result = finished(mapping_.places(x + 0.5, y + 0.5), x, y, mapping_.intensity(x + 0.5, y + 0.5));
             const bool isPremultiplied = description_.alphaMode == AlphaMode::premultiplied;
             writer_.writeColor(x, y, result.straight * (isPremultiplied ? result.alpha : 1), result.alpha);
         }
@@ -112,25 +114,29 @@ private:
     void writeLumaRow(int y) {
         for (int x = 0; x < writer_.width(); ++x) {
             const auto places = mapping_.places(x + 0.5, y + 0.5);
+            const double intensity = mapping_.intensity(x + 0.5, y + 0.5);
             if (keepsYCbCr_ && !places.empty())
-                writer_.writeLuma(x, y, luma(places));
+                writer_.writeLuma(x, y, luma(places) * intensity);
             else
-                writer_.writeLuma(x, y, overBlack(finished(places, x, y)));
+                writer_.writeLuma(x, y, overBlack(finished(places, x, y, intensity)));
         }
     }
 
     void writeChromaRow(int row) {
         const Footprint pixelSize{double(writer_.chromaWidth()), double(writer_.chromaHeight())};
-        const auto sampleSize = keepsYCbCr_ ? Footprint{chroma_->columns().pitch, chroma_->rows().pitch} : Footprint{};
+        const auto sampleSize = keepsYCbCr_
+                                    ? Footprint{chroma_->geometry().columns().pitch, chroma_->geometry().rows().pitch}
+                                    : Footprint{};
         for (int column = 0; column < writer_.chromaColumns(); ++column) {
             const auto places = mapping_.places(writer_.chromaX(column), writer_.chromaY(row), pixelSize, sampleSize);
+            const double intensity = mapping_.intensity(writer_.chromaX(column), writer_.chromaY(row));
             if (keepsYCbCr_ && !places.empty()) {
                 const auto value = chroma(places);
-                writer_.writeChroma(column, row, value.cb, value.cr);
+                writer_.writeChroma(column, row, value.cb * intensity, value.cr * intensity);
             } else {
                 const int x = column * writer_.chromaWidth();
                 const int y = row * writer_.chromaHeight();
-                writer_.writeChroma(column, row, overBlack(finished(places, x, y)));
+                writer_.writeChroma(column, row, overBlack(finished(places, x, y, intensity)));
             }
         }
     }

@@ -13,7 +13,7 @@ struct ScalarRenderOptions {
 };
 
 // Reprojection in double precision, one sample at a time: what every faster engine is measured against. Slow, meant for
-// tests and for machines where nothing else works. A mirror dome is drawn through a mesh and stays black here.
+// tests and for machines where nothing else works.
 //
 // How a picture comes about:
 //  - Every output sample is computed for itself at its own place: luma and colour in the middle of its pixel, chroma
@@ -22,6 +22,7 @@ struct ScalarRenderOptions {
 //  - When matrix, primaries and transfer function stay the same, Y'CbCr goes to Y'CbCr without RGB.
 //  - Alpha comes out as it went in, straight or premultiplied. Where the source shows nothing the picture is opaque
 //    black, or transparent.
+//  - The mesh of a mirror dome says what a sample shows and how much it is dimmed, luma and chroma alike.
 class ScalarProjectionReference final : public ProjectionRenderer {
 public:
     std::string name() const override { return "Reference"; }
@@ -33,7 +34,8 @@ public:
     std::uint64_t recommendedMaxWorkingSetSize() const override { return 0; }
     std::uint64_t currentAllocatedSize() const override { return 0; }
 
-    // The whole picture at once. Throws Error (mediaErrorDomain) when the source's format cannot be a source.
+    // The whole picture at once. Throws Error (mediaErrorDomain) when the source's format cannot be a source, and what
+    // keeps the mesh of a mirror dome from being used.
     static void renderPicture(const PixelBuffer& source, const SourcePictureDescription& description,
                               const VRTransform& transform, PixelBuffer& output, const ScalarRenderOptions& options);
 

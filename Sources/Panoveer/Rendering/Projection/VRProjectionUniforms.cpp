@@ -50,4 +50,34 @@ VRProjectionUniforms makeProjectionUniforms(const VRSourceFrame& frame, UInt2 so
     };
 }
 
+VRMirrorDomeUniforms makeMirrorDomeUniforms(const VRSourceFrame& frame, UInt2 sourceSize, const VRTransform& transform,
+                                            const ProjectionPass& pass, float meshAspectRatio) {
+    const auto plain = makeProjectionUniforms(frame, sourceSize, transform, pass);
+    return {
+        .aspectRatio = meshAspectRatio,
+        .sourceFormat = plain.sourceFormat,
+        .textureLayout = plain.textureLayout,
+        .yCbCrMatrix = plain.yCbCrMatrix,
+        .colorPrimaries = plain.colorPrimaries,
+        .transferFunction = plain.transferFunction,
+        .sourceOrientation = plain.sourceOrientation,
+        .colorOutputMode = plain.colorOutputMode,
+        .standardDistance = plain.standardDistance,
+        .padding = {},
+        .fovRadians = plain.fovRadians,
+        .yawRadians = plain.yawRadians,
+        .pitchRadians = plain.pitchRadians,
+        .rollRadians = plain.rollRadians,
+        .sourceSize = plain.sourceSize,
+        .transparentUnmappedAreas = plain.transparentUnmappedAreas,
+        .domemasterThetaRadians = plain.domemasterThetaRadians,
+        .sourceStereoLayout = plain.sourceStereoLayout,
+        .monoStereoEye = plain.monoStereoEye,
+        .fisheyeCenter = plain.fisheyeCenter,
+        .fisheyeRadius = plain.fisheyeRadius,
+        .sourceEyesSwapped = plain.sourceEyesSwapped,
+        .resamplingTaps = plain.resamplingTaps,
+    };
+}
+
 } // namespace panoveer

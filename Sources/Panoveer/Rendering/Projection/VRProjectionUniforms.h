@@ -77,6 +77,35 @@ struct VRProjectionUniforms {
     friend bool operator==(const VRProjectionUniforms&, const VRProjectionUniforms&) = default;
 };
 
+// For mirrorDomeVertexShader and mirrorDomeFragmentShader. Enumerations as their index unless said otherwise.
+struct VRMirrorDomeUniforms {
+    float aspectRatio;               // of the mesh
+    std::uint32_t sourceFormat;      // kernelFormatCode
+    std::uint32_t textureLayout;     // VRSourceFrame::TextureLayout
+    std::uint32_t yCbCrMatrix;       // VRSourceFrame::YCbCrMatrix
+    std::uint32_t colorPrimaries;    // VideoColorPrimaries
+    std::uint32_t transferFunction;  // VideoTransferFunction
+    std::uint32_t sourceOrientation; // SourceVideoOrientation
+    std::uint32_t colorOutputMode;   // VRColorOutputMode
+    float standardDistance;
+    std::uint32_t padding[3]; // 0
+    float fovRadians;
+    float yawRadians;
+    float pitchRadians;
+    float rollRadians;
+    UInt2 sourceSize;                       // pixels of the upright source
+    std::uint32_t transparentUnmappedAreas; // 1: a place without a source pixel is transparent; 0: opaque black
+    float domemasterThetaRadians;
+    std::uint32_t sourceStereoLayout; // StereoVideoLayout
+    std::uint32_t monoStereoEye;      // StereoEye
+    Float2 fisheyeCenter;             // of one eye, 0…1
+    Float2 fisheyeRadius;             // of one eye, 0…1
+    std::uint32_t sourceEyesSwapped;  // 0 or 1
+    std::uint32_t resamplingTaps;     // 2 or 8
+
+    friend bool operator==(const VRMirrorDomeUniforms&, const VRMirrorDomeUniforms&) = default;
+};
+
 // For copyProjectedFrame.
 struct VRCopyUniforms {
     std::uint32_t alphaMode;             // AlphaMode
@@ -103,6 +132,9 @@ struct ProjectionPass {
 // transform counts as it stands: callers normalise it.
 VRProjectionUniforms makeProjectionUniforms(const VRSourceFrame& frame, UInt2 sourceSize, const VRTransform& transform,
                                             const ProjectionPass& pass);
+
+VRMirrorDomeUniforms makeMirrorDomeUniforms(const VRSourceFrame& frame, UInt2 sourceSize, const VRTransform& transform,
+                                            const ProjectionPass& pass, float meshAspectRatio);
 
 static_assert(sizeof(VRProjectionUniforms) == 128);
 static_assert(offsetof(VRProjectionUniforms, outputSize) == 0);
@@ -133,6 +165,31 @@ static_assert(offsetof(VRProjectionUniforms, fisheyeCenter) == 104);
 static_assert(offsetof(VRProjectionUniforms, fisheyeRadius) == 112);
 static_assert(offsetof(VRProjectionUniforms, sourceEyesSwapped) == 120);
 static_assert(offsetof(VRProjectionUniforms, resamplingTaps) == 124);
+
+static_assert(sizeof(VRMirrorDomeUniforms) == 112);
+static_assert(offsetof(VRMirrorDomeUniforms, aspectRatio) == 0);
+static_assert(offsetof(VRMirrorDomeUniforms, sourceFormat) == 4);
+static_assert(offsetof(VRMirrorDomeUniforms, textureLayout) == 8);
+static_assert(offsetof(VRMirrorDomeUniforms, yCbCrMatrix) == 12);
+static_assert(offsetof(VRMirrorDomeUniforms, colorPrimaries) == 16);
+static_assert(offsetof(VRMirrorDomeUniforms, transferFunction) == 20);
+static_assert(offsetof(VRMirrorDomeUniforms, sourceOrientation) == 24);
+static_assert(offsetof(VRMirrorDomeUniforms, colorOutputMode) == 28);
+static_assert(offsetof(VRMirrorDomeUniforms, standardDistance) == 32);
+static_assert(offsetof(VRMirrorDomeUniforms, padding) == 36);
+static_assert(offsetof(VRMirrorDomeUniforms, fovRadians) == 48);
+static_assert(offsetof(VRMirrorDomeUniforms, yawRadians) == 52);
+static_assert(offsetof(VRMirrorDomeUniforms, pitchRadians) == 56);
+static_assert(offsetof(VRMirrorDomeUniforms, rollRadians) == 60);
+static_assert(offsetof(VRMirrorDomeUniforms, sourceSize) == 64);
+static_assert(offsetof(VRMirrorDomeUniforms, transparentUnmappedAreas) == 72);
+static_assert(offsetof(VRMirrorDomeUniforms, domemasterThetaRadians) == 76);
+static_assert(offsetof(VRMirrorDomeUniforms, sourceStereoLayout) == 80);
+static_assert(offsetof(VRMirrorDomeUniforms, monoStereoEye) == 84);
+static_assert(offsetof(VRMirrorDomeUniforms, fisheyeCenter) == 88);
+static_assert(offsetof(VRMirrorDomeUniforms, fisheyeRadius) == 96);
+static_assert(offsetof(VRMirrorDomeUniforms, sourceEyesSwapped) == 104);
+static_assert(offsetof(VRMirrorDomeUniforms, resamplingTaps) == 108);
 
 static_assert(sizeof(VRCopyUniforms) == 8);
 static_assert(offsetof(VRCopyUniforms, alphaMode) == 0);

@@ -89,22 +89,6 @@ double luminance(const RGB& light, VideoColorPrimaries primaries) {
     return w.r * light.r + w.g * light.g + w.b * light.b;
 }
 
-// The constants of SMPTE ST 2084:2014, 5.2.
-constexpr double pqM1 = 2610.0 / 16384;
-constexpr double pqM2 = 2523.0 / 4096 * 128;
-constexpr double pqC1 = 3424.0 / 4096;
-constexpr double pqC2 = 2413.0 / 4096 * 32;
-constexpr double pqC3 = 2392.0 / 4096 * 32;
-constexpr double pqPeak = 10000;
-
-// The constants of ITU-R BT.2100-2, table 5.
-constexpr double hlgA = 0.17883277;
-constexpr double hlgB = 1 - 4 * hlgA;
-const double hlgC = 0.5 - hlgA * std::log(4 * hlgA);
-constexpr double hlgDisplayGamma = 1.2; // at the nominal peak
-
-constexpr double bt1886Gamma = 2.4;
-
 } // namespace
 
 RGB rgbFromYCbCr(const YCbCr& color, VideoYCbCrMatrix matrix) {
@@ -226,6 +210,13 @@ double bt2390ToneMapped(double nits, double sourcePeak, double targetPeak) {
     const double e2 =
         (2 * t3 - 3 * t2 + 1) * kneeStart + (t3 - 2 * t2 + t) * (1 - kneeStart) + (-2 * t3 + 3 * t2) * targetMaximum;
     return pqEOTF(e2 * sourceMaximum);
+}
+
+double ditherOffset(int column, int row) {
+    int rank = 0;
+    for (int bit = 0; bit < 3; ++bit)
+        rank = rank << 2 | ((column ^ row) >> bit & 1) << 1 | (row >> bit & 1);
+    return (rank + 0.5) / 64 - 0.5;
 }
 
 VideoYCbCrMatrix outputMatrix(VRColorOutputMode mode) {

@@ -48,6 +48,22 @@ inline constexpr double referenceWhite = 203;
 // at. Highlights above it come out as it.
 inline constexpr double nominalPeak = 1000;
 
+// The constants of SMPTE ST 2084:2014, 5.2.
+inline constexpr double pqM1 = 2610.0 / 16384;
+inline constexpr double pqM2 = 2523.0 / 4096 * 128;
+inline constexpr double pqC1 = 3424.0 / 4096;
+inline constexpr double pqC2 = 2413.0 / 4096 * 32;
+inline constexpr double pqC3 = 2392.0 / 4096 * 32;
+inline constexpr double pqPeak = 10000; // cd/m2
+
+// The constants of ITU-R BT.2100-2, table 5.
+inline constexpr double hlgA = 0.17883277;
+inline constexpr double hlgB = 1 - 4 * hlgA;
+inline constexpr double hlgC = 0.55991072952956202; // 0.5 - a ln(4 a)
+inline constexpr double hlgDisplayGamma = 1.2;      // at the nominal peak
+
+inline constexpr double bt1886Gamma = 2.4;
+
 // ITU-R BT.709-6 3.2-3.5, BT.601-7 2.5, BT.2020-2 table 4 (non-constant luminance).
 RGB rgbFromYCbCr(const YCbCr& color, VideoYCbCrMatrix matrix);
 YCbCr yCbCrFromRGB(const RGB& color, VideoYCbCrMatrix matrix);
@@ -83,6 +99,15 @@ RGB luminanceWeights(VideoColorPrimaries primaries);
 // `targetPeak`.
 double bt2390ToneMapped(double nits, double sourcePeak, double targetPeak);
 
+// What is added to a code before it is rounded, -0.5…0.5, where a picture goes to fewer bits: flat areas keep their
+// mean and gradients do not show steps. The ordered pattern of Bayer (1973) over 8 by 8 samples; it does not change
+// from picture to picture, so that encoders see no noise. Cr takes the offset of the next column.
+double ditherOffset(int column, int row);
+// Whether an output of 8-bit Y'CbCr is dithered for a source with samples of this many bytes.
+constexpr bool dithers(int sourceBytesPerSample, int outputBytesPerSample) {
+    return sourceBytesPerSample == 2 && outputBytesPerSample == 1;
+}
+
 VideoYCbCrMatrix outputMatrix(VRColorOutputMode mode);
 VideoColorPrimaries outputPrimaries(VRColorOutputMode mode);
 VideoTransferFunction outputTransferFunction(VRColorOutputMode mode);
@@ -93,6 +118,11 @@ VideoTransferFunction outputTransferFunction(VRColorOutputMode mode);
 class ColorConversion {
 public:
     ColorConversion(VideoColorPrimaries primaries, VideoTransferFunction transfer, VRColorOutputMode mode);
+
+    VideoColorPrimaries primaries() const { return primaries_; }
+    VideoTransferFunction transferFunction() const { return transfer_; }
+    VRColorOutputMode outputMode() const { return mode_; }
+    const Matrix3& toOutputPrimaries() const { return toOutputPrimaries_; }
 
     // True when R'G'B' stays what it is: no light is computed then, and nothing is lost.
     bool isIdentity() const { return isIdentity_; }

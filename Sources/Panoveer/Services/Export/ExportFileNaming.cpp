@@ -1,5 +1,6 @@
 #include "Panoveer/Services/Export/ExportFileNaming.h"
 
+#include "Panoveer/Services/Export/StagedName.h"
 #include "Platform/Core/Text.h"
 
 #include <algorithm>
@@ -43,7 +44,10 @@ std::string ExportFileNaming::folderSafe(std::string_view text) {
 }
 
 std::string ExportFileNaming::suggestedBaseName(const URL& source, ProjectionFormat outputFormat) {
-    return sourceBaseName(source).append(" - ").append(formatLabel(outputFormat));
+    // The label stays whole, whatever number and extension follow.
+    constexpr std::string_view longestEnd = " (99999).mp4";
+    return fittingFileName(sourceBaseName(source), std::string(" - ").append(formatLabel(outputFormat)),
+                           longestEnd.size());
 }
 
 std::string ExportFileNaming::sanitizedCustomBaseName(std::string_view text) {

@@ -4,6 +4,7 @@
 #include "Panoveer/Services/Export/ExportFileNaming.h"
 #include "Panoveer/Services/Export/MarkedRangeTrimmer.h"
 #include "Panoveer/Services/Export/QueueFileSegmentGroups.h"
+#include "Panoveer/Services/Export/StagedName.h"
 #include "Platform/Core/Text.h"
 
 #include <algorithm>
@@ -79,17 +80,21 @@ ExportOutputDescriptor singleMovie(std::span<const VRClipSegment> segments, cons
     return output;
 }
 
-// Keeps the names of one plan apart. Letter case does not tell files apart on every disk.
+// Keeps the names of one plan apart, and as short as file systems ask. Letter case does not tell files apart on every
+// disk.
 class UniqueNames {
 public:
     std::string name(const std::string& base, std::string_view extension) {
-        auto candidate = ExportFileNaming::fileName(base, extension);
+        const auto nameOf = [&](const std::string& suffix) {
+            return fittingFileName(base, ExportFileNaming::fileName(suffix, extension));
+        };
+        auto candidate = nameOf("");
         auto number = ++uses_[lowercased(candidate)];
         if (number == 1)
             return candidate;
         // A number may already be taken by a clip that was named so.
         do {
-            candidate = ExportFileNaming::fileName(base + " (" + std::to_string(number++) + ")", extension);
+            candidate = nameOf(" (" + std::to_string(number++) + ")");
         } while (uses_.contains(lowercased(candidate)));
         ++uses_[lowercased(candidate)];
         return candidate;

@@ -21,7 +21,6 @@ constexpr std::array slowWaitSeconds = {2.0, 10.0, 30.0};
 constexpr auto writerPollInterval = 5ms;
 constexpr auto poolPollInterval = 1ms;
 constexpr std::array slowPoolAttempts = {2000, 10000, 30000}; // at one attempt a millisecond
-constexpr std::int64_t outOfMemoryStatus = -6662;
 
 void throwIfStopped(const std::stop_token& stop) {
     if (stop.stop_requested())
@@ -51,7 +50,7 @@ void waitUntilReady(const std::function<bool()>& isReadyForMoreMediaData, std::s
         const double elapsed = clock.uptimeSeconds() - begin;
         if (isReadyForMoreMediaData()) {
             if (elapsed >= noticeableWaitSeconds)
-                logger.debug("{} writer input ready after {}s", kind, elapsed);
+                logger.info("{} writer input ready after {}s", kind, elapsed);
             return;
         }
         throwIfStopped(stop);
@@ -83,7 +82,7 @@ PixelBufferPtr acquireEncoderPixelBuffer(PixelBufferPool& pool, const ExportWrit
         }
         if (buffer) {
             if (attempts >= 1)
-                logger.debug("encoder pixel buffer available after {}s", attempts / 1000.0);
+                logger.info("encoder pixel buffer available after {}s", attempts / 1000.0);
             return buffer;
         }
         throwIfStopped(stop);

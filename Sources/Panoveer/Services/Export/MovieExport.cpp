@@ -2,6 +2,7 @@
 
 #include "Panoveer/Model/Records/ExportCodec.h"
 #include "Panoveer/Model/Records/RecordEnums.h"
+#include "Panoveer/Services/Export/DecodeAheadSource.h"
 #include "Panoveer/Services/Export/ExportArtifactTransaction.h"
 #include "Panoveer/Services/Export/ExportArtifactValidator.h"
 #include "Panoveer/Services/Export/ExportVideoSettings.h"
@@ -11,9 +12,11 @@
 #include "Platform/Core/Log.h"
 #include "Platform/Core/Text.h"
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cmath>
 #include <filesystem>
 
@@ -38,11 +41,21 @@ std::string sizeText(const OutputResolution& size) {
     return std::to_string(size.width) + "x" + std::to_string(size.height);
 }
 
+// What would refuse the rename at the end is better told before hours of work.
+void requireUsableName(const URL& url) {
+    struct stat status{};
+    const auto path = url.path();
+    const int failure = lstat(path.c_str(), &status) != 0 ? errno : S_ISDIR(status.st_mode) ? EISDIR : 0;
+    if (failure != 0 && failure != ENOENT)
+        throw posixError(path.native(), failure);
+}
+
 } // namespace
 
-MovieExport::MovieExport(ProjectionRenderer& renderer, const ExportOutputDescriptor& descriptor,
-                         ExportDiagnostics& diagnostics, std::stop_token stop)
+MovieExport::MovieExport(ProjectionRenderer& renderer, const SegmentFrameRoads& roads,
+                         const ExportOutputDescriptor& descriptor, ExportDiagnostics& diagnostics, std::stop_token stop)
     : renderer_(renderer),
+      roads_(roads),
       descriptor_(descriptor),
       diagnostics_(diagnostics),
       stop_(std::move(stop)),
@@ -87,6 +100,7 @@ void MovieExport::prepareDestination() {
     fs::create_directories(folder, failure);
     if (failure)
         throw posixError(folder.string(), failure.value());
+    requireUsableName(descriptor_.url);
     staged_ = ExportArtifactTransaction::stagedFileURL(descriptor_.url);
     writer_ = std::make_unique<AssetWriter>(staged_, properties(descriptor_.codec).fileExtension == "mov"
                                                          ? MovieFileType::quickTimeMovie
@@ -150,7 +164,10 @@ void MovieExport::configureWriter() {
                 rawValue(descriptor_.codec), double(clock_.timescale) / double(clock_.frameDuration));
 }
 
-std::int64_t MovieExport::plannedFrameCount() const { return clock_.frameIndex(totalDurationSeconds(descriptor_)); }
+// A movie shows a picture, however short it is.
+std::int64_t MovieExport::plannedFrameCount() const {
+    return std::max<std::int64_t>(clock_.frameIndex(totalDurationSeconds(descriptor_)), 1);
+}
 
 void MovieExport::exportSegments() {
     double timelineStart = 0;
@@ -159,7 +176,7 @@ void MovieExport::exportSegments() {
         auto run = beginSegment(segment, timelineStart);
         exportSegment(run);
         diagnostics_.record("segment_completed", {{"source", segment.sourceURL.path().string()},
-                                                  {"frames_written", run.nextSlot},
+                                                  {"frames_written", run.framesWritten},
                                                   {"total_frames_written", framesWritten_}});
         timelineStart += duration(segment);
     }
@@ -170,6 +187,8 @@ MovieExport::SegmentRun MovieExport::beginSegment(const VRClipSegment& segment, 
                    .slots = ExportSegmentFrameSlots::between(clock_, timelineStart, timelineStart + duration(segment)),
                    .timelineStart = timelineStart,
                    .durationSeconds = duration(segment)};
+    if (timelineStart == 0 && clock_.frameIndex(totalDurationSeconds(descriptor_)) == 0)
+        run.slots.frameCount = plannedFrameCount();
     DiagnosticFields fields = {{"source", segment.sourceURL.path().string()},
                                {"source_start_seconds", segment.start},
                                {"source_end_seconds", segment.end}};
@@ -178,6 +197,10 @@ MovieExport::SegmentRun MovieExport::beginSegment(const VRClipSegment& segment, 
         fields["source_width"] = std::int64_t(probe.width);
         fields["source_height"] = std::int64_t(probe.height);
         fields["source_codec"] = probe.codecName;
+        fields["source_codec_description"] = probe.codecLongName;
+        fields["source_pixel_format"] = probe.pixelFormatName;
+        fields["source_contains_alpha"] = probe.containsAlphaChannel;
+        fields["source_frame_rate"] = probe.frameRate;
     } catch (const Error&) {
         // The reader will say what is wrong with the file; the trace goes without these.
     }
@@ -191,37 +214,48 @@ void MovieExport::exportSegment(SegmentRun& run) {
             run.slots, run.durationSeconds,
             [this, &run](const PixelBufferPtr& picture, std::int64_t slot) { appendAtSlot(run, picture, slot); });
 
-    std::unique_ptr<SegmentFrameSource> source;
-    if (run.segment.videoDecodingBackend == VideoDecodingBackend::ffmpeg) {
-        diagnostics_.record("ffmpeg_video_selected", {{"reason", std::string("import_backend")}});
-        source = openFFmpegSource(run.segment, stop_);
-    } else {
-        std::string reason;
-        source = openNativeSource(run.segment, stop_, diagnostics_, reason);
-        if (!source)
-            source = fallBackToFFmpeg(run.segment, reason);
-        else {
-            readAllFrames(run, *source);
-            source = run.framesRead == 0 ? fallBackToFFmpeg(run.segment, "no frames delivered") : nullptr;
-        }
-    }
-    if (source)
-        readAllFrames(run, *source);
-
-    drainPending(run, 0);
-    if (run.framesRead == 0 && run.slots.frameCount > 0)
+    readSegment(run);
+    // The last picture is always among those: it fills the slots that the source leaves empty.
+    const auto last = run.pending.empty() ? nullptr : run.pending.back().outputPixelBuffer;
+    if (!last && run.nextSlot < run.slots.frameCount)
         throw VRExportError(VRExportError::Case::noVideoTrack, run.segment.sourceURL);
+    drainPending(run, 0);
     if (run.retimer)
         run.retimer->finish();
     else
-        holdLastFrame(run);
+        hold(run, last);
 }
 
-std::unique_ptr<SegmentFrameSource> MovieExport::fallBackToFFmpeg(const VRClipSegment& segment,
-                                                                  const std::string& reason) {
+void MovieExport::readSegment(SegmentRun& run) {
+    if (run.segment.videoDecodingBackend == VideoDecodingBackend::ffmpeg) {
+        diagnostics_.record("ffmpeg_video_selected", {{"reason", std::string("import_backend")}});
+        return readThroughFFmpeg(run);
+    }
+    std::string reason;
+    if (readNatively(run, reason))
+        return;
     diagnostics_.record("ffmpeg_video_fallback", {{"avfoundation_diagnostic", reason}});
-    logger.info("AVFoundation video reader failed for {}; trying FFmpeg", segment.sourceURL.lastPathComponent());
-    return openFFmpegSource(segment, stop_);
+    logger.info("AVFoundation video reader failed for {}; trying FFmpeg", run.segment.sourceURL.lastPathComponent());
+    readThroughFFmpeg(run);
+}
+
+// False when this road gave no picture, with the reason.
+bool MovieExport::readNatively(SegmentRun& run, std::string& reason) {
+    const auto open = [&](std::stop_token stop) {
+        return roads_.openNative(run.segment, std::move(stop), diagnostics_, reason);
+    };
+    const auto source = DecodeAheadSource::open(open, stop_, budget_.inFlightFrameLimit);
+    if (!source)
+        return false;
+    readAllFrames(run, *source);
+    reason = "no frames delivered";
+    return run.framesRead > 0;
+}
+
+void MovieExport::readThroughFFmpeg(SegmentRun& run) {
+    run.readsThroughFFmpeg = true;
+    const auto open = [&](std::stop_token stop) { return roads_.openFFmpeg(run.segment, std::move(stop)); };
+    readAllFrames(run, *DecodeAheadSource::open(open, stop_, budget_.inFlightFrameLimit));
 }
 
 void MovieExport::readAllFrames(SegmentRun& run, SegmentFrameSource& source) {
@@ -242,9 +276,7 @@ bool MovieExport::renderFrame(SegmentRun& run, SegmentFrame frame) {
         if (!slot)
             return false;
     }
-    // One picture more than the encoder's share is alive while the last one is kept to fill slots with.
-    auto output =
-        acquireEncoderPixelBuffer(*pool_, writerStatus(), budget_.encoderPixelBufferLimit + 1, stop_, waitClock_);
+    auto output = acquireOutput(run);
     auto sourceColor = frame.picture->color();
     auto render = renderer_.render(std::move(frame.picture), frame.description, run.segment.transform, output,
                                    VRColorOutputMode(descriptor_.colorMode), VRResamplingQuality::final,
@@ -258,6 +290,17 @@ bool MovieExport::renderFrame(SegmentRun& run, SegmentFrame frame) {
     return true;
 }
 
+// Rendered pictures are handed on before anybody waits for a buffer: of a small pool they and the picture that the
+// retimer keeps may be all there is.
+PixelBufferPtr MovieExport::acquireOutput(SegmentRun& run) {
+    while (!run.pending.empty()) {
+        if (auto buffer = pool_->acquire(budget_.encoderPixelBufferLimit))
+            return buffer;
+        drainPending(run, run.pending.size() - 1);
+    }
+    return acquireEncoderPixelBuffer(*pool_, writerStatus(), budget_.encoderPixelBufferLimit, stop_, waitClock_);
+}
+
 void MovieExport::drainPending(SegmentRun& run, std::size_t keep) {
     while (run.pending.size() > keep) {
         auto frame = std::move(run.pending.front());
@@ -269,43 +312,41 @@ void MovieExport::drainPending(SegmentRun& run, std::size_t keep) {
 void MovieExport::appendPendingNativeFrame(SegmentRun& run, PendingNativeVideoFrame frame) {
     frame.render->wait();
     attachColorMetadata(*frame.outputPixelBuffer, descriptor_.colorMode, frame.sourceColor);
-    const double seconds = run.timelineStart + frame.safeRelativeSeconds;
-    if (run.retimer) {
-        run.retimer->append(std::move(frame.outputPixelBuffer), frame.safeRelativeSeconds);
-    } else {
-        // A movie starts with a picture: one whose first frame comes late shows it from the beginning.
-        if (framesWritten_ == 0)
-            for (std::int64_t slot = 0; slot < *frame.frameIndex; ++slot)
-                appendAtSlot(run, frame.outputPixelBuffer, slot);
-        appendAtSlot(run, frame.outputPixelBuffer, *frame.frameIndex);
-    }
-    report_(seconds, framesWritten_, "export.progress.exporting");
+    if (run.retimer)
+        return run.retimer->append(std::move(frame.outputPixelBuffer), frame.safeRelativeSeconds);
+    // A movie starts with a picture: one whose first frame comes late shows it from the beginning.
+    if (framesWritten_ == 0)
+        for (std::int64_t slot = 0; slot < *frame.frameIndex; ++slot)
+            appendAtSlot(run, frame.outputPixelBuffer, slot);
+    appendAtSlot(run, frame.outputPixelBuffer, *frame.frameIndex);
 }
 
 void MovieExport::appendAtSlot(SegmentRun& run, const PixelBufferPtr& picture, std::int64_t slot) {
     waitUntilReady([this] { return input_->isReadyForMoreMediaData(); }, "video", writerStatus(), stop_, waitClock_);
-    if (!input_->append(picture, clock_.time(run.slots.startFrame + slot))) {
+    const auto time = clock_.time(run.slots.startFrame + slot);
+    if (!input_->append(picture, time)) {
         if (const auto error = writer_->error())
             throw Error(*error);
         throw VRExportError(VRExportError::Case::appendFailed);
     }
-    if (framesWritten_ == 0) {
-        logger.info("first video frame appended file={}", descriptor_.url.lastPathComponent());
+    if (run.framesWritten == 0) {
+        logger.info("first {}video frame appended file={}", run.readsThroughFFmpeg ? "FFmpeg " : "",
+                    descriptor_.url.lastPathComponent());
         diagnostics_.record("video_frame_appended");
     }
+    ++run.framesWritten;
     ++framesWritten_;
     run.nextSlot = slot + 1;
-    run.lastAppended = picture;
+    report_(time.seconds(), framesWritten_, "export.progress.exporting");
 }
 
 // A source whose pictures end before its sound, or whose last pictures are damaged, keeps its length: players, too,
 // show the last picture until the end.
-void MovieExport::holdLastFrame(SegmentRun& run) {
+void MovieExport::hold(SegmentRun& run, const PixelBufferPtr& picture) {
     const auto missing = run.slots.frameCount - run.nextSlot;
-    if (missing <= 0 || !run.lastAppended)
+    if (missing <= 0)
         return;
     diagnostics_.record("last_frame_held", {{"frames", missing}});
-    const auto picture = run.lastAppended;
     while (run.nextSlot < run.slots.frameCount)
         appendAtSlot(run, picture, run.nextSlot);
 }
@@ -315,8 +356,10 @@ void MovieExport::finishMovie() {
     input_->markAsFinished();
     report_(totalDurationSeconds(descriptor_), framesWritten_, "export.progress.finalizing");
     diagnostics_.markStage("finalizing_container");
-    if (!writer_->finishWriting())
+    if (!writer_->finishWriting(stop_)) {
+        throwIfStopped();
         throwWriterError(writerStatus());
+    }
 }
 
 void MovieExport::injectSpatialMetadataIfNeeded() {
@@ -334,7 +377,9 @@ void MovieExport::validateOutput() {
     try {
         ExportArtifactValidator::validateMovie(staged_, movieValidationExpectation(descriptor_));
     } catch (const ExportArtifactValidationError& error) {
-        throw VRExportError(VRExportError::Case::outputValidationFailed, std::string(error.what()));
+        VRExportError failure(VRExportError::Case::outputValidationFailed, std::string(error.what()));
+        failure.setUnderlying(std::make_shared<Error>(error));
+        throw failure;
     }
 }
 

@@ -23,17 +23,18 @@ namespace panoveer {
 
 // The writing of one movie, from its staged file to the commit under its final name:
 //
-//   source -> decode -> render (runs ahead) -> [retime] -> encode -> staged file -> metadata -> check -> rename
+//   source -> decode (ahead) -> render (ahead) -> [retime] -> encode -> staged file -> metadata -> check -> rename
 //
-// Made for one movie and run once, on the export's thread. Any failure leaves the final name as it was and removes the
-// staged file.
+// Made for one movie and run once, on the export's thread; decoder, renderer and encoder work beside it. Any failure
+// leaves the final name as it was and removes the staged file.
 class MovieExport {
 public:
     // Seconds of the movie that are written, frames written, and the key of a message for the person.
     using Report = std::function<void(double seconds, std::int64_t framesWritten, const std::string& messageKey)>;
 
-    MovieExport(ProjectionRenderer& renderer, const ExportOutputDescriptor& descriptor, ExportDiagnostics& diagnostics,
-                std::stop_token stop);
+    // All that is referred to outlives this.
+    MovieExport(ProjectionRenderer& renderer, const SegmentFrameRoads& roads, const ExportOutputDescriptor& descriptor,
+                ExportDiagnostics& diagnostics, std::stop_token stop);
     ~MovieExport();
 
     // Throws Cancelled, or whatever went wrong.
@@ -56,10 +57,11 @@ private:
         double timelineStart = 0; // seconds of the movie before this segment
         double durationSeconds = 0;
         std::unique_ptr<FixedFrameRateVideoRetimer> retimer; // only with a target rate
-        std::int64_t nextSlot = 0;                           // slots below it have been appended
-        PixelBufferPtr lastAppended; // fills the slots that the source leaves empty at the segment's end
         std::deque<PendingNativeVideoFrame> pending;
+        bool readsThroughFFmpeg = false;
         std::int64_t framesRead = 0;
+        std::int64_t framesWritten = 0;
+        std::int64_t nextSlot = 0; // slots below it are done with
     };
 
     void prepareDestination();
@@ -68,13 +70,16 @@ private:
     std::int64_t plannedFrameCount() const;
     SegmentRun beginSegment(const VRClipSegment& segment, double timelineStart);
     void exportSegment(SegmentRun& run);
-    std::unique_ptr<SegmentFrameSource> fallBackToFFmpeg(const VRClipSegment& segment, const std::string& reason);
+    void readSegment(SegmentRun& run);
+    bool readNatively(SegmentRun& run, std::string& reason);
+    void readThroughFFmpeg(SegmentRun& run);
     void readAllFrames(SegmentRun& run, SegmentFrameSource& source);
     bool renderFrame(SegmentRun& run, SegmentFrame frame);
+    PixelBufferPtr acquireOutput(SegmentRun& run);
     void drainPending(SegmentRun& run, std::size_t keep);
     void appendPendingNativeFrame(SegmentRun& run, PendingNativeVideoFrame frame);
     void appendAtSlot(SegmentRun& run, const PixelBufferPtr& picture, std::int64_t slot);
-    void holdLastFrame(SegmentRun& run);
+    void hold(SegmentRun& run, const PixelBufferPtr& picture);
     void finishMovie();
     void injectSpatialMetadataIfNeeded();
     void validateOutput();
@@ -82,6 +87,7 @@ private:
     ExportWriterStatus writerStatus() const;
 
     ProjectionRenderer& renderer_;
+    const SegmentFrameRoads& roads_;
     const ExportOutputDescriptor& descriptor_;
     ExportDiagnostics& diagnostics_;
     std::stop_token stop_;

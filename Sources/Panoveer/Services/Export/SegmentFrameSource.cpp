@@ -68,19 +68,17 @@ public:
         : segment_(segment),
           reader_(segment.sourceURL, segment.start, std::max(segment.end - segment.start, 0.0)),
           containsAlpha_(metadata.containsAlphaChannel),
-          stop_(std::move(stop)) {
-        // The decoder starts at the key frame before the segment: what lies between is decoded and dropped.
-        if (segment.start > 0)
-            firstFrameSeconds_ = std::max(segment.start - 0.5 / metadata.frameRate, 0.0);
-    }
+          // The decoder starts at the key frame before the segment: what lies between is decoded and dropped.
+          earliestSeconds_(std::max(segment.start - 0.5 / metadata.frameRate, 0.0)),
+          stop_(std::move(stop)) {}
 
     std::optional<SegmentFrame> next() override {
         giveWayToPreview();
-        FFmpegReadCancellationToken token;
-        const std::stop_callback cancel(stop_, [&token] { token.cancel(); });
-        auto frame = reader_.copyFrame(std::exchange(firstFrameSeconds_, std::nullopt), &token, stop_);
-        if (stop_.stop_requested())
-            throw Cancelled();
+        const std::stop_callback cancel(stop_, [this] { token_.cancel(); });
+        throwIfStopped(); // a token stops no read that begins later
+        // Only a read that waits for a time can be stopped; every picture of the segment is late enough.
+        auto frame = reader_.copyFrame(earliestSeconds_, &token_, stop_);
+        throwIfStopped();
         if (!frame)
             return std::nullopt;
         const auto description = describe(*frame->pixelBuffer, segment_, containsAlpha_);
@@ -90,16 +88,21 @@ public:
 private:
     void giveWayToPreview() const {
         while (FFmpegPreviewPlaybackActivity::shared().isActive()) {
-            if (stop_.stop_requested())
-                throw Cancelled();
+            throwIfStopped();
             std::this_thread::sleep_for(previewPollInterval);
         }
+    }
+
+    void throwIfStopped() const {
+        if (stop_.stop_requested())
+            throw Cancelled();
     }
 
     const VRClipSegment& segment_;
     FFmpegFrameReader reader_;
     bool containsAlpha_;
-    std::optional<double> firstFrameSeconds_; // until the first read
+    double earliestSeconds_;
+    FFmpegReadCancellationToken token_;
     std::stop_token stop_;
 };
 

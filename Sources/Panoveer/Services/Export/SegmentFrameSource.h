@@ -4,6 +4,7 @@
 #include "Panoveer/Rendering/Projection/ProjectionRenderer.h"
 #include "Platform/Media/PixelBuffer.h"
 
+#include <functional>
 #include <memory>
 #include <optional>
 #include <stop_token>
@@ -20,7 +21,7 @@ struct SegmentFrame {
     double relativeSeconds = 0; // presentation time within the segment; the first may lie a little before 0
 };
 
-// The pictures of one segment in presentation order, from either road. Lives on the export's thread.
+// The pictures of one segment in presentation order, from either road. One thread at a time.
 class SegmentFrameSource {
 public:
     virtual ~SegmentFrameSource() = default;
@@ -36,5 +37,14 @@ std::unique_ptr<SegmentFrameSource> openNativeSource(const VRClipSegment& segmen
 // The FFmpeg road: BGRA pictures from any container and codec. Throws FFmpegReaderError. A blocked read ends when the
 // export is stopped; before each read it gives way to a preview that is decoding.
 std::unique_ptr<SegmentFrameSource> openFFmpegSource(const VRClipSegment& segment, std::stop_token stop);
+
+// The two roads of an export; tests bring their own.
+struct SegmentFrameRoads {
+    std::function<std::unique_ptr<SegmentFrameSource>(const VRClipSegment&, std::stop_token, ExportDiagnostics&,
+                                                      std::string& reason)>
+        openNative = openNativeSource;
+    std::function<std::unique_ptr<SegmentFrameSource>(const VRClipSegment&, std::stop_token)> openFFmpeg =
+        openFFmpegSource;
+};
 
 } // namespace panoveer

@@ -7,6 +7,7 @@
 #include "Platform/Core/Text.h"
 
 #include <algorithm>
+#include <array>
 #include <charconv>
 
 namespace panoveer {
@@ -234,6 +235,16 @@ SpatialTrackReport readTrack(const ByteSource& source, const MP4Box& track) {
     return report;
 }
 
+// What does not is no damaged movie but a file of another kind.
+bool startsWithBox(const ByteSource& source) {
+    std::array<std::uint8_t, 8> header{};
+    if (source.read(0, header) < header.size())
+        return false;
+    const auto size = readBigEndian<std::uint32_t>(header);
+    const auto isPrintable = [](std::uint8_t byte) { return byte >= ' ' && byte <= '~'; };
+    return (size <= 1 || size >= header.size()) && std::ranges::all_of(std::span(header).subspan(4), isPrintable);
+}
+
 } // namespace
 
 SpatialBoxReport SpatialBoxInspector::inspect(const URL& url) { return inspect(FileByteSource(url), url); }
@@ -241,6 +252,8 @@ SpatialBoxReport SpatialBoxInspector::inspect(const URL& url) { return inspect(F
 SpatialBoxReport SpatialBoxInspector::inspect(const ByteSource& source, const URL& url) {
     if (source.length() == 0)
         throw SpatialVideoMetadataError::emptyFile(url);
+    if (!startsWithBox(source))
+        throw SpatialVideoMetadataError::missingBox("moov", url);
     const auto boxes = MP4Parser::parseBoxes(source, 0, source.length());
     const auto moov = std::ranges::find(boxes, FourCC("moov"), &MP4Box::type);
     if (moov == boxes.end())

@@ -5,8 +5,8 @@
 
 namespace panoveer {
 
-std::string fittingFileName(std::string_view stem, std::string_view suffix) {
-    const auto room = std::size_t(NAME_MAX) - std::min<std::size_t>(NAME_MAX, suffix.size());
+std::string fittingFileName(std::string_view stem, std::string_view suffix, std::size_t reserved) {
+    const auto room = std::size_t(NAME_MAX) - std::min<std::size_t>(NAME_MAX, suffix.size() + reserved);
     if (stem.size() > room) {
         const auto isContinuation = [](char c) { return (static_cast<unsigned char>(c) & 0xc0) == 0x80; };
         auto end = room;

@@ -5,9 +5,12 @@
 #include "Platform/Core/Localization.h"
 #include "Platform/Core/URL.h"
 
-#include <span>
+#include <cstdint>
 
 namespace panoveer {
+
+// The status of pixelBufferCreationFailed when memory has run out, as the platform's pixel buffers number it.
+inline constexpr std::int64_t outOfMemoryStatus = -6662;
 
 // What can go wrong while an export writes its files. what() is the localised text, with the payload in it.
 class VRExportError : public Error {

@@ -8,6 +8,11 @@
 #include "Platform/Core/Localization.h"
 #include "Platform/Core/Log.h"
 
+#include <algorithm>
+#include <filesystem>
+#include <new>
+#include <set>
+
 namespace panoveer {
 
 namespace {
@@ -26,12 +31,46 @@ std::set<UUID> allQueueItems(std::span<const VRClipSegment> segments) {
     return ids;
 }
 
+Error errorOf(const std::exception& failure) {
+    if (const auto* error = dynamic_cast<const Error*>(&failure))
+        return *error;
+    if (dynamic_cast<const std::bad_alloc*>(&failure))
+        return VRExportError(VRExportError::Case::pixelBufferCreationFailed, outOfMemoryStatus);
+    return Error(failure.what());
+}
+
+// The failure of a movie. With other movies beside it, it names its own.
+VRExportError codecExportFailure(const ExportOutputDescriptor& descriptor, const std::exception& failure,
+                                 bool namesMovie) {
+    const auto error = errorOf(failure);
+    const auto text = (namesMovie ? descriptor.url.lastPathComponent() + ": " : std::string()) + error.what();
+    VRExportError wrapped(VRExportError::Case::codecExportFailed, descriptor.codec, text);
+    wrapped.setUnderlying(std::make_shared<Error>(error));
+    return wrapped;
+}
+
 } // namespace
 
-VRNativeExporter::VRNativeExporter(ProjectionRenderer& renderer, DiagnosticsFactory makeDiagnostics)
-    : renderer_(renderer), makeDiagnostics_(std::move(makeDiagnostics)) {
+VRNativeExporter::VRNativeExporter(ProjectionRenderer& renderer, DiagnosticsFactory makeDiagnostics,
+                                   SegmentFrameRoads roads)
+    : renderer_(renderer), makeDiagnostics_(std::move(makeDiagnostics)), roads_(std::move(roads)) {
     if (!makeDiagnostics_)
         makeDiagnostics_ = [](const URL&) { return std::make_unique<LoggedExportDiagnostics>(); };
+}
+
+void VRNativeExporter::requireSourcesStay(std::span<const ExportOutputDescriptor> movies,
+                                          std::span<const VRClipSegment> segments) {
+    std::set<URL> sources;
+    for (const auto& segment : segments)
+        sources.insert(segment.sourceURL);
+    std::error_code ignored;
+    for (const auto& movie : movies) {
+        if (!std::filesystem::exists(movie.url.path(), ignored))
+            continue;
+        for (const auto& source : sources)
+            if (std::filesystem::equivalent(movie.url.path(), source.path(), ignored))
+                throw Error(localized("error.export.destination_is_source", movie.url.path().string()));
+    }
 }
 
 std::vector<URL> VRNativeExporter::exportClips(std::span<const VRClipSegment> segments, const ExportSettings& settings,
@@ -41,6 +80,7 @@ std::vector<URL> VRNativeExporter::exportClips(std::span<const VRClipSegment> se
               .message = localized("export.progress.preparing"),
               .activeQueueItemIDs = allQueueItems(segments)});
     const auto descriptors = ExportPlanner::plan(segments, settings, destination, sourceFrameRates);
+    requireSourcesStay(descriptors, segments);
 
     std::unique_ptr<ExportDiagnostics> diagnostics;
     try {
@@ -59,7 +99,7 @@ std::vector<URL> VRNativeExporter::exportClips(std::span<const VRClipSegment> se
     for (const auto& descriptor : descriptors) {
         framesWritten_ = 0;
         try {
-            MovieExport movie(renderer_, descriptor, *diagnostics, stop);
+            MovieExport movie(renderer_, roads_, descriptor, *diagnostics, stop);
             movie.run([&](double seconds, std::int64_t frames, const std::string& messageKey) {
                 framesWritten_ = frames;
                 const double fraction = totalDuration > 0 ? (completedDuration + seconds) / totalDuration : 0;
@@ -71,8 +111,7 @@ std::vector<URL> VRNativeExporter::exportClips(std::span<const VRClipSegment> se
             diagnostics->record("export_cancelled");
             throw;
         } catch (const std::exception& failure) {
-            const VRExportError wrapped(VRExportError::Case::codecExportFailed, descriptor.codec,
-                                        std::string(failure.what()));
+            const auto wrapped = codecExportFailure(descriptor, failure, descriptors.size() > 1);
             diagnostics->record("export_failed", {{"stage", diagnostics->stage()},
                                                   {"diagnostic", std::string(failure.what())},
                                                   {"user_message", std::string(wrapped.what())}});

@@ -6,6 +6,7 @@
 #include "Panoveer/Rendering/Projection/ProjectionRenderer.h"
 #include "Panoveer/Services/Export/ExportDiagnostics.h"
 #include "Panoveer/Services/Export/ExportOutputDescriptor.h"
+#include "Panoveer/Services/Export/SegmentFrameSource.h"
 #include "Panoveer/Services/Export/SourceFrameRates.h"
 
 #include <atomic>
@@ -32,14 +33,20 @@ public:
     using DiagnosticsFactory = std::function<std::unique_ptr<ExportDiagnostics>(const URL& destination)>;
 
     // The renderer is borrowed for the life of the exporter.
-    explicit VRNativeExporter(ProjectionRenderer& renderer, DiagnosticsFactory makeDiagnostics = {});
+    explicit VRNativeExporter(ProjectionRenderer& renderer, DiagnosticsFactory makeDiagnostics = {},
+                              SegmentFrameRoads roads = {});
 
     // The whole job: plans the movies and writes them one after another. `destination` is the file of a single movie
-    // and the folder of separate clips. Returns the movies written. Throws ExportPlannerError as it stands, Cancelled,
-    // and VRExportError::codecExportFailed around any failure of a movie; movies that were finished before it stay.
+    // and the folder of separate clips. Returns the movies written. Throws ExportPlannerError as it stands, the Error
+    // of requireSourcesStay, Cancelled, and VRExportError::codecExportFailed around any failure of a movie, which it
+    // carries as underlying(); movies that were finished before it stay.
     std::vector<URL> exportClips(std::span<const VRClipSegment> segments, const ExportSettings& settings,
                                  const URL& destination, const SourceFrameRates& sourceFrameRates,
                                  const ProgressHandler& progress, std::stop_token stop);
+
+    // Throws an Error when one of the movies would take the place of a file that the clips are read from.
+    static void requireSourcesStay(std::span<const ExportOutputDescriptor> movies,
+                                   std::span<const VRClipSegment> segments);
 
     // Frames handed to the writer of the movie in progress, or of the last one.
     std::int64_t framesWritten() const { return framesWritten_.load(); }
@@ -47,6 +54,7 @@ public:
 private:
     ProjectionRenderer& renderer_;
     DiagnosticsFactory makeDiagnostics_;
+    SegmentFrameRoads roads_;
     std::atomic<std::int64_t> framesWritten_ = 0;
 };
 

@@ -6,6 +6,7 @@
 #include <array>
 #include <cmath>
 #include <cstring>
+#include <numbers>
 
 namespace panoveer {
 
@@ -63,6 +64,16 @@ PictureDifference differenceBetween(const PixelBuffer& a, const PixelBuffer& b, 
     return result;
 }
 
+void premultiply(PixelBuffer& picture) {
+    const auto& plane = picture.plane(0);
+    for (int y = 0; y < plane.height; ++y)
+        for (int x = 0; x < plane.width; ++x) {
+            auto* pixel = plane.data + std::size_t(y) * plane.rowBytes + std::size_t(x) * 4;
+            for (int c = 0; c < 3; ++c)
+                pixel[c] = std::byte((std::to_integer<int>(pixel[c]) * std::to_integer<int>(pixel[3]) + 127) / 255);
+        }
+}
+
 void fill(PixelBuffer& picture, const std::function<std::array<int, 4>(int x, int y)>& pixel) {
     const auto& plane = picture.plane(0);
     for (int y = 0; y < plane.height; ++y) {
@@ -115,6 +126,24 @@ VRTransform transformBetween(ProjectionFormat source, ProjectionFormat output) {
     const bool isFlat = source == ProjectionFormat::standard;
     transform.fovDegrees = output == ProjectionFormat::standard ? (isFlat ? 60 : 80) : isFlat ? 120 : 180;
     return transform;
+}
+
+std::vector<Direction> seams() {
+    std::vector<Direction> places;
+    for (const double x : {-1.0, 0.0, 1.0})
+        for (const double y : {-1.0, 0.0, 1.0})
+            for (const double z : {-1.0, 0.0, 1.0})
+                if (x != 0 || y != 0 || z != 0)
+                    places.push_back({x, y, z});
+    for (const double y : {-1.0, 1.0})
+        places.insert(places.end(), {{0.06, y, 0.02}, {-0.02, y, -0.06}, {0.01, y * 0.4, -1}});
+    return places;
+}
+
+void lookAt(Direction direction, VRTransform& transform) {
+    constexpr double degree = std::numbers::pi / 180;
+    transform.yawDegrees = std::atan2(direction.x, direction.z) / degree;
+    transform.pitchDegrees = -std::atan2(direction.y, std::hypot(direction.x, direction.z)) / degree;
 }
 
 } // namespace panoveer

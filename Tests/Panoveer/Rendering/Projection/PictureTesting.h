@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Panoveer/Model/Records/VRTransform.h"
+#include "Panoveer/Rendering/Projection/VRProjectionMath.h"
 #include "Platform/Media/PixelBuffer.h"
 
 #include <array>
@@ -24,6 +25,10 @@ struct PictureDifference {
 
 PictureDifference differenceBetween(const PixelBuffer& a, const PixelBuffer& b, double outlierLimit = 0);
 
+// Straight colours of a BGRA picture become premultiplied ones, as they are seen: what is all but transparent has no
+// certain straight colour.
+void premultiply(PixelBuffer& picture);
+
 // Fills every pixel of a BGRA picture with what a function says: B, G, R, A.
 void fill(PixelBuffer& picture, const std::function<std::array<int, 4>(int x, int y)>& pixel);
 
@@ -41,5 +46,12 @@ OutputResolution frameSize(ProjectionFormat format, StereoVideoLayout layout, in
 
 // A transform between two formats with an ordinary field of view.
 VRTransform transformBetween(ProjectionFormat source, ProjectionFormat output);
+
+// The axes, edges and corners of a cube, which are also the poles and the seam of a sphere and the rims of a half
+// sphere and of a fisheye; and places a little beside the poles and on the seam.
+std::vector<Direction> seams();
+
+// Turns a source so that the middle of the view shows this direction.
+void lookAt(Direction direction, VRTransform& transform);
 
 } // namespace panoveer

@@ -261,26 +261,31 @@ StoredPlace stored(SourceVideoOrientation orientation, double x, double y, int w
     return {x, y};
 }
 
-TEST(ScalarProjectionReference, TurnsTheSourceUpright) {
-    auto transform = transformBetween(ProjectionFormat::equirectangular, ProjectionFormat::standard);
-    const auto upright = PixelBuffer::make(bgra, 128, 64);
-    paintAsSource(SphericalTestChart{.softness = 0.05}, transform, *upright);
-    const auto pixels = samplesOf(*upright, 0);
-    const auto expected = rendered(*upright, transform, bgra, {64, 36});
-    for (const auto orientation : orientations) {
-        const bool isTurned = swapsDimensions(orientation);
-        const auto turned = PixelBuffer::make(bgra, isTurned ? 64 : 128, isTurned ? 128 : 64);
-        for (int y = 0; y < 64; ++y) {
-            for (int x = 0; x < 128; ++x) {
-                const auto at = stored(orientation, x + 0.5, y + 0.5, turned->width(), turned->height());
-                auto* pixel =
-                    turned->plane(0).data + std::size_t(at.y) * turned->plane(0).rowBytes + std::size_t(at.x) * 4;
-                for (std::size_t c = 0; c < 4; ++c)
-                    pixel[c] = std::byte(pixels[std::size_t(y * 128 + x) * 4 + c]);
+// The eyes lie in the upright picture, however it is stored.
+TEST(ScalarProjectionReference, TurnsTheSourceUprightBeforeItLooksForTheEyes) {
+    for (const auto layout : stereoLayouts) {
+        auto transform = transformBetween(ProjectionFormat::equirectangular, ProjectionFormat::standard);
+        transform.sourceStereoLayout = layout;
+        transform.outputStereoLayout = StereoVideoLayout::sideBySide;
+        const auto upright = PixelBuffer::make(bgra, 128, 64);
+        paintAsSource(SphericalTestChart{.softness = 0.05}, transform, *upright);
+        const auto pixels = samplesOf(*upright, 0);
+        const auto expected = rendered(*upright, transform, bgra, {128, 36});
+        for (const auto orientation : orientations) {
+            const bool isTurned = swapsDimensions(orientation);
+            const auto turned = PixelBuffer::make(bgra, isTurned ? 64 : 128, isTurned ? 128 : 64);
+            for (int y = 0; y < 64; ++y) {
+                for (int x = 0; x < 128; ++x) {
+                    const auto at = stored(orientation, x + 0.5, y + 0.5, turned->width(), turned->height());
+                    auto* pixel =
+                        turned->plane(0).data + std::size_t(at.y) * turned->plane(0).rowBytes + std::size_t(at.x) * 4;
+                    for (std::size_t c = 0; c < 4; ++c)
+                        pixel[c] = std::byte(pixels[std::size_t(y * 128 + x) * 4 + c]);
+                }
             }
+            const auto output = rendered(*turned, transform, bgra, {128, 36}, {}, {.orientation = orientation});
+            EXPECT_EQ(differenceBetween(*output, *expected).worst, 0) << nameOf(layout) << int(orientation);
         }
-        const auto output = rendered(*turned, transform, bgra, {64, 36}, {}, {.orientation = orientation});
-        EXPECT_EQ(differenceBetween(*output, *expected).worst, 0) << int(orientation);
     }
 }
 

@@ -1,3 +1,4 @@
+#include "Panoveer/Rendering/Projection/PictureTesting.h"
 #include "Panoveer/Rendering/Projection/ScalarProjectionReference.h"
 #include "Panoveer/Rendering/Projection/VRMetalProjectionError.h"
 #include "Panoveer/Rendering/Projection/VRMetalProjectionRenderer.h"
@@ -79,6 +80,58 @@ TEST(VRProjectionUniforms, CarriesTheTransformInTheKernelsUnitsAndCodes) {
                                         .outputBitDepth = 10,
                                         .alphaMode = 2,
                                         .compositingBackground = 1,
+                                        .fisheyeCenter = {0.25f, 0.75f},
+                                        .fisheyeRadius = {0.4f, 0.4f},
+                                        .sourceEyesSwapped = 1,
+                                        .resamplingTaps = 2};
+    EXPECT_EQ(made, expected);
+}
+
+TEST(VRMirrorDomeUniforms, AreThoseOfAProjectionWithTheShapeOfTheMesh) {
+    VRTransform transform;
+    transform.sourceFormat = ProjectionFormat::domemaster;
+    transform.outputFormat = ProjectionFormat::mirrorDome;
+    transform.sourceStereoLayout = StereoVideoLayout::overUnder;
+    transform.sourceEyesSwapped = true;
+    transform.monoStereoEye = StereoEye::right;
+    transform.fovDegrees = 180;
+    transform.yawDegrees = 90;
+    transform.pitchDegrees = -45;
+    transform.rollDegrees = 30;
+    transform.domemasterThetaDegrees = 270;
+    transform.standardDistance = 2.5;
+    transform.fisheyeCircle = FisheyeCircle{.centerX = 0.25, .centerY = 0.75, .radius = 0.4};
+    const auto frame =
+        VRSourceFrame::describing(yCbCr420TenBitVideoRange, {.yCbCrMatrix = VideoYCbCrMatrix::bt601,
+                                                             .colorPrimaries = VideoColorPrimaries::p3D65,
+                                                             .transferFunction = VideoTransferFunction::hlg,
+                                                             .orientation = SourceVideoOrientation::down});
+    ASSERT_TRUE(frame);
+    const auto made = makeMirrorDomeUniforms(*frame, {1000, 2000}, transform,
+                                             {.colorOutputMode = VRColorOutputMode::preserveHDR,
+                                              .resampling = VRResamplingQuality::interactive,
+                                              .transparentUnmappedAreas = true},
+                                             1.6f);
+    const auto pi = std::numbers::pi_v<float>;
+    const VRMirrorDomeUniforms expected{.aspectRatio = 1.6f,
+                                        .sourceFormat = 2,
+                                        .textureLayout = 3,
+                                        .yCbCrMatrix = 1,
+                                        .colorPrimaries = 2,
+                                        .transferFunction = 2,
+                                        .sourceOrientation = 2,
+                                        .colorOutputMode = 1,
+                                        .standardDistance = 2.5f,
+                                        .padding = {0, 0, 0},
+                                        .fovRadians = pi,
+                                        .yawRadians = pi / 2,
+                                        .pitchRadians = -pi / 4,
+                                        .rollRadians = pi / 6,
+                                        .sourceSize = {1000, 2000},
+                                        .transparentUnmappedAreas = 1,
+                                        .domemasterThetaRadians = 1.5f * pi,
+                                        .sourceStereoLayout = 2,
+                                        .monoStereoEye = 1,
                                         .fisheyeCenter = {0.25f, 0.75f},
                                         .fisheyeRadius = {0.4f, 0.4f},
                                         .sourceEyesSwapped = 1,
@@ -393,10 +446,6 @@ TEST_F(VRMetalProjectionRendererTest, TellsWhatItCannotRender) {
     EXPECT_EQ(status, VRMetalProjectionError::invalidPixelFormatStatus);
     EXPECT_EQ(failureOf(picture, PixelBuffer::make(bgra, 65536, 2), status), Case::textureCreationFailed);
     EXPECT_LT(status, 0);
-
-    auto transform = equirectangularView();
-    transform.outputFormat = ProjectionFormat::mirrorDome;
-    EXPECT_THROW(start(picture, picture, transform), Error);
 }
 
 // A resource folder of its own, in place of the program's.
@@ -435,6 +484,27 @@ TEST_F(VRMetalProjectionRendererTest, NeedsItsKernels) {
     EXPECT_EQ(creationFailure(), Case::functionUnavailable);
     resources.write("#version 450\n#if defined(KERNEL_vrProjectFrame)\nvoid main() { this is no GLSL }\n#endif\n");
     EXPECT_THROW(creationFailure(), Error);
+}
+
+TEST_F(VRMetalProjectionRendererTest, LaysTransparentPicturesOnTheCheckerboard) {
+    const auto transform = transformBetween(ProjectionFormat::halfEquirectangular, ProjectionFormat::equirectangular);
+    const auto source = PixelBuffer::make(bgra, 64, 64);
+    fill(*source, [](int x, int y) { return std::array{x * 4, y * 4, 90, 64 + x * 2}; });
+    for (const auto mode : {AlphaMode::straight, AlphaMode::premultiplied}) {
+        const auto actual = PixelBuffer::make(bgra, 96, 48);
+        const auto expected = PixelBuffer::make(bgra, 96, 48);
+        const auto commands = renderer_.makeCommandBuffer();
+        const auto frame = renderer_.textureBridge().sourceFrame(*source, {.alphaMode = mode}, *commands);
+        renderer_.renderColor(
+            frame, renderer_.textureBridge().outputTexture(*actual, GPUPixelFormat::bgra8Unorm, 0, *commands),
+            transform, {.compositingBackground = VRCompositingBackground::preview, .transparentUnmappedAreas = true},
+            *commands);
+        commands->commit();
+        commands->waitUntilCompleted();
+        ScalarProjectionReference::renderPicture(*source, {.alphaMode = mode}, transform, *expected,
+                                                 {.transparentUnmappedAreas = true, .hasCheckerboard = true});
+        EXPECT_LE(differenceBetween(*actual, *expected, 1).outlierShare, 0.0002) << int(mode);
+    }
 }
 
 } // namespace

@@ -189,5 +189,15 @@ TEST(ColorConversion, KeepsTheHueOfHighlights) {
     EXPECT_LE(bright.r, 1);
 }
 
+TEST(VideoColorMath, DitherKeepsTheMeanOfEveryLevel) {
+    for (double level = 100; level <= 101; level += 0.125) {
+        double sum = 0;
+        for (int row = 0; row < 8; ++row)
+            for (int column = 0; column < 8; ++column)
+                sum += std::floor(level + VideoColorMath::ditherOffset(column, row) + 0.5);
+        EXPECT_EQ(sum / 64, level);
+    }
+}
+
 } // namespace
 } // namespace panoveer

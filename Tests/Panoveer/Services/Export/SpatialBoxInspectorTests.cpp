@@ -139,8 +139,32 @@ TEST_F(CorpusInspectorTests, EveryOtherMovieIsReadOrRefused) {
         EXPECT_EQ(report.isFragmented, row.isFragmented) << row.name;
         EXPECT_EQ(report.tracks.size(), row.trackCount) << row.name;
     }
-    for (const auto* name : {"bear-vp9.webm", "sample.avi", "bbb_2500ms.ts"})
-        EXPECT_THROW(inspect(*corpusFile(name)), SpatialVideoMetadataError) << name;
+}
+
+// A file of another kind is none that is damaged.
+TEST(SpatialBoxInspector, TellsOtherFilesFromDamagedMovies) {
+    using Kind = SpatialVideoMetadataError::Kind;
+    const auto kindOf = [](std::string_view text) {
+        const MemoryByteSource source({reinterpret_cast<const std::uint8_t*>(text.data()), text.size()});
+        try {
+            SpatialBoxInspector::inspect(source, URL::fromFilePath("/movie"));
+        } catch (const SpatialVideoMetadataError& error) {
+            return error.kind();
+        }
+        return Kind::internalInconsistency;
+    };
+    using namespace std::string_view_literals;
+    EXPECT_EQ(kindOf(""sv), Kind::emptyFile);
+    EXPECT_EQ(kindOf("hello"sv), Kind::missingBox);
+    EXPECT_EQ(kindOf("RIFF\x24\x1a\x05\0AVI LIST"sv), Kind::missingBox);
+    EXPECT_EQ(kindOf("\x1a\x45\xdf\xa3\x9f\x42\x86\x81\x01\x42\xf7\x81"sv), Kind::missingBox);
+    EXPECT_EQ(kindOf("#EXTM3U\n#EXTINF:1,\na.ts\n"sv), Kind::missingBox);
+    EXPECT_EQ(kindOf("\0\0\0\x10"
+                     "ftypisom\0\0\2\0"sv),
+              Kind::missingBox);
+    EXPECT_EQ(kindOf("\0\0\0\x20"
+                     "ftypisom"sv),
+              Kind::boxOutOfBounds);
 }
 
 } // namespace

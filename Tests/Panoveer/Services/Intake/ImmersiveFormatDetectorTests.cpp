@@ -118,7 +118,7 @@ INSTANTIATE_TEST_SUITE_P(
                              .isStereoMultiview = true,
                              .horizontalFieldOfView = 64,
                              .stereoBaselineMillimeters = 19.24}}),
-    [](const auto& info) { return info.param.name; });
+    [](const auto& parameter) { return parameter.param.name; });
 
 INSTANTIATE_TEST_SUITE_P(
     FileName, Verdicts,
@@ -138,7 +138,7 @@ INSTANTIATE_TEST_SUITE_P(
         Verdict{"GivesNoApertureToASphere",
                 {.fileName = "fisheye200_360"},
                 {.projection = Projection::equirectangular, .source = Source::fileName}}),
-    [](const auto& info) { return info.param.name; });
+    [](const auto& parameter) { return parameter.param.name; });
 
 INSTANTIATE_TEST_SUITE_P(Lens, Verdicts,
                          testing::Values(Verdict{"IsAPairOfCrossedFisheyes",
@@ -164,7 +164,7 @@ INSTANTIATE_TEST_SUITE_P(Lens, Verdicts,
                                                   .stereoLayout = Layout::sideBySide,
                                                   .isDualFisheyeLens = true,
                                                   .source = Source::metadata}}),
-                         [](const auto& info) { return info.param.name; });
+                         [](const auto& parameter) { return parameter.param.name; });
 
 INSTANTIATE_TEST_SUITE_P(
     Pictures, Verdicts,
@@ -202,7 +202,7 @@ INSTANTIATE_TEST_SUITE_P(
         Verdict{"AreSearchedForACircleWhereTheNameSaysFisheye",
                 {.width = 1920, .height = 1080, .fileName = "fisheye", .frames = {disc()}},
                 {.projection = Projection::domemaster, .fisheyeCircle = FisheyeCircle{}, .source = Source::fileName}}),
-    [](const auto& info) { return info.param.name; });
+    [](const auto& parameter) { return parameter.param.name; });
 
 INSTANTIATE_TEST_SUITE_P(
     Shape, Verdicts,
@@ -221,7 +221,7 @@ INSTANTIATE_TEST_SUITE_P(
                             {.projection = Projection::halfEquirectangular,
                              .stereoLayout = Layout::overUnder,
                              .source = Source::fileName}}),
-    [](const auto& info) { return info.param.name; });
+    [](const auto& parameter) { return parameter.param.name; });
 
 INSTANTIATE_TEST_SUITE_P(
     Statement, Verdicts,
@@ -248,7 +248,7 @@ INSTANTIATE_TEST_SUITE_P(
         Verdict{"OfSwappedEyesMeansNothingInMono",
                 {.stated = {Projection::equirectangular, Layout::mono, true}},
                 sphereByShape}),
-    [](const auto& info) { return info.param.name; });
+    [](const auto& parameter) { return parameter.param.name; });
 
 TEST(StereoVote, NeedsAGoodMatchAndALead) {
     struct Row {
@@ -372,7 +372,7 @@ INSTANTIATE_TEST_SUITE_P(
         Recording{"FisheyePairSwapped",
                   Clip{44, Projection::domemaster, Layout::sideBySide, true, 768, 384, {0.5, 0.5, 0.47}, 190}},
         Recording{"EquiAngularPair", Clip{51, Projection::eac, Layout::overUnder, false, 480, 640}}),
-    [](const auto& info) { return info.param.name; });
+    [](const auto& parameter) { return parameter.param.name; });
 
 } // namespace
 } // namespace panoveer

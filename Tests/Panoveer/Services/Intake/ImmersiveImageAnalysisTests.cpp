@@ -167,7 +167,7 @@ INSTANTIATE_TEST_SUITE_P(Fisheye, Discs,
                                          Disc{"BeforeGrey", 512, 512, 256, 256, 230, 0.6, 0.12, false},
                                          Disc{"TooDim", 512, 512, 256, 256, 230, 0.05, 0.01, false},
                                          Disc{"TooSmall", 512, 512, 256, 256, 90, 0.6, 0.02, false}),
-                         [](const auto& info) { return info.param.name; });
+                         [](const auto& parameter) { return parameter.param.name; });
 
 TEST(FisheyeCircle, IsFoundAmongLampsAndIsNoSquare) {
     const auto inDisc = [](int x, int y) { return std::hypot(x - 255.5, y - 255.5) < 220; };

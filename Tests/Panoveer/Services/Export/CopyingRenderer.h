@@ -1,0 +1,73 @@
+#pragma once
+
+#include "Panoveer/Rendering/Projection/ProjectionRenderer.h"
+
+#include <algorithm>
+#include <cstring>
+#include <functional>
+#include <memory>
+#include <vector>
+
+namespace panoveer {
+
+// Shows the luma of the source, fitted into the output by nearest neighbour, without colour: frame numbers survive.
+// Takes BGRA and 8-bit Y'CbCr, writes 8-bit Y'CbCr.
+class CopyingRenderer final : public ProjectionRenderer {
+public:
+    std::function<void(int index)> onRender; // as a picture is started
+    std::function<void(int index)> onWait;   // as its end is waited for
+    std::uint64_t workingSetSize = std::uint64_t(8) << 30;
+    int mostInFlight = 0;
+    std::ptrdiff_t mostOutputs = 0; // alive at once, the encoder's among them
+
+    std::string name() const override { return "copy"; }
+    std::uint64_t recommendedMaxWorkingSetSize() const override { return workingSetSize; }
+    std::uint64_t currentAllocatedSize() const override { return 0; }
+
+    std::unique_ptr<PendingRender> render(PixelBufferPtr source, const SourcePictureDescription&, const VRTransform&,
+                                          PixelBufferPtr output, VRColorOutputMode, VRResamplingQuality,
+                                          bool) override {
+        const int index = count_++;
+        if (onRender)
+            onRender(index);
+        copyLuma(*source, *output);
+        outputs_.push_back(output);
+        mostOutputs =
+            std::max(mostOutputs, std::ranges::count_if(outputs_, [](auto& each) { return !each.expired(); }));
+        mostInFlight = std::max(mostInFlight, ++inFlight_);
+        return std::make_unique<Pending>(*this, index);
+    }
+
+private:
+    struct Pending final : PendingRender {
+        Pending(CopyingRenderer& owner, int number) : renderer(owner), index(number) {}
+        ~Pending() override { --renderer.inFlight_; }
+        void wait() override {
+            if (renderer.onWait)
+                renderer.onWait(index);
+        }
+        CopyingRenderer& renderer;
+        int index;
+    };
+
+    static void copyLuma(const PixelBuffer& source, const PixelBuffer& output) {
+        const auto& from = source.plane(0);
+        const auto& to = output.plane(0);
+        for (int y = 0; y < to.height; ++y) {
+            const auto* in = from.data + std::size_t(y * from.height / to.height) * from.rowBytes;
+            auto* out = to.data + std::size_t(y) * to.rowBytes;
+            for (int x = 0; x < to.width; ++x) {
+                const auto column = std::size_t(x * from.width / to.width);
+                out[x] = source.layout().isYCbCr() ? in[column] : std::byte(16 + 219 * int(in[4 * column + 1]) / 255);
+            }
+        }
+        const auto& chroma = output.plane(1);
+        std::memset(chroma.data, 128, chroma.rowBytes * std::size_t(chroma.height));
+    }
+
+    int count_ = 0;
+    int inFlight_ = 0;
+    std::vector<std::weak_ptr<PixelBuffer>> outputs_;
+};
+
+} // namespace panoveer

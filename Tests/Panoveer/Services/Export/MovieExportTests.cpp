@@ -1,0 +1,412 @@
+#include "Clips.h"
+#include "CopyingRenderer.h"
+#include "Panoveer/Services/Export/VRExportError.h"
+#include "Panoveer/Services/Export/VRNativeExporter.h"
+#include "Platform/Core/Localization.h"
+#include "Platform/Media/AssetReader.h"
+#include "Support/MediaFactory.h"
+
+#include <gmock/gmock.h>
+#include <nlohmann/json.hpp>
+#include <sys/resource.h>
+
+#include <cerrno>
+#include <chrono>
+#include <condition_variable>
+#include <csignal>
+#include <future>
+#include <limits>
+#include <numeric>
+#include <set>
+#include <thread>
+
+namespace panoveer {
+namespace {
+
+namespace fs = std::filesystem;
+using namespace std::chrono_literals;
+using test::makeMovie;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::UnorderedElementsAre;
+
+constexpr double rate = 30;
+
+// Pictures of given times, numbered from 0.
+class ScriptedSource final : public SegmentFrameSource {
+public:
+    explicit ScriptedSource(std::vector<double> times, std::function<void(int)> onRead = {})
+        : times_(std::move(times)), onRead_(std::move(onRead)) {}
+
+    std::optional<SegmentFrame> next() override {
+        const auto index = index_++;
+        if (onRead_)
+            onRead_(index);
+        if (index >= int(times_.size()))
+            return std::nullopt;
+        auto picture = PixelBuffer::make(pixelFormat::bgra, 160, 90);
+        std::vector<std::uint8_t> pixels(160 * 90 * 4);
+        test::paintFrameIndex(index, 160, 90, pixels);
+        for (std::size_t y = 0; y < 90; ++y)
+            std::memcpy(picture->plane(0).data + y * picture->plane(0).rowBytes, &pixels[y * 160 * 4], 160 * 4);
+        return SegmentFrame{std::move(picture), {}, times_[std::size_t(index)]};
+    }
+
+private:
+    std::vector<double> times_;
+    std::function<void(int)> onRead_;
+    int index_ = 0;
+};
+
+class KeptDiagnostics final : public ExportDiagnostics {
+public:
+    explicit KeptDiagnostics(std::vector<std::pair<std::string, DiagnosticFields>>& events) : events_(events) {}
+    void record(std::string_view event, const DiagnosticFields& fields) override {
+        events_.emplace_back(event, fields);
+    }
+
+private:
+    std::vector<std::pair<std::string, DiagnosticFields>>& events_;
+};
+
+class MovieExportTest : public testing::Test {
+protected:
+    MovieExportTest() {
+        fs::create_directories(out);
+        settings.mode = ExportMode::singleMovie;
+        settings.codec = ExportCodec::h264;
+        settings.outputFormat = ProjectionFormat::standard;
+        settings.customWidth = 160;
+        settings.customHeight = 90;
+    }
+
+    // A clip of a movie of its own, from its head on.
+    VRClipSegment clip(const test::MovieSpec& spec, double framesPerSecond = rate) {
+        const auto path = makeMovie(folder, spec);
+        rates[URL::fromFilePath(path)] = framesPerSecond;
+        return clipOf(path.c_str(), 0, spec.frameCount / framesPerSecond);
+    }
+
+    std::vector<URL> run(const std::vector<VRClipSegment>& clips) {
+        const auto makeDiagnostics = [&](const URL&) { return std::make_unique<KeptDiagnostics>(events); };
+        const auto target = settings.mode == ExportMode::singleMovie ? out / "movie.mp4" : out;
+        return VRNativeExporter(renderer, makeDiagnostics, roads)
+            .exportClips(
+                clips, settings, URL::fromFilePath(target), rates,
+                [&](const ExportProgress& progress) {
+                    if (onProgress)
+                        onProgress(progress);
+                },
+                stop.get_token());
+    }
+
+    // The failure beneath the one that the export reports.
+    Error failureOf(const std::vector<VRClipSegment>& clips) {
+        try {
+            run(clips);
+        } catch (const VRExportError& error) {
+            EXPECT_EQ(error.which(), VRExportError::Case::codecExportFailed);
+            EXPECT_TRUE(error.underlying());
+            return error.underlying() ? *error.underlying() : error;
+        }
+        ADD_FAILURE() << "the export ended as if all was well";
+        return Error("");
+    }
+
+    // Number and slot of every picture of a movie.
+    std::vector<std::pair<int, std::int64_t>> pictures(const fs::path& movie, double framesPerSecond = rate) {
+        const auto asset = MediaAsset::load(URL::fromFilePath(movie));
+        AssetReader reader(asset, 0, 1e6);
+        reader.addOutput(asset->videoTracks().front(), pixelFormat::yCbCr420VideoRange);
+        EXPECT_TRUE(reader.startReading());
+        std::vector<std::pair<int, std::int64_t>> result;
+        while (const auto sample = reader.copyNextSampleBuffer())
+            result.emplace_back(test::frameIndex(*sample->imageBuffer),
+                                std::llround(sample->presentationSeconds * framesPerSecond));
+        return result;
+    }
+
+    std::vector<int> numbers(const fs::path& movie) {
+        std::vector<int> result;
+        for (const auto& [number, slot] : pictures(movie))
+            result.push_back(number);
+        return result;
+    }
+
+    std::ptrdiff_t count(const std::string& event) const {
+        return std::ranges::count(events, event, &std::pair<std::string, DiagnosticFields>::first);
+    }
+
+    std::set<std::string> written() const {
+        std::set<std::string> names;
+        for (const auto& entry : fs::directory_iterator(out))
+            names.insert(entry.path().filename().string());
+        return names;
+    }
+
+    test::TemporaryFolder folder;
+    fs::path out = folder / "out";
+    CopyingRenderer renderer;
+    SegmentFrameRoads roads;
+    ExportSettings settings;
+    SourceFrameRates rates;
+    std::function<void(const ExportProgress&)> onProgress;
+    std::stop_source stop;
+    std::vector<std::pair<std::string, DiagnosticFields>> events;
+};
+
+std::vector<int> countTo(int end) {
+    std::vector<int> result(std::size_t(end), 0);
+    std::iota(result.begin(), result.end(), 0);
+    return result;
+}
+
+TEST_F(MovieExportTest, GoesOverToFFmpegInTheMiddleOfAMovieAndBack) {
+    const auto first = clip({.name = "a.mp4", .frameCount = 5});
+    const auto other =
+        clip({.name = "b.webm", .frameCount = 5, .codec = "libvpx-vp9", .outputOptions = {"-deadline", "realtime"}});
+    auto chosen = clip({.name = "c.mp4", .frameCount = 5});
+    chosen.videoDecodingBackend = VideoDecodingBackend::ffmpeg;
+    run({first, other, chosen, first});
+    EXPECT_THAT(numbers(out / "movie.mp4"), ElementsAre(0, 1, 2, 3, 4, 0, 1, 2, 3, 4, 0, 1, 2, 3, 4, 0, 1, 2, 3, 4));
+    EXPECT_EQ(count("ffmpeg_video_fallback"), 1);
+    EXPECT_EQ(count("ffmpeg_video_selected"), 1);
+    EXPECT_THAT(written(), UnorderedElementsAre("movie.mp4"));
+}
+
+TEST_F(MovieExportTest, ReadsASegmentAgainThatTheNativeRoadGivesNoPictureOf) {
+    roads.openNative = [](auto&&...) { return std::make_unique<ScriptedSource>(std::vector<double>{}); };
+    run({clip({.frameCount = 6})});
+    EXPECT_EQ(numbers(out / "movie.mp4"), countTo(6));
+    EXPECT_EQ(count("ffmpeg_video_fallback"), 1);
+}
+
+TEST_F(MovieExportTest, PutsPicturesIntoTheSlotsOfTheirTimes) {
+    constexpr double nan = std::numeric_limits<double>::quiet_NaN();
+    const auto given = [&](std::vector<double> times) {
+        fs::remove(out / "movie.mp4");
+        roads.openNative = [times](auto&&...) { return std::make_unique<ScriptedSource>(times); };
+        run({clipOf("/source", 0, 10 / rate)});
+        return pictures(out / "movie.mp4");
+    };
+    using P = std::pair<int, std::int64_t>;
+    // A slot that is taken moves a picture on, one behind the end closes the segment, the last one stays to the end.
+    EXPECT_THAT(given({-0.02, 1 / rate, 1 / rate, 6 / rate, 5}),
+                ElementsAre(P(0, 0), P(1, 1), P(2, 2), P(3, 6), P(3, 7), P(3, 8), P(3, 9)));
+    EXPECT_THAT(given({nan, 9 / rate}), ElementsAre(P(0, 0), P(1, 9)));
+    // A movie begins with a picture.
+    EXPECT_THAT(given({8 / rate, 9 / rate}),
+                ElementsAre(P(0, 0), P(0, 1), P(0, 2), P(0, 3), P(0, 4), P(0, 5), P(0, 6), P(0, 7), P(0, 8), P(1, 9)));
+}
+
+TEST_F(MovieExportTest, GivesAClipShorterThanAFrameOnePicture) {
+    auto shortest = clip({.frameCount = 10});
+    shortest.start = 0.1;
+    shortest.end = 0.101;
+    run({shortest});
+    EXPECT_THAT(numbers(out / "movie.mp4"), ElementsAre(3));
+}
+
+TEST_F(MovieExportTest, TakesTheNearestPictureOfEachSourceForEverySlotOfAMixedMovie) {
+    struct Source {
+        const char* rate;
+        double framesPerSecond;
+    };
+    constexpr int frames = 12;
+    constexpr double output = 60000 / 1001.0;
+    std::vector<VRClipSegment> clips;
+    std::vector<int> expected;
+    double end = 0;
+    for (const auto& [text, fps] : {Source{"24", 24}, Source{"25", 25}, Source{"30000/1001", 30000 / 1001.0},
+                                    Source{"50", 50}, Source{"60000/1001", output}}) {
+        clips.push_back(
+            clip({.name = std::to_string(clips.size()) + ".mp4", .frameRate = text, .frameCount = frames}, fps));
+        const auto first = std::llround(end * output);
+        end += frames / fps;
+        for (std::int64_t slot = 0; slot < std::llround(end * output) - first; ++slot) {
+            // On a tie, the earlier one.
+            const auto nearest = std::int64_t(std::ceil(double(slot) / output * fps - 0.5 - 1e-4));
+            expected.push_back(int(std::min<std::int64_t>(nearest, frames - 1)));
+        }
+    }
+    run(clips);
+    EXPECT_EQ(numbers(out / "movie.mp4"), expected);
+    const auto stream = test::ffprobeJSON(out / "movie.mp4")["streams"][0];
+    EXPECT_EQ(stream["r_frame_rate"], "60000/1001");
+    EXPECT_EQ(stream["time_base"], "1/60000");
+}
+
+TEST_F(MovieExportTest, LivesWithTheSmallestNumberOfBuffers) {
+    renderer.workingSetSize = 0;
+    const auto slow = clip({.name = "slow.mp4", .frameRate = "15", .frameCount = 8}, 15);
+    run({slow, clip({.name = "fast.mp4", .frameCount = 16})});
+    EXPECT_EQ(pictures(out / "movie.mp4").size(), 32u);
+    EXPECT_LE(renderer.mostOutputs, 2);
+    EXPECT_EQ(renderer.mostInFlight, 2) << "one running ahead of the one that is waited for";
+}
+
+// Waits for a number that another thread counts up.
+class Counter {
+public:
+    void reach(int value) {
+        std::lock_guard lock(mutex_);
+        value_ = value;
+        changed_.notify_all();
+    }
+    bool waitFor(int value) {
+        std::unique_lock lock(mutex_);
+        return changed_.wait_for(lock, 20s, [&] { return value_ >= value; });
+    }
+
+private:
+    std::mutex mutex_;
+    std::condition_variable changed_;
+    int value_ = 0;
+};
+
+TEST_F(MovieExportTest, DecodesAheadOfThePictureThatIsWaitedFor) {
+    Counter read;
+    roads.openNative = [&](auto&&...) {
+        return std::make_unique<ScriptedSource>(std::vector<double>(10, 0.0), [&](int index) { read.reach(index); });
+    };
+    bool isAhead = false;
+    renderer.onWait = [&](int index) {
+        if (index == 0)
+            isAhead = read.waitFor(renderer.mostInFlight + 2); // in flight; then the three that may wait
+    };
+    run({clipOf("/source", 0, 10 / rate)});
+    EXPECT_TRUE(isAhead);
+}
+
+TEST_F(MovieExportTest, EndsAtOnceWhenCancelledWhileTheDecoderIsStuck) {
+    class StuckSource final : public SegmentFrameSource {
+    public:
+        StuckSource(std::stop_token stop, std::promise<void>& entered) : stop_(std::move(stop)), entered_(entered) {}
+        std::optional<SegmentFrame> next() override {
+            entered_.set_value();
+            std::mutex mutex;
+            std::unique_lock lock(mutex);
+            std::condition_variable_any().wait(lock, stop_, [] { return false; });
+            throw Cancelled();
+        }
+
+    private:
+        std::stop_token stop_;
+        std::promise<void>& entered_;
+    };
+    std::promise<void> entered;
+    roads.openNative = [&](const VRClipSegment&, std::stop_token token, auto&&...) {
+        return std::make_unique<StuckSource>(std::move(token), entered);
+    };
+    const std::jthread user([&] {
+        entered.get_future().wait();
+        stop.request_stop();
+    });
+    EXPECT_THROW(run({clipOf("/source", 0, 1)}), Cancelled);
+    EXPECT_THAT(written(), IsEmpty());
+    EXPECT_EQ(count("export_cancelled"), 1);
+}
+
+TEST_F(MovieExportTest, LeavesNothingWhenCancelledAtAnyStage) {
+    const auto source = clip({.frameCount = 60});
+    settings.outputFormat = ProjectionFormat::equirectangular; // so that there is metadata to inject
+    renderer.onRender = [&](int index) {
+        if (index == 20)
+            stop.request_stop();
+    };
+    EXPECT_THROW(run({source}), Cancelled);
+    EXPECT_THAT(written(), IsEmpty());
+
+    renderer.onRender = nullptr;
+    stop = {};
+    onProgress = [&](const ExportProgress& progress) {
+        if (progress.message == localized("export.progress.finalizing"))
+            stop.request_stop();
+    };
+    EXPECT_THROW(run({source}), Cancelled);
+    EXPECT_THAT(written(), IsEmpty());
+}
+
+TEST_F(MovieExportTest, SaysWhatTheRendererSaidAndLeavesNothing) {
+    renderer.onWait = [](int index) {
+        if (index == 4)
+            throw Error("the device was lost", "VulkanErrorDomain", -4);
+    };
+    const auto failure = failureOf({clip({})});
+    EXPECT_STREQ(failure.what(), "the device was lost");
+    EXPECT_EQ(failure.code(), -4);
+    EXPECT_THAT(written(), IsEmpty());
+}
+
+TEST_F(MovieExportTest, FinishesWhatIsOpenWhenSourcesAreDeletedAndNamesTheOneThatIsGone) {
+    const auto first = clip({.name = "a.mp4"}), second = clip({.name = "b.mp4"});
+    settings.mode = ExportMode::separateClips;
+    renderer.onRender = [&](int) {
+        fs::remove(first.sourceURL.path());
+        fs::remove(second.sourceURL.path());
+    };
+    EXPECT_THAT(failureOf({first, second}).what(), HasSubstr("No such file"));
+    EXPECT_THAT(written(), UnorderedElementsAre("a - standard.mp4"));
+    EXPECT_EQ(numbers(out / "a - standard.mp4"), countTo(30));
+}
+
+TEST_F(MovieExportTest, FailsWhenASourceLosesItsEndWhileItIsRead) {
+    const auto source = clip(
+        {.name = "a.mov", .width = 640, .height = 360, .frameCount = 60, .codec = "mjpeg", .pixelFormat = "yuvj420p"});
+    renderer.onRender = [&](int) {
+        fs::resize_file(source.sourceURL.path(), fs::file_size(source.sourceURL.path()) / 4);
+    };
+    failureOf({source});
+    EXPECT_THAT(written(), IsEmpty());
+}
+
+// Sets how large the files of this process may grow while it lives: a disk that fills up.
+class FileSizeLimit {
+public:
+    explicit FileSizeLimit(rlim_t bytes) : handler_(std::signal(SIGXFSZ, SIG_IGN)) {
+        getrlimit(RLIMIT_FSIZE, &before_);
+        const rlimit limit{bytes, before_.rlim_max};
+        setrlimit(RLIMIT_FSIZE, &limit);
+    }
+    ~FileSizeLimit() {
+        setrlimit(RLIMIT_FSIZE, &before_);
+        std::signal(SIGXFSZ, handler_);
+    }
+
+private:
+    void (*handler_)(int);
+    rlimit before_{};
+};
+
+TEST_F(MovieExportTest, KeepsTheOldMovieWhenTheNewOneCannotBeWrittenToItsEnd) {
+    settings.outputFormat = ProjectionFormat::equirectangular;
+    const auto source = clip({.frameCount = 90});
+    run({source});
+    const auto before = test::readFile(out / "movie.mp4");
+    const auto size = before.size();
+    // While pictures are written; at the last of them; while the metadata goes in.
+    for (const auto limit : {size / 2, size - 2000, size - 1}) {
+        const FileSizeLimit disk(limit);
+        const auto failure = failureOf({source});
+        EXPECT_EQ(failure.domain(), posixErrorDomain) << failure.what();
+        EXPECT_EQ(failure.code(), EFBIG) << failure.what();
+        EXPECT_EQ(test::readFile(out / "movie.mp4"), before);
+        EXPECT_THAT(written(), UnorderedElementsAre("movie.mp4"));
+    }
+}
+
+TEST_F(MovieExportTest, RefusesANameThatCannotBeTakenBeforeItReadsAnything) {
+    const auto source = clip({.name = "a.mp4", .frameCount = 5});
+    renderer.onRender = [](int) { FAIL() << "work was done for nothing"; };
+    fs::create_hard_link(source.sourceURL.path(), out / "movie.mp4");
+    EXPECT_THROW(run({source}), Error);
+    EXPECT_TRUE(fs::equivalent(source.sourceURL.path(), out / "movie.mp4"));
+    fs::remove(out / "movie.mp4");
+    fs::create_directories(out / "movie.mp4");
+    EXPECT_EQ(failureOf({source}).code(), EISDIR);
+    EXPECT_THAT(written(), UnorderedElementsAre("movie.mp4"));
+}
+
+} // namespace
+} // namespace panoveer
