@@ -181,7 +181,8 @@ void print(const Results& results) {
                                  std::format("{}x{}", kind.width, kind.height), result.projectionRight, result.clips,
                                  result.layoutRight, result.clips);
     }
-    std::cout << std::format("\ndetection of one clip    {:.1f} ms (median)\n", Spread::of(results.seconds).median * 1e3);
+    std::cout << std::format("\ndetection of one clip    {:.1f} ms (median)\n",
+                             Spread::of(results.seconds).median * 1e3);
 }
 
 void printJSON(const Results& results) {

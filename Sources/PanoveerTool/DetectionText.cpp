@@ -2,6 +2,7 @@
 
 #include "Panoveer/Model/Records/RecordEnums.h"
 #include "Panoveer/Model/Records/RecordJSON.h"
+#include "PanoveerTool/JSONText.h"
 
 #include <nlohmann/json.hpp>
 
@@ -47,7 +48,7 @@ void announce(const VideoAsset& asset, const StatedImmersiveFormat& stated, Prog
     if (style == ProgressStyle::json) {
         nlohmann::ordered_json line = {{"source", asset.url.path().string()}};
         line["detection"] = nlohmann::ordered_json::parse(encodeJSON(detection));
-        std::cerr << line.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace) << '\n';
+        std::cerr << jsonText(line) << '\n';
     } else {
         std::cerr << std::format("panoveer: {}: {}\n", asset.url.lastPathComponent(), describe(detection, stated));
     }

@@ -54,6 +54,8 @@ struct ProbedFile {
 
 ProbedFile probeFile(const URL& url, const std::stop_token& stop) {
     const auto asset = VideoMetadataReader::withFormatDetection(VideoMetadataReader::readStreams(url, stop), stop);
+    if (stop.stop_requested())
+        throw Cancelled();
     const auto& color = asset.colorMetadata;
     JSON result = {{"file", url.path().string()},
                    {"durationSeconds", asset.duration},

@@ -12,7 +12,7 @@
 namespace panoveer::tool {
 
 // Files and folders as typed, sorted out, read, and their formats detected as far as they are not stated. Says on
-// standard error what was left out and why. Throws an Error when nothing is left, Cancelled once a stop was requested.
+// standard error what was left out and why. Throws an Error when nothing is left, and Cancelled.
 std::vector<VideoAsset> readSources(const std::vector<std::string>& paths, const StatedImmersiveFormat& stated,
                                     const std::stop_token& stop);
 

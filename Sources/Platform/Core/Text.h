@@ -20,14 +20,14 @@ std::string trimmed(std::string_view text, std::string_view characters);
 // The pieces between runs of white space; no empty ones.
 std::vector<std::string> splitAtWhiteSpace(std::string_view text);
 
+// The runs of letters and numbers of any script, with the marks upon them; what lies between them is dropped.
+std::vector<std::string> alphanumericRuns(std::string_view text);
+
 // How many bytes at the beginning are whole characters of UTF-8. What follows is an error, or a character cut off.
 std::size_t validUTF8Length(std::string_view text);
 
 // At most so many characters from the beginning.
 std::string_view firstCharacters(std::string_view text, std::size_t count);
-
-// The runs of letters and numbers of any script, with the marks upon them; what lies between them is dropped.
-std::vector<std::string> alphanumericRuns(std::string_view text);
 
 // Without the run of numeric characters (general categories Nd, Nl, No) at its end.
 std::string withoutTrailingNumbers(std::string_view text);

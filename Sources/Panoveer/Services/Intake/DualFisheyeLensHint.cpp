@@ -33,7 +33,7 @@ std::string_view read(const FileDescriptor& file, off_t offset, std::vector<char
 }
 
 bool containsMarker(std::string_view bytes) {
-    return std::ranges::any_of(markers, [&](std::string_view marker) {
+    return !bytes.empty() && std::ranges::any_of(markers, [&](std::string_view marker) {
         return memmem(bytes.data(), bytes.size(), marker.data(), marker.size()) != nullptr;
     });
 }
