@@ -3,6 +3,7 @@
 #include "Panoveer/Rendering/Projection/PictureWriter.h"
 #include "Panoveer/Rendering/Projection/SphericalTestChart.h"
 #include "Panoveer/Rendering/Projection/VRProjectionMath.h"
+#include "Panoveer/Services/Export/ExportArtifactTransaction.h"
 #include "Panoveer/Services/Export/ExportWaits.h"
 #include "Panoveer/Services/Export/VRNativeExporter.h"
 #include "Panoveer/Services/Intake/VideoMetadataReader.h"
@@ -10,6 +11,7 @@
 #include "PanoveerTool/Exit.h"
 #include "PanoveerTool/ProgressDisplay.h"
 #include "PanoveerTool/RenderEngine.h"
+#include "PanoveerTool/Targets.h"
 #include "Platform/Core/Error.h"
 #include "Platform/Media/AssetWriter.h"
 
@@ -141,14 +143,12 @@ void makeSample(const SampleArguments& arguments, const std::stop_token& stop) {
     fs::create_directories(folder.path());
     const auto source = folder.appendingPathComponent("equirectangular.mp4");
     auto planned = conversions();
-    for (const auto& name : {std::string("equirectangular.mp4"), planned[0].fileName, planned[1].fileName}) {
-        const auto path = folder.path() / name;
-        if (fs::exists(path) && !arguments.overwrite)
-            throw Error(path.string() + " exists already. Choose another folder, or say --overwrite.");
-        fs::remove(path);
-    }
+    for (const auto& name : {std::string("equirectangular.mp4"), planned[0].fileName, planned[1].fileName})
+        checkTarget(folder.path() / name, arguments.overwrite);
 
-    writeChartMovie(source, stop);
+    const auto staged = ExportArtifactTransaction::stagedFileURL(source);
+    writeChartMovie(staged, stop);
+    ExportArtifactTransaction::commitFile(staged, source);
     std::cout << std::format("{}  {}x{}, a spherical test chart\n", source.path().string(), sampleWidth, sampleHeight);
 
     const auto asset = VideoMetadataReader::readStreams(source);
