@@ -10,6 +10,7 @@
 #include "PanoveerTool/Exit.h"
 #include "PanoveerTool/ProgressDisplay.h"
 #include "PanoveerTool/RenderEngine.h"
+#include "PanoveerTool/Targets.h"
 #include "Platform/Core/Error.h"
 #include "Platform/Media/AssetWriter.h"
 
@@ -145,11 +146,8 @@ void makeSample(const SampleArguments& arguments, const std::stop_token& stop) {
     fs::create_directories(folder.path());
     const auto source = folder.appendingPathComponent("equirectangular.mp4");
     auto planned = conversions();
-    for (const auto& name : {std::string("equirectangular.mp4"), planned[0].fileName, planned[1].fileName}) {
-        const auto path = folder.path() / name;
-        if (fs::exists(path) && !arguments.overwrite)
-            throw Error(path.string() + " exists already. Choose another folder, or say --overwrite.");
-    }
+    for (const auto& name : {std::string("equirectangular.mp4"), planned[0].fileName, planned[1].fileName})
+        checkTarget(folder.path() / name, arguments.overwrite);
 
     writeChartMovie(source, stop);
     std::cout << std::format("{}  {}x{}, a spherical test chart\n", source.path().string(), sampleWidth, sampleHeight);

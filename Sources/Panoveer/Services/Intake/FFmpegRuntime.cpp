@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <exception>
 #include <mutex>
 #include <unordered_set>
 
@@ -185,7 +186,7 @@ bool requiresSoftwarePreview(const URL& url) noexcept {
         const auto metadata = probe(url);
         const auto codec = lowercased(metadata.codecName);
         return codec == "vp9" || codec == "av1" || codec == "libdav1d" || metadata.isStereoMultiview;
-    } catch (const FFmpegReaderError&) {
+    } catch (const std::exception&) {
         return false; // the platform's road may know better
     }
 }
