@@ -13,6 +13,7 @@ namespace panoveer::tool {
 void declareProbe(CLI::App& program, std::stop_token stop);
 void declareConvert(CLI::App& program, std::stop_token stop);
 void declareFrame(CLI::App& program, std::stop_token stop);
+void declareMasks(CLI::App& program, std::stop_token stop);
 void declareInspect(CLI::App& program);
 void declarePresets(CLI::App& program);
 void declareDoctor(CLI::App& program);

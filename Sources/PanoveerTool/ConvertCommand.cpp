@@ -75,14 +75,6 @@ void checkTargets(const std::vector<ExportOutputDescriptor>& plan, const std::ve
         checkTarget(movie.url.path(), overwrite);
 }
 
-ProgressStyle progressStyle(const ConvertArguments& arguments) {
-    if (!arguments.progress)
-        return ProgressDisplay::automaticStyle();
-    return *arguments.progress == "json"  ? ProgressStyle::json
-           : *arguments.progress == "bar" ? ProgressStyle::bar
-                                          : ProgressStyle::none;
-}
-
 void printResult(const std::vector<ExportOutputDescriptor>& plan, bool json) {
     nlohmann::ordered_json movies = nlohmann::ordered_json::array();
     for (const auto& movie : plan) {
@@ -121,7 +113,7 @@ void convert(const ConvertArguments& arguments, std::stop_token stop) {
     const auto renderer = makeRenderer(arguments.conversion.renderer, arguments.conversion.threads);
     VRNativeExporter exporter(*renderer);
     {
-        ProgressDisplay display(progressStyle(arguments));
+        ProgressDisplay display(ProgressDisplay::styleNamed(arguments.progress));
         exporter.exportClips(
             clips, settings, output, frameRates,
             [&](const ExportProgress& progress) { display.show(progress, exporter.framesWritten()); }, stop);

@@ -50,6 +50,12 @@ ProgressStyle ProgressDisplay::automaticStyle() {
     return isatty(STDERR_FILENO) ? ProgressStyle::bar : ProgressStyle::none;
 }
 
+ProgressStyle ProgressDisplay::styleNamed(const std::optional<std::string>& name) {
+    if (!name)
+        return automaticStyle();
+    return *name == "json" ? ProgressStyle::json : *name == "bar" ? ProgressStyle::bar : ProgressStyle::none;
+}
+
 void ProgressDisplay::show(const ExportProgress& progress, std::int64_t framesWritten) {
     if (framesWritten < framesOfThisMovie_)
         framesOfFinishedMovies_ += framesOfThisMovie_;

@@ -24,6 +24,8 @@ public:
 
     // A bar where standard error is a terminal, nothing where it is not.
     static ProgressStyle automaticStyle();
+    // What "bar", "json" and "none" ask for; automatic without a name.
+    static ProgressStyle styleNamed(const std::optional<std::string>& name);
 
 private:
     using Clock = std::chrono::steady_clock;

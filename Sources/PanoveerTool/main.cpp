@@ -24,6 +24,7 @@ int run(int argc, char** argv) {
     program.set_version_flag("--version", std::string("panoveer ") + PANOVEER_VERSION);
     declareConvert(program, interrupt.token());
     declareFrame(program, interrupt.token());
+    declareMasks(program, interrupt.token());
     declareProbe(program, interrupt.token());
     declareInspect(program);
     declarePresets(program);

@@ -142,6 +142,30 @@ TEST_F(CommandLine, NeverPutsAFileInThePlaceOfADevice) {
     }
 }
 
+TEST_F(CommandLine, WritesTheSameMasksOnEveryEngine) {
+    const auto source = movie({.name = "clip.mov", .width = 96, .height = 96, .frameCount = 5});
+    const std::vector<std::string> arguments = {"masks",           source,       "-o",       path("out"),
+                                                "--source-format", "domemaster", "--format", "equirectangular",
+                                                "--size",          "256x128"};
+    const auto first = panoveer(arguments);
+    ASSERT_EQ(first.exitCode, 0) << first.standardError;
+    EXPECT_EQ(first.standardOutput, path("out/Alpha Masks/clip-1.png") + "\n");
+    setenv("PANOVEER_GPU", "software", 1);
+    auto again = arguments;
+    again.push_back("--json");
+    const auto second = panoveer(again);
+    unsetenv("PANOVEER_GPU");
+    ASSERT_EQ(second.exitCode, 0) << second.standardError;
+    const auto made = nlohmann::json::parse(second.standardOutput);
+    EXPECT_EQ(made["folder"], path("out/Alpha Masks 2"));
+    EXPECT_EQ(readFile(path("out/Alpha Masks/clip-1.png")), readFile(made["masks"][0].get<std::string>()));
+
+    again[3] = source;
+    const auto refused = panoveer(again);
+    EXPECT_EQ(refused.exitCode, 1);
+    EXPECT_NE(refused.standardError.find("not a folder"), std::string::npos) << refused.standardError;
+}
+
 TEST_F(CommandLine, KeepsAMovieThatExistsUnlessToldOtherwise) {
     const auto source = movie({.frameCount = 5});
     const auto target = path("made.mp4");
