@@ -103,7 +103,7 @@ void convert(const ConvertArguments& arguments, std::stop_token stop) {
     std::vector<VRClipSegment> clips;
     SourceFrameRates frameRates;
     for (const auto& asset : assets) {
-        announce(asset, stated, progressStyle(arguments));
+        announce(asset, stated, ProgressDisplay::styleNamed(arguments.progress));
         clips.push_back(arguments.conversion.clip(asset, settings));
         frameRates[asset.url] = asset.frameRate;
     }
