@@ -1,6 +1,7 @@
 #include "Panoveer/Services/Export/AlphaMaskExporter.h"
 #include "PanoveerTool/Commands.h"
 #include "PanoveerTool/ConversionOptions.h"
+#include "PanoveerTool/DetectionText.h"
 #include "PanoveerTool/JSONText.h"
 #include "PanoveerTool/ProgressDisplay.h"
 #include "PanoveerTool/RenderEngine.h"
@@ -48,8 +49,11 @@ void exportMasks(const MasksArguments& arguments, const std::stop_token& stop) {
         throw Error(arguments.output + " is not a folder. Masks are written into a folder: choose another name.");
     const auto settings = arguments.conversion.settings();
     std::vector<VRClipSegment> clips;
-    for (const auto& asset : readSources(arguments.inputs, stop))
+    const auto stated = arguments.conversion.statedFormat();
+    for (const auto& asset : readSources(arguments.inputs, stated, stop)) {
+        announce(asset, stated, ProgressDisplay::styleNamed(arguments.progress));
         clips.push_back(arguments.conversion.clip(asset, settings));
+    }
 
     const auto renderer = makeRenderer(arguments.conversion.renderer, arguments.conversion.threads);
     URL folder;
