@@ -14,13 +14,20 @@ std::vector<VideoAsset> readSources(const std::vector<std::string>& paths, const
     for (const auto& path : paths)
         urls.push_back(URL::fromFilePath(path));
     const auto scan = MediaImportScanner::scan(urls, MediaImportScanner::containsMovingPictures, stop);
+    // Of a single file the last line tells all.
+    const bool isSingle = scan.skipped.size() + scan.videoURLs.size() == 1;
+    std::string lastFailure;
+    const auto leaveOut = [&](std::string text) {
+        if (!isSingle)
+            std::cerr << "panoveer: left out " << text << '\n';
+        lastFailure = std::move(text);
+    };
     for (const auto& item : scan.skipped)
-        std::cerr << "panoveer: left out " << item.name << ": " << describe(item.reason) << '\n';
+        leaveOut(item.name + ": " + describe(item.reason));
     for (const auto& project : scan.projectURLs)
         std::cerr << "panoveer: left out " << project.lastPathComponent() << ": a project is not a source\n";
 
     std::vector<VideoAsset> assets;
-    std::string lastFailure;
     for (const auto& url : scan.videoURLs) {
         try {
             auto asset = VideoMetadataReader::readStreams(url, stop);
@@ -31,15 +38,13 @@ std::vector<VideoAsset> readSources(const std::vector<std::string>& paths, const
                             "MKV file first.");
             assets.push_back(VideoMetadataReader::withFormatDetection(std::move(asset), stop, stated));
         } catch (const Error& error) {
-            lastFailure = failureText(url, error);
-            if (scan.videoURLs.size() > 1)
-                std::cerr << "panoveer: left out " << lastFailure << '\n';
+            leaveOut(failureText(url, error));
         }
     }
     if (stop.stop_requested())
         throw Cancelled();
     if (assets.empty())
-        throw Error(lastFailure.empty() ? "No movie was given that can be read." : lastFailure);
+        throw Error(isSingle ? lastFailure : "No movie was given that can be read.");
     return assets;
 }
 
