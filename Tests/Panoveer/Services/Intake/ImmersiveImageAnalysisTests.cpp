@@ -65,7 +65,8 @@ TEST(StereoMatch, FindsTheEyesAndTheirShift) {
         }
     }
     EXPECT_FALSE(stereoMatch(flat(200, 100, 0.5), Layout::sideBySide));
-    const auto halfFlat = painted(200, 100, [](int x, int y) { return x < 100 ? 0.5 : x % 20 > 10 == y % 20 > 10; });
+    const auto halfFlat =
+        painted(200, 100, [](int x, int y) { return x < 100 ? 0.5 : double((x % 20 > 10) == (y % 20 > 10)); });
     EXPECT_FALSE(stereoMatch(halfFlat, Layout::sideBySide)) << "both eyes must show something";
     EXPECT_FALSE(stereoMatch(pair(Layout::sideBySide, 64, 64, 0), Layout::mono));
 }
