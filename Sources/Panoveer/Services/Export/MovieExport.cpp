@@ -122,8 +122,10 @@ void MovieExport::configureWriter() {
     auto settings = videoSettings(descriptor_.codec, size.width, size.height, descriptor_.bitrateMbps,
                                   descriptor_.targetFrameRate, descriptor_.colorMode);
     settings.frameDuration = clock_.time(1);
-    std::string reason;
-    if (!writer_->canApply(settings, &reason)) {
+    // The writer's encoders know single pictures only.
+    const bool isMultiview = properties(descriptor_.codec).isMultiviewStereo;
+    std::string reason = "no encoder for multiview movies";
+    if (isMultiview || !writer_->canApply(settings, &reason)) {
         logger.error("encoder refused codec={} size={} reason={}", rawValue(descriptor_.codec), sizeText(size), reason);
         VRExportError refusal(VRExportError::Case::unsupportedVideoSettings, descriptor_.codec, size.width,
                               size.height);
