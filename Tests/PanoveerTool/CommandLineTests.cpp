@@ -400,8 +400,9 @@ TEST_F(CommandLine, ListsPresetsAndWhatWorksHere) {
     const auto doctor = nlohmann::json::parse(panoveer({"doctor", "--json"}).standardOutput);
     EXPECT_FALSE(doctor["devices"].empty());
     for (const auto& encoder : doctor["encoders"])
-        if (encoder["codec"] == "h264" || encoder["codec"] == "hevc10" || encoder["codec"] == "proRes")
+        if (encoder["codec"] == "h264" || encoder["codec"] == "hevc10" || encoder["codec"] == "proRes") {
             EXPECT_TRUE(encoder["works"].get<bool>()) << encoder;
+        }
 }
 
 TEST_F(CommandLine, RetimesASingleMovieOfMixedRates) {

@@ -73,8 +73,9 @@ TEST_P(StandardMesh, HasNoFoldsAndIsTheSameLeftAndRight) {
             ASSERT_EQ(here.isHole(), there.isHole());
             EXPECT_NEAR(here.position.x, -there.position.x, 1e-5);
             EXPECT_NEAR(here.intensity, there.intensity, 2e-4);
-            if (!here.isHole())
+            if (!here.isHole()) {
                 EXPECT_NEAR(here.texCoords.x, 1 - there.texCoords.x, 2e-5);
+            }
         }
     }
 }
