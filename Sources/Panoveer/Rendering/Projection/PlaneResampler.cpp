@@ -33,12 +33,9 @@ using Ints = hn::VFromD<decltype(ints)>;
 const hn::FixedTag<std::int16_t, 8> shorts;
 const hn::RepartitionToWide<decltype(shorts)> fourInts;
 
-// Two weights for the same lane of two rows.
-template<class D>
-HWY_INLINE hn::VFromD<D> weightPair(D d, const std::int16_t* weights) {
-    std::int32_t both;
-    std::memcpy(&both, weights, sizeof both);
-    return hn::BitCast(d, hn::Set(hn::RepartitionToWide<D>(), both));
+// Eight weights, pair by pair, in every block of four lanes.
+HWY_INLINE Ints weightPairs(const std::int16_t* weights) {
+    return hn::LoadDup128(ints, reinterpret_cast<const std::int32_t*>(weights));
 }
 
 // The sums of a chunk of eight columns.
@@ -53,24 +50,24 @@ HWY_INLINE Chunk operator+(const Chunk& a, const Chunk& b) {
     return sum;
 }
 
-// Two rows, each with its weight.
-HWY_INLINE Chunk weighted(const std::uint8_t* upper, const std::uint8_t* lower, const std::int16_t* weights) {
+// Two rows, each with its weight: the two of `pair` in all lanes.
+HWY_INLINE Chunk weighted(const std::uint8_t* upper, const std::uint8_t* lower, Ints pair) {
     const hn::FixedTag<std::uint8_t, 8> half;
     const hn::FixedTag<std::uint8_t, 16> bytes;
     const auto pairs = hn::InterleaveLower(bytes, hn::ZeroExtendVector(bytes, hn::LoadU(half, upper)),
                                            hn::ZeroExtendVector(bytes, hn::LoadU(half, lower)));
 #if HWY_MAX_BYTES >= 32
     const hn::FixedTag<std::int16_t, 16> wideShorts;
-    return {{hn::WidenMulPairwiseAdd(ints, hn::PromoteTo(wideShorts, pairs), weightPair(wideShorts, weights))}};
+    return {{hn::WidenMulPairwiseAdd(ints, hn::PromoteTo(wideShorts, pairs), hn::BitCast(wideShorts, pair))}};
 #else
-    const auto weight = weightPair(shorts, weights);
+    const auto weight = hn::BitCast(shorts, pair);
     return {{hn::WidenMulPairwiseAdd(ints, hn::PromoteLowerTo(shorts, pairs), weight),
              hn::WidenMulPairwiseAdd(ints, hn::PromoteUpperTo(shorts, pairs), weight)}};
 #endif
 }
 
 // Sixteen bits are taken as signed, around the middle of their range.
-HWY_INLINE Chunk weighted(const std::uint16_t* upper, const std::uint16_t* lower, const std::int16_t* weights) {
+HWY_INLINE Chunk weighted(const std::uint16_t* upper, const std::uint16_t* lower, Ints pair) {
     const hn::RebindToUnsigned<decltype(shorts)> words;
     const auto middle = hn::Set(words, 0x8000);
     const auto a = hn::BitCast(shorts, hn::Xor(hn::LoadU(words, upper), middle));
@@ -79,9 +76,9 @@ HWY_INLINE Chunk weighted(const std::uint16_t* upper, const std::uint16_t* lower
     const auto high = hn::InterleaveUpper(shorts, a, b);
 #if HWY_MAX_BYTES >= 32
     const hn::FixedTag<std::int16_t, 16> wideShorts;
-    return {{hn::WidenMulPairwiseAdd(ints, hn::Combine(wideShorts, high, low), weightPair(wideShorts, weights))}};
+    return {{hn::WidenMulPairwiseAdd(ints, hn::Combine(wideShorts, high, low), hn::BitCast(wideShorts, pair))}};
 #else
-    const auto weight = weightPair(shorts, weights);
+    const auto weight = hn::BitCast(shorts, pair);
     return {{hn::WidenMulPairwiseAdd(ints, low, weight), hn::WidenMulPairwiseAdd(ints, high, weight)}};
 #endif
 }
@@ -93,15 +90,17 @@ constexpr float middleOf = sizeof(Sample) == 1 ? 0 : 32768;
 template<typename Sample, int channels>
 HWY_INLINE hn::VFromD<decltype(fourFloats)> windowSums(const std::byte* window, std::size_t rowBytes,
                                                        const std::int16_t* down, const float* across) {
+    const auto weights = weightPairs(down);
     auto total = hn::Zero(floats);
     for (int chunk = 0; chunk < channels; ++chunk) {
         const auto* at = window + std::size_t(chunk) * 8 * sizeof(Sample);
-        const auto rows = [&](int row) {
+        const auto rows = [&](int row, Ints pair) {
             const auto* upper = at + std::size_t(row) * rowBytes;
             return weighted(reinterpret_cast<const Sample*>(upper), reinterpret_cast<const Sample*>(upper + rowBytes),
-                            down + row);
+                            pair);
         };
-        const auto sums = (rows(0) + rows(2)) + (rows(4) + rows(6));
+        const auto sums = (rows(0, hn::Broadcast<0>(weights)) + rows(2, hn::Broadcast<1>(weights))) +
+                          (rows(4, hn::Broadcast<2>(weights)) + rows(6, hn::Broadcast<3>(weights)));
         for (int i = 0; i < vectorsPerChunk; ++i)
             total = hn::MulAdd(hn::ConvertTo(floats, sums.part[i]),
                                hn::LoadU(floats, across + chunk * 8 + i * int(hn::Lanes(floats))), total);
@@ -160,12 +159,21 @@ void readBlock8(const SampleEntry* entries, int count, const SampleView& plane, 
                 float* values) {
     const auto& kernels = ResamplingKernels::shared();
     HWY_ALIGN float sums[blockSize * 4];
+    const auto* const data = plane.data;
+    const std::size_t rowBytes = plane.rowBytes;
     for (int i = 0; i < count; ++i) {
-        const auto& entry = entries[i];
-        const auto window = windowOf<Sample, channels>(entry, plane, tiles);
-        hn::Store(windowSums<Sample, channels>(window.begin, window.rowBytes, kernels.vertical(entry.down()),
-                                               kernels.template horizontal<channels>(entry.across())),
-                  fourFloats, sums + 4 * i);
+        const auto entry = entries[i];
+        const auto* down = kernels.vertical(entry.down());
+        const auto* across = kernels.template horizontal<channels>(entry.across());
+        if (HWY_UNLIKELY(entry.isTile())) {
+            const auto window = windowOf<Sample, channels>(entry, plane, tiles);
+            hn::Store(windowSums<Sample, channels>(window.begin, window.rowBytes, down, across), fourFloats,
+                      sums + 4 * i);
+            continue;
+        }
+        const auto* window =
+            data + std::size_t(entry.row()) * rowBytes + std::size_t(entry.column()) * (sizeof(Sample) * channels);
+        hn::Store(windowSums<Sample, channels>(window, rowBytes, down, across), fourFloats, sums + 4 * i);
     }
     finishBlock<Sample, channels>(sums, count, values);
 }
