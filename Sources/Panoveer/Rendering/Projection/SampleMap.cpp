@@ -96,6 +96,7 @@ public:
         : mapping_(mapping), plane_(plane), grid_(grid), taps_(taps), sampleSize_(sampleSize) {}
 
     void fillBlock(Block& block) {
+        block.entries.reserve(std::size_t(block.width) * std::size_t(block.height));
         for (int row = 0; row < block.height; ++row) {
             block.firstSpans.push_back(std::uint32_t(block.spans.size()));
             fillRow(block, grid_.originY + (block.top + row) * grid_.pitch.y);
