@@ -159,21 +159,12 @@ void readBlock8(const SampleEntry* entries, int count, const SampleView& plane, 
                 float* values) {
     const auto& kernels = ResamplingKernels::shared();
     HWY_ALIGN float sums[blockSize * 4];
-    const auto* const data = plane.data;
-    const std::size_t rowBytes = plane.rowBytes;
     for (int i = 0; i < count; ++i) {
-        const auto entry = entries[i];
-        const auto* down = kernels.vertical(entry.down());
-        const auto* across = kernels.template horizontal<channels>(entry.across());
-        if (HWY_UNLIKELY(entry.isTile())) {
-            const auto window = windowOf<Sample, channels>(entry, plane, tiles);
-            hn::Store(windowSums<Sample, channels>(window.begin, window.rowBytes, down, across), fourFloats,
-                      sums + 4 * i);
-            continue;
-        }
-        const auto* window =
-            data + std::size_t(entry.row()) * rowBytes + std::size_t(entry.column()) * (sizeof(Sample) * channels);
-        hn::Store(windowSums<Sample, channels>(window, rowBytes, down, across), fourFloats, sums + 4 * i);
+        const auto& entry = entries[i];
+        const auto window = windowOf<Sample, channels>(entry, plane, tiles);
+        hn::Store(windowSums<Sample, channels>(window.begin, window.rowBytes, kernels.vertical(entry.down()),
+                                               kernels.template horizontal<channels>(entry.across())),
+                  fourFloats, sums + 4 * i);
     }
     finishBlock<Sample, channels>(sums, count, values);
 }

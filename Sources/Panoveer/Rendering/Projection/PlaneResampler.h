@@ -36,9 +36,9 @@ private:
     SampleView view_; // all tiles below each other
 };
 
-// Reads a plane through a map, with the best instructions that the processor has. Values come out as
-// the samples hold them: 0…255 of eight bits, 0…65535 of sixteen, not limited where the kernel overshoots. Stateless;
-// safe from any thread.
+// Reads a plane through a map, with the best instructions that the processor has. Values come out as the samples hold
+// them: 0…255 of eight bits, 0…65535 of sixteen, not limited where the kernel overshoots. Stateless; safe from any
+// thread.
 namespace PlaneResampler {
 
 // A row of a block. `values` takes channels numbers for each sample; samples without a source get `background`, one for
