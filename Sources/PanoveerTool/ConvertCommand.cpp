@@ -117,9 +117,8 @@ void convert(const ConvertArguments& arguments, std::stop_token stop) {
     checkTargets(plan, clips, arguments.overwrite);
 
     const auto renderer = makeRenderer(arguments.conversion.renderer, arguments.conversion.threads);
-    VRNativeExporter exporter(*renderer, [](const URL& movieOrFolder) {
-        return std::make_unique<ExportDiagnosticsRecorder>(movieOrFolder);
-    });
+    VRNativeExporter exporter(
+        *renderer, [](const URL& movieOrFolder) { return std::make_unique<ExportDiagnosticsRecorder>(movieOrFolder); });
     {
         ProgressDisplay display(style);
         try {

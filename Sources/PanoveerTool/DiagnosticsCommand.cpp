@@ -15,9 +15,8 @@ void declareDiagnostics(CLI::App& program) {
     command->callback([] {
         AppDiagnosticsCollector collector(
             {.version = PANOVEER_VERSION,
-             .recentReports = [](std::size_t maximumBytes) {
-                 return ExportDiagnosticsRecorder::recentReports(maximumBytes);
-             },
+             .recentReports =
+                 [](std::size_t maximumBytes) { return ExportDiagnosticsRecorder::recentReports(maximumBytes); },
              .logFile = logFile()});
         std::cout << collector.collect() << '\n';
     });

@@ -39,6 +39,9 @@ std::optional<double> secondsLeft(double fraction, double elapsedSeconds) {
     return elapsedSeconds * (1 - fraction) / fraction;
 }
 
+// What comes behind the last picture takes a while, and nobody knows how long.
+bool isExporting(const ExportProgress& progress) { return progress.message == localized("export.progress.exporting"); }
+
 } // namespace
 
 ProgressDisplay::ProgressDisplay(ProgressStyle style) : style_(style) {}
@@ -80,13 +83,11 @@ void ProgressDisplay::show(const ExportProgress& progress, std::int64_t framesWr
 void ProgressDisplay::drawBar(const ExportProgress& progress, double elapsedSeconds) {
     const auto frames = framesOfFinishedMovies_ + framesOfThisMovie_;
     const auto left = secondsLeft(progress.fraction, elapsedSeconds);
-    // What comes behind the last picture takes a while and adds none.
-    const bool isExporting = progress.message == localized("export.progress.exporting");
     const auto figures = std::format(" {:3} %  {} frames  {:.1f} fps  {}", progress.displayedPercent(), frames,
                                      elapsedSeconds > 0 ? double(frames) / elapsedSeconds : 0.0,
-                                     !isExporting ? progress.message
-                                     : left       ? clockText(*left) + " left"
-                                                  : clockText(elapsedSeconds));
+                                     !isExporting(progress) ? progress.message
+                                     : left                 ? clockText(*left) + " left"
+                                                            : clockText(elapsedSeconds));
     const int width = std::clamp(terminalColumns() - int(figures.size()) - 3, narrowestBar, widestBar);
     const int filled = int(std::clamp(progress.fraction, 0.0, 1.0) * width);
     std::cerr << "\r\x1b[K[" << std::string(std::size_t(filled), '#') << std::string(std::size_t(width - filled), '.')
@@ -100,7 +101,7 @@ void ProgressDisplay::printJSON(const ExportProgress& progress, double elapsedSe
                                    {"message", progress.message},
                                    {"frames", framesOfFinishedMovies_ + framesOfThisMovie_},
                                    {"elapsedSeconds", elapsedSeconds}};
-    if (const auto left = secondsLeft(progress.fraction, elapsedSeconds))
+    if (const auto left = secondsLeft(progress.fraction, elapsedSeconds); left && isExporting(progress))
         line["secondsLeft"] = *left;
     std::cerr << jsonText(line) << std::endl;
 }
@@ -109,8 +110,8 @@ void ProgressDisplay::showEnd(const std::exception& failure) {
     if (style_ != ProgressStyle::json)
         return;
     const auto* end = dynamic_cast<const VRExportError*>(&failure);
-    const bool isCancelled = dynamic_cast<const Cancelled*>(&failure) ||
-                             (end && end->which() == VRExportError::Case::cancelledPartialSaved);
+    const bool isCancelled =
+        dynamic_cast<const Cancelled*>(&failure) || (end && end->which() == VRExportError::Case::cancelledPartialSaved);
     nlohmann::ordered_json line = {{"event", isCancelled ? "cancelled" : "failed"}};
     if (!isCancelled)
         line["message"] = failure.what();

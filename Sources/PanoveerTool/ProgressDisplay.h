@@ -24,8 +24,8 @@ public:
     void show(const ExportProgress& progress, std::int64_t framesWritten);
 
     // The last line of an export that failed or was stopped: {"event":"cancelled","partial":PATH} or
-    // {"event":"failed","message":TEXT,"partial":PATH}, without "partial" when nothing is kept. As JSON only; people are
-    // told when the program ends.
+    // {"event":"failed","message":TEXT,"partial":PATH}, without "partial" when nothing is kept. As JSON only; people
+    // are told when the program ends.
     void showEnd(const std::exception& failure);
 
     // A bar where standard error is a terminal, nothing where it is not.

@@ -22,9 +22,9 @@ constexpr std::uint32_t ntfs3Magic = 0x7366746e;
 
 bool isLocal(int descriptor) {
     constexpr std::array<std::uint32_t, 14> known = {
-        EXT4_SUPER_MAGIC, XFS_SUPER_MAGIC,   BTRFS_SUPER_MAGIC, F2FS_SUPER_MAGIC,      TMPFS_MAGIC,
-        RAMFS_MAGIC,      MSDOS_SUPER_MAGIC, EXFAT_SUPER_MAGIC, OVERLAYFS_SUPER_MAGIC, REISERFS_SUPER_MAGIC,
-        zfsMagic,         jfsMagic,          bcachefsMagic,     ntfs3Magic};
+        EXT4_SUPER_MAGIC,  XFS_SUPER_MAGIC,   BTRFS_SUPER_MAGIC,     F2FS_SUPER_MAGIC,     TMPFS_MAGIC, RAMFS_MAGIC,
+        MSDOS_SUPER_MAGIC, EXFAT_SUPER_MAGIC, OVERLAYFS_SUPER_MAGIC, REISERFS_SUPER_MAGIC, zfsMagic,    jfsMagic,
+        bcachefsMagic,     ntfs3Magic};
     struct statfs system{};
     return fstatfs(descriptor, &system) == 0 && std::ranges::contains(known, std::uint32_t(system.f_type));
 }

@@ -32,8 +32,8 @@ std::shared_ptr<spdlog::logger> makeLogger() {
     std::vector<spdlog::sink_ptr> sinks;
     try {
         std::filesystem::create_directories(logFile().parent_path());
-        auto file = std::make_shared<spdlog::sinks::rotating_file_sink_mt>(logFile().string(), maximumLogBytes,
-                                                                           keptLogFiles);
+        auto file =
+            std::make_shared<spdlog::sinks::rotating_file_sink_mt>(logFile().string(), maximumLogBytes, keptLogFiles);
         file->set_level(spdlog::level::info);
         sinks.push_back(std::move(file));
     } catch (const std::exception&) {

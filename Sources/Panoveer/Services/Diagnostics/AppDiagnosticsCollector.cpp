@@ -130,6 +130,8 @@ std::string AppDiagnosticsCollector::exportReports() const {
     // A trace is named after the time and its movie.
     if (const auto heading = TextPattern::ignoringCase(R"re(^(Report \d{8}-\d{6}-).*\.jsonl$)re"))
         text = heading->replacingMatches(text, "$1<REDACTED_FILE>.jsonl").value_or("");
+    while (text.ends_with('\n'))
+        text.pop_back();
     return DiagnosticPrivacyRedactor::redact(text);
 }
 

@@ -153,8 +153,8 @@ JSON DiagnosticPrivacyRedactor::redactedShape(const JSON& value) {
 }
 
 bool DiagnosticPrivacyRedactor::isSensitiveKey(std::string_view key) {
-    constexpr std::array<std::string_view, 6> names = {"source",   "destination",  "output", "file",
-                                                       "filename", "source_files"};
+    constexpr std::array<std::string_view, 6> names = {"source", "destination", "output",
+                                                       "file",   "filename",    "source_files"};
     constexpr std::array<std::string_view, 4> endings = {"_path", "_url", "_file", "_files"};
     const auto lower = lowercased(key);
     return std::ranges::contains(names, lower) ||

@@ -30,18 +30,18 @@ constexpr std::string_view encoderUnavailable = "error.generation.encoder_unavai
 constexpr std::string_view sourceUnreadable = "error.generation.source_unreadable";
 
 constexpr auto knownFailures = std::to_array<KnownFailure>({
-    {posixErrorDomain, EPERM, permissionDenied},     {posixErrorDomain, EACCES, permissionDenied},
-    {posixErrorDomain, ENOENT, destinationMissing},  {posixErrorDomain, ENOMEM, outOfMemory},
-    {posixErrorDomain, EROFS, readOnlyDestination},  {cocoaErrorDomain, 257, permissionDenied},
-    {cocoaErrorDomain, 513, permissionDenied},       {cocoaErrorDomain, 4, destinationMissing},
-    {cocoaErrorDomain, 642, readOnlyDestination},    {mediaErrorDomain, -11884, permissionDenied},
-    {mediaErrorDomain, -11862, permissionDenied},    {mediaErrorDomain, -11883, encoderUnavailable},
-    {mediaErrorDomain, -11864, encoderUnavailable},  {mediaErrorDomain, -11861, encoderUnavailable},
-    {mediaErrorDomain, -11840, encoderUnavailable},  {mediaErrorDomain, -11834, encoderUnavailable},
-    {mediaErrorDomain, -11881, sourceUnreadable},    {mediaErrorDomain, -11855, sourceUnreadable},
-    {mediaErrorDomain, -11849, sourceUnreadable},    {mediaErrorDomain, -11829, sourceUnreadable},
-    {mediaErrorDomain, -11828, sourceUnreadable},    {mediaErrorDomain, -11822, sourceUnreadable},
-    {mediaErrorDomain, -11821, sourceUnreadable},    {mediaErrorDomain, -11801, outOfMemory},
+    {posixErrorDomain, EPERM, permissionDenied},    {posixErrorDomain, EACCES, permissionDenied},
+    {posixErrorDomain, ENOENT, destinationMissing}, {posixErrorDomain, ENOMEM, outOfMemory},
+    {posixErrorDomain, EROFS, readOnlyDestination}, {cocoaErrorDomain, 257, permissionDenied},
+    {cocoaErrorDomain, 513, permissionDenied},      {cocoaErrorDomain, 4, destinationMissing},
+    {cocoaErrorDomain, 642, readOnlyDestination},   {mediaErrorDomain, -11884, permissionDenied},
+    {mediaErrorDomain, -11862, permissionDenied},   {mediaErrorDomain, -11883, encoderUnavailable},
+    {mediaErrorDomain, -11864, encoderUnavailable}, {mediaErrorDomain, -11861, encoderUnavailable},
+    {mediaErrorDomain, -11840, encoderUnavailable}, {mediaErrorDomain, -11834, encoderUnavailable},
+    {mediaErrorDomain, -11881, sourceUnreadable},   {mediaErrorDomain, -11855, sourceUnreadable},
+    {mediaErrorDomain, -11849, sourceUnreadable},   {mediaErrorDomain, -11829, sourceUnreadable},
+    {mediaErrorDomain, -11828, sourceUnreadable},   {mediaErrorDomain, -11822, sourceUnreadable},
+    {mediaErrorDomain, -11821, sourceUnreadable},   {mediaErrorDomain, -11801, outOfMemory},
 });
 
 bool isOutOfSpace(const Error& error) {
@@ -113,7 +113,8 @@ std::string GenerationFailureDescriber::message(const std::exception& failure) {
 std::string GenerationFailureDescriber::diagnosticMessage(const std::exception& failure) {
     std::string line;
     for (const auto& error : errorChain(failure)) {
-        line += (line.empty() ? "" : " <- ") + error.domain() + "(" + std::to_string(error.code()) + "): " + error.what();
+        line +=
+            (line.empty() ? "" : " <- ") + error.domain() + "(" + std::to_string(error.code()) + "): " + error.what();
         if (!error.failureReason().empty())
             line += " reason=" + error.failureReason();
     }

@@ -45,7 +45,8 @@ URL ExportArtifactTransaction::stagedFileURL(const URL& url) {
     auto suffix = ".panoveer-" + UUID::random().text() + ".tmp";
     if (const auto extension = url.pathExtension(); !extension.empty())
         suffix += "." + extension;
-    return url.deletingLastPathComponent().appendingPathComponent(fittingFileName(url.baseName(), suffix, metadataCopySuffixLength));
+    return url.deletingLastPathComponent().appendingPathComponent(
+        fittingFileName(url.baseName(), suffix, metadataCopySuffixLength));
 }
 
 URL ExportArtifactTransaction::createStagedDirectory(const URL& directory) {

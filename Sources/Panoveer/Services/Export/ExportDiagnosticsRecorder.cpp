@@ -7,9 +7,8 @@
 #include "Platform/Core/StandardFolders.h"
 
 #include <fcntl.h>
-#include <unistd.h>
-
 #include <nlohmann/json.hpp>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -120,7 +119,8 @@ void ExportDiagnosticsRecorder::record(std::string_view event, const DiagnosticF
         for (const auto& [name, value] : fields)
             std::visit([&](const auto& each) { values[name] = each; }, value);
         values = DiagnosticPrivacyRedactor::redactJSONObject(values);
-        values["timestamp"] = std::format("{:%Y-%m-%dT%H:%M:%SZ}", std::chrono::floor<std::chrono::milliseconds>(now_()));
+        values["timestamp"] =
+            std::format("{:%Y-%m-%dT%H:%M:%SZ}", std::chrono::floor<std::chrono::milliseconds>(now_()));
         values["event"] = event;
         const auto line = values.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace) + '\n';
 

@@ -65,23 +65,23 @@ void checkSpace(const ExportDestinationPreflightResult& result, std::vector<Bloc
 
 std::string_view ExportReadinessBlocker::name() const {
     constexpr std::array<std::string_view, std::variant_size_v<Reason>> names = {
-        "missingSource",   "encoderUnavailable", "insufficientSpace",       "destinationCapacityUnavailable", "noClips",
-        "hdrCodecRequired", "hdrNativeDecoderRequired"};
+        "missingSource", "encoderUnavailable", "insufficientSpace",       "destinationCapacityUnavailable",
+        "noClips",       "hdrCodecRequired",   "hdrNativeDecoderRequired"};
     return names[reason.index()];
 }
 
 std::string ExportReadinessBlocker::message() const { return std::visit(Message{}, reason); }
 
 ExportReadiness::Checks ExportReadiness::Checks::platform() {
-    return {.fileExists =
-                [](const URL& url) {
-                    std::error_code ignored;
-                    return std::filesystem::exists(url.path(), ignored);
-                },
-            .isEncoderSupported =
-                [](const ExportSettings& settings) { return ExportEncoderPreflight::shared().isSupported(settings); },
-            .destination = [](double bytes,
-                              const URL& url) { return ExportDestinationPreflight::evaluate(bytes, url); }};
+    return {
+        .fileExists =
+            [](const URL& url) {
+                std::error_code ignored;
+                return std::filesystem::exists(url.path(), ignored);
+            },
+        .isEncoderSupported =
+            [](const ExportSettings& settings) { return ExportEncoderPreflight::shared().isSupported(settings); },
+        .destination = [](double bytes, const URL& url) { return ExportDestinationPreflight::evaluate(bytes, url); }};
 }
 
 std::vector<ExportReadinessBlocker> ExportReadiness::evaluate(std::span<const VRClipSegment> segments,
@@ -94,9 +94,9 @@ std::vector<ExportReadinessBlocker> ExportReadiness::evaluate(std::span<const VR
     if (!checks.isEncoderSupported(settings))
         blockers.push_back({Blocker::EncoderUnavailable{settings.codec, settings.validatedResolution()}});
     if (destination)
-        checkSpace(checks.destination(ExportSizeEstimator::estimatedBytes(settings, segments, sourceFrameRates),
-                                      *destination),
-                   blockers);
+        checkSpace(
+            checks.destination(ExportSizeEstimator::estimatedBytes(settings, segments, sourceFrameRates), *destination),
+            blockers);
     std::set<URL> missing;
     for (const auto& segment : segments)
         if (!checks.fileExists(segment.sourceURL) && missing.insert(segment.sourceURL).second)

@@ -54,8 +54,8 @@ int severity(const fs::path& zone) {
         if (!type)
             break;
         const auto limit = firstWord<double>(point.string() + "_temp");
-        if (const auto found = std::ranges::find(points, *type); found != points.end() && limit && *limit > 0 &&
-                                                                 *temperature >= *limit)
+        if (const auto found = std::ranges::find(points, *type);
+            found != points.end() && limit && *limit > 0 && *temperature >= *limit)
             reached = std::max(reached, int(found - points.begin()));
     }
     return reached;
@@ -83,25 +83,26 @@ ExportRuntimeMonitorError::ExportRuntimeMonitorError(double current, double rema
       availableBytes(available) {}
 
 ExportSystemReadings ExportSystemReadings::system() {
-    return {.uptimeSeconds =
-                [] { return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count(); },
-            .fileSize =
-                [](const URL& url) {
-                    std::error_code failure;
-                    const auto bytes = fs::file_size(url.path(), failure);
-                    return failure ? 0.0 : double(bytes);
-                },
-            .freeDiskBytes = [](const URL& url) -> std::optional<double> {
-                try {
-                    return double(ExportDestinationPreflight::availableCapacity(url));
-                } catch (const Error&) {
-                    return std::nullopt;
-                }
+    return {
+        .uptimeSeconds =
+            [] { return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count(); },
+        .fileSize =
+            [](const URL& url) {
+                std::error_code failure;
+                const auto bytes = fs::file_size(url.path(), failure);
+                return failure ? 0.0 : double(bytes);
             },
-            .residentMemoryBytes = [] { return processMemory(1); },
-            .virtualMemoryBytes = [] { return processMemory(0); },
-            .thermalState = thermalStateOfZones,
-            .physicalMemoryBytes = [] { return double(sysconf(_SC_PHYS_PAGES)) * double(sysconf(_SC_PAGE_SIZE)); }};
+        .freeDiskBytes = [](const URL& url) -> std::optional<double> {
+            try {
+                return double(ExportDestinationPreflight::availableCapacity(url));
+            } catch (const Error&) {
+                return std::nullopt;
+            }
+        },
+        .residentMemoryBytes = [] { return processMemory(1); },
+        .virtualMemoryBytes = [] { return processMemory(0); },
+        .thermalState = thermalStateOfZones,
+        .physicalMemoryBytes = [] { return double(sysconf(_SC_PHYS_PAGES)) * double(sysconf(_SC_PAGE_SIZE)); }};
 }
 
 ExportRuntimeMonitor::ExportRuntimeMonitor(Subject subject, ExportDiagnostics* diagnostics,

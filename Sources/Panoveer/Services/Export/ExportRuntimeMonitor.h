@@ -75,7 +75,7 @@ private:
     const ExportSystemReadings readings_;
     const double startedAt_; // uptime seconds
 
-    std::mutex mutex_;         // guards what follows
+    std::mutex mutex_;        // guards what follows
     double lastSampleAt_ = 0; // uptime seconds; 0 before the first
     std::int64_t lastSampleFrameCount_ = 0;
     std::int64_t latestFrameCount_ = 0;

@@ -18,6 +18,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cmath>
 #include <filesystem>
@@ -41,6 +42,21 @@ std::uint64_t physicalMemoryBytes() {
 
 std::string sizeText(const OutputResolution& size) {
     return std::to_string(size.width) + "x" + std::to_string(size.height);
+}
+
+// A folder may be moved or its disk disconnected while a movie is written into it, and writing goes on.
+void requireStillThere(const URL& staged) {
+    struct stat status{};
+    if (lstat(staged.path().c_str(), &status) != 0)
+        throw posixError(staged.path().native(), errno);
+}
+
+// As the first of several sentences.
+std::string sentence(std::string text) {
+    constexpr std::array<std::string_view, 5> ends = {".", "!", "?", "。", "）"};
+    if (std::ranges::none_of(ends, [&](auto end) { return text.ends_with(end); }))
+        text += '.';
+    return text;
 }
 
 // What would refuse the rename at the end is better told before hours of work.
@@ -95,6 +111,7 @@ void MovieExport::run(const Report& report) {
 }
 
 void MovieExport::commitMovie() {
+    requireStillThere(staged_);
     diagnostics_.markStage("injecting_metadata");
     injectSpatialMetadataIfNeeded();
     diagnostics_.markStage("validating_output");
@@ -136,8 +153,8 @@ std::optional<URL> MovieExport::keepWhatIsRecoverable() {
         return std::nullopt;
     stopFeeding();
     auto partial = PartialOutputRecovery(diagnostics_)
-                       .preserveRecoverablePartialOutput(
-                           *writer_, [this] { input_->markAsFinished(); }, {staged_, descriptor_.url, framesWritten_});
+                       .preserveRecoverablePartialOutput(*writer_, [this] { input_->markAsFinished(); },
+                                                         {staged_, descriptor_.url, framesWritten_});
     if (!partial)
         writer_->cancelWriting();
     return partial;
@@ -147,7 +164,8 @@ void MovieExport::throwFailedPartialSaved(const URL& partial, const std::excepti
     diagnostics_.record("export_failed_partial_saved",
                         {{"partial_path", partial.path().string()},
                          {"underlying_diagnostic", GenerationFailureDescriber::diagnosticMessage(failure)}});
-    VRExportError end(VRExportError::Case::failedPartialSaved, partial, GenerationFailureDescriber::message(failure));
+    VRExportError end(VRExportError::Case::failedPartialSaved, partial,
+                      sentence(GenerationFailureDescriber::message(failure)));
     if (const auto* error = dynamic_cast<const Error*>(&failure))
         end.setUnderlying(std::make_shared<Error>(*error));
     throw end;
@@ -441,8 +459,8 @@ void MovieExport::injectSpatialMetadataIfNeeded() {
     logger.info("inject spatial metadata file={} mode={} spatial_audio_tracks=0", staged_.lastPathComponent(),
                 rawValue(descriptor_.vrMetadataMode));
     FileLock copyInUse;
-    SpatialVideoMetadataInjector::injectMetadata(
-        staged_, *request, {}, stop_, [&](const URL& copy) { copyInUse = FileLock::shared(copy.path()); });
+    SpatialVideoMetadataInjector::injectMetadata(staged_, *request, {}, stop_,
+                                                 [&](const URL& copy) { copyInUse = FileLock::shared(copy.path()); });
     inUse_ = std::move(copyInUse);
     SpatialVideoMetadataInjector::validateMetadata(staged_, *request);
 }

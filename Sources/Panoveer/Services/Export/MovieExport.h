@@ -115,7 +115,7 @@ private:
     std::unique_ptr<PixelBufferPool> pool_;
     std::unique_ptr<AssetWriter> writer_;
     VideoInput* input_ = nullptr; // owned by writer_
-    FileLock inUse_; // the staged file
+    FileLock inUse_;              // the staged file
     std::unique_ptr<ExportRuntimeMonitor> monitor_;
     std::int64_t framesWritten_ = 0;
     double secondsWritten_ = 0;

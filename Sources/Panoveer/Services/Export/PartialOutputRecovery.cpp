@@ -73,8 +73,8 @@ std::optional<URL> PartialOutputRecovery::finishAndPreserve(AssetWriter& writer,
                                                             const Output& output) {
     const auto statusValue = [&] { return std::int64_t(writer.status()); };
     if (output.framesWritten <= 0) {
-        diagnostics_.record("partial_recovery_skipped", {{"reason", std::string("no_video_frames_written")},
-                                                         {"writer_status", statusValue()}});
+        diagnostics_.record("partial_recovery_skipped",
+                            {{"reason", std::string("no_video_frames_written")}, {"writer_status", statusValue()}});
         return std::nullopt;
     }
     if (writer.status() != AssetWriter::Status::writing)

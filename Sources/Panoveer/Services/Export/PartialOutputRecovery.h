@@ -11,9 +11,9 @@
 
 namespace panoveer {
 
-// Keeps what a cancelled or failed export has written, where it can be played: the staged movie becomes film.partial.mov
-// beside the name that it was meant to have. On the export's thread, after the last picture. Nothing here throws: what
-// cannot be kept is told to the diagnostics, and the first failure stays the one that counts.
+// Keeps what a cancelled or failed export has written, where it can be played: the staged movie becomes
+// film.partial.mov beside the name that it was meant to have. On the export's thread, after the last picture. Nothing
+// here throws: what cannot be kept is told to the diagnostics, and the first failure stays the one that counts.
 class PartialOutputRecovery {
 public:
     // Where a movie is written, what it was to become, and how many pictures the writer was given.

@@ -56,9 +56,7 @@ bool isFinishedMovie(const URL& movie) {
 
 class LoggedRecovery final : public ExportDiagnostics {
 public:
-    void record(std::string_view event, const DiagnosticFields&) override {
-        logger.info("stale export: {}", event);
-    }
+    void record(std::string_view event, const DiagnosticFields&) override { logger.info("stale export: {}", event); }
 };
 
 void removeStaged(const fs::path& path) {
@@ -81,11 +79,11 @@ std::optional<URL> settleMovie(const URL& staged, const StaleExportRecovery::Sta
         LoggedRecovery diagnostics;
         const auto final = staged.deletingLastPathComponent().appendingPathComponent(std::string(name.baseName) + "." +
                                                                                      std::string(name.extension));
-        if (auto partial = PartialOutputRecovery(diagnostics)
-                               .preservePartialOutput({.staged = staged, .final = final},
-                                                      isFinished ? Need::wholeFile : Need::completeFragment,
-                                                      isFinished ? "already_finalized_container"
-                                                                 : "complete_movie_fragment"))
+        if (auto partial =
+                PartialOutputRecovery(diagnostics)
+                    .preservePartialOutput({.staged = staged, .final = final},
+                                           isFinished ? Need::wholeFile : Need::completeFragment,
+                                           isFinished ? "already_finalized_container" : "complete_movie_fragment"))
             return partial;
         if (isFinished || PartialOutputRecovery::containsCompleteMovieFragment(staged))
             return std::nullopt; // it could not be renamed

@@ -41,8 +41,8 @@ public:
     // The whole job: plans the movies and writes them one after another. `destination` is the file of a single movie
     // and the folder of separate clips. Returns the movies written. Throws ExportPlannerError as it stands, the Error
     // of requireSourcesStay, and for a movie that was not finished Cancelled, or VRExportError with
-    // cancelledPartialSaved or failedPartialSaved where a part of it was kept, else with codecExportFailed; a failure is
-    // carried as underlying(). Movies that were finished before it stay.
+    // cancelledPartialSaved or failedPartialSaved where a part of it was kept, else with codecExportFailed; a failure
+    // is carried as underlying(). Movies that were finished before it stay.
     std::vector<URL> exportClips(std::span<const VRClipSegment> segments, const ExportSettings& settings,
                                  const URL& destination, const SourceFrameRates& sourceFrameRates,
                                  const ProgressHandler& progress, std::stop_token stop);
