@@ -60,7 +60,7 @@ void exportMasks(const MasksArguments& arguments, const std::stop_token& stop) {
     const auto style = ProgressDisplay::styleNamed(arguments.progress);
     const auto output = URL::fromFilePath(arguments.output);
     recoverStaleExports(output, style);
-    const auto renderer = makeRenderer(arguments.conversion.renderer, arguments.conversion.threads);
+    const auto renderer = makeRenderer(arguments.conversion.renderer);
     URL folder;
     {
         ProgressDisplay display(style);

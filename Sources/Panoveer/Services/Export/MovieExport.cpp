@@ -265,7 +265,7 @@ void MovieExport::exportSegments() {
         diagnostics_.record("segment_completed", {{"source", segment.sourceURL.path().string()},
                                                   {"frames_written", run.framesWritten},
                                                   {"total_frames_written", framesWritten_}});
-        sample(diagnostics_.stage());
+        sampleProgress();
         timelineStart += duration(segment);
     }
 }
@@ -425,7 +425,7 @@ void MovieExport::appendAtSlot(SegmentRun& run, const PixelBufferPtr& picture, s
     ++framesWritten_;
     run.nextSlot = slot + 1;
     secondsWritten_ = time.seconds();
-    sample(diagnostics_.stage());
+    sampleProgress();
     report_(time.seconds(), framesWritten_, "export.progress.exporting");
 }
 
@@ -483,12 +483,15 @@ void MovieExport::throwIfStopped() const {
 ExportWriterStatus MovieExport::writerStatus() const {
     return {.status = [this] { return writer_->status(); },
             .error = [this] { return writer_->error(); },
-            .sample = [this](std::string_view context) { sample(context); }};
+            // From any thread that waits; how far the pictures are is told by the frame loop.
+            .sample =
+                [this](std::string_view context) {
+                    monitor_->sampleIfNeeded(std::nullopt, std::nullopt, int(writer_->status()), context);
+                }};
 }
 
-void MovieExport::sample(std::string_view context) const {
-    if (monitor_)
-        monitor_->sampleIfNeeded(framesWritten_, secondsWritten_, int(writer_->status()), context);
+void MovieExport::sampleProgress() {
+    monitor_->sampleIfNeeded(framesWritten_, secondsWritten_, int(writer_->status()), diagnostics_.stage());
 }
 
 } // namespace panoveer

@@ -22,7 +22,6 @@
 #include <optional>
 #include <stop_token>
 #include <string>
-#include <string_view>
 
 namespace panoveer {
 
@@ -93,7 +92,7 @@ private:
     std::optional<URL> keepWhatIsCancelled();
     std::optional<URL> keepWhatIsRecoverable();
     [[noreturn]] void throwFailedPartialSaved(const URL& partial, const std::exception& failure);
-    void sample(std::string_view context) const;
+    void sampleProgress();
     void injectSpatialMetadataIfNeeded();
     void validateOutput();
     void throwIfStopped() const;
