@@ -7,6 +7,7 @@
 #include "PanoveerTool/ProgressDisplay.h"
 #include "PanoveerTool/Targets.h"
 #include "Platform/Core/Error.h"
+#include "Platform/Core/Processors.h"
 #include "Platform/Core/Text.h"
 
 #include <CLI/CLI.hpp>
@@ -84,6 +85,11 @@ void declareTranscode(CLI::App& program, std::stop_token stop) {
     command->add_flag("--json", arguments->json, "Print the result as JSON");
     command->add_option("--progress", arguments->progress, "bar, json or none")
         ->check(CLI::IsMember({"bar", "json", "none"}));
+    // In force as soon as it is read, before the work starts a thread.
+    command
+        ->add_option_function<int>("--threads", limitProcessors,
+                                   "Processors that decoding and encoding share; 0 for all")
+        ->check(CLI::Range(0, 1024));
     command->callback([arguments, stop] { transcode(*arguments, stop); });
 }
 
