@@ -10,6 +10,7 @@ namespace panoveer::tool {
 
 // Each declares one command on the program; the command runs while the command line is parsed, on the main thread.
 // Failures pass out as exceptions: UsageError, Cancelled, Error.
+void declareTranscode(CLI::App& program, std::stop_token stop);
 void declareProbe(CLI::App& program, std::stop_token stop);
 void declareConvert(CLI::App& program, std::stop_token stop);
 void declareFrame(CLI::App& program, std::stop_token stop);

@@ -32,6 +32,7 @@ int run(int argc, char** argv) {
     declareConvert(program, interrupt.token());
     declareFrame(program, interrupt.token());
     declareMasks(program, interrupt.token());
+    declareTranscode(program, interrupt.token());
     declareProbe(program, interrupt.token());
     declareInspect(program);
     declarePresets(program);

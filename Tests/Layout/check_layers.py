@@ -20,9 +20,10 @@ LAYERS = {
     "Panoveer/Services/Diagnostics": 5,
     "Panoveer/Services/Intake": 5,
     "Panoveer/Services/Export": 6,
-    "Panoveer/Views": 7,
-    "PanoveerTool": 7,
-    "WarpMeshMaker": 7,
+    "Panoveer/Services/Live": 7,
+    "Panoveer/Views": 8,
+    "PanoveerTool": 8,
+    "WarpMeshMaker": 8,
 }
 
 # Outside libraries that only some folders may know, so that each can be replaced in one place.

@@ -65,6 +65,9 @@ TEST_F(CommandLine, TellsWrongUsageFromFailure) {
              Row{{"frame", source, "--at", "9", "-o", path("a.png")}, 2, "--at"},
              Row{{"frame", source, "--at", "0", "-o", path("no/a.png")}, 1, "no folder"},
              Row{{"inspect", path("gone.mp4")}, 1, "gone.mp4"},
+             Row{{"transcode", path("gone.mp4")}, 1, "gone.mp4"},
+             Row{{"transcode", source, "-o", path("a.mov")}, 2, ".mp4"},
+             Row{{"transcode", mesh}, 1, "mesh.data"},
          }) {
         const auto result = panoveer(row.arguments);
         EXPECT_EQ(result.exitCode, row.exitCode) << result.standardError;

@@ -84,10 +84,10 @@ public:
     // remembered for the life of the process.
     bool canApply(const VideoSettings& settings, std::string* reason = nullptr) const;
 
-    // Pictures are to come in `pictureFormat`: "420v" for H.264 and HEVC Main, "x420" for HEVC Main 10, "x422" for the
-    // ProRes 422 family, "BGRA" or "RGhA" for ProRes 4444. `mediaTimeScale` is the track's timescale, one for all video
-    // tracks; `plannedFrameCount` the number of pictures to expect, from which room for an mp4's sample tables is
-    // reserved (0: estimated from the duration hint). Null when refused.
+    // Pictures are to come in `pictureFormat`: "420v" for H.264 and HEVC Main, also "BGRA" for the latter, "x420" for
+    // HEVC Main 10, "x422" for the ProRes 422 family, "BGRA" or "RGhA" for ProRes 4444. `mediaTimeScale` is the track's
+    // timescale, one for all video tracks; `plannedFrameCount` the number of pictures to expect, from which room for an
+    // mp4's sample tables is reserved (0: estimated from the duration hint). Null when refused.
     VideoInput* addVideoInput(const VideoSettings& settings, FourCC pictureFormat, std::int32_t mediaTimeScale,
                               std::int64_t plannedFrameCount);
 

@@ -1,6 +1,7 @@
 #include "Platform/Media/InterframeEncoder.h"
 
 #include "Platform/Core/Processors.h"
+#include "Platform/Media/BGRAEncoderKernel.h"
 #include "Platform/Media/EncoderKernels.h"
 #include "Platform/Media/EncoderSupport.h"
 
@@ -150,7 +151,10 @@ void InterframeEncoder::encode(PixelBufferPtr picture, std::int64_t presentation
     // x265 has copied the frame before this one when it returns; should it ever not have, that one stays with it.
     if (!planar_ || av_frame_is_writable(planar_.get()) == 0)
         planar_ = makeEncoderFrame(*context_);
-    splitPlanes(*picture, planarPicture(*planar_));
+    if (picture->format() == pixelFormat::bgra)
+        convertToYCbCr420(*picture, planarPicture(*planar_), configuration_.settings.color.matrix);
+    else
+        splitPlanes(*picture, planarPicture(*planar_));
     picture.reset();
     send(*planar_);
 }

@@ -11,6 +11,7 @@ namespace panoveer {
 namespace {
 
 constexpr std::array eightBit420{pixelFormat::yCbCr420VideoRange};
+constexpr std::array mainProfile{pixelFormat::yCbCr420VideoRange, pixelFormat::bgra};
 constexpr std::array tenBit420{pixelFormat::yCbCr420TenBitVideoRange};
 constexpr std::array any420{pixelFormat::yCbCr420VideoRange, pixelFormat::yCbCr420TenBitVideoRange};
 constexpr std::array tenBit422{pixelFormat::yCbCr422TenBitVideoRange};
@@ -36,7 +37,7 @@ std::span<const FourCC> pictureFormats(FourCC codec, VideoProfile profile) {
     if (family == CodecFamily::hevc && isAutomatic)
         return any420;
     if (family == CodecFamily::hevc && profile == VideoProfile::hevcMain)
-        return eightBit420;
+        return mainProfile;
     if (family == CodecFamily::hevc && profile == VideoProfile::hevcMain10)
         return tenBit420;
     if (family == CodecFamily::proRes && isAutomatic)

@@ -1,0 +1,184 @@
+#include "PanoveerTool/CommandLine.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <fstream>
+#include <random>
+
+namespace panoveer::test {
+namespace {
+
+namespace fs = std::filesystem;
+
+struct MovieCase {
+    const char* extension;
+    const char* codec;
+};
+
+// Conversions over an older movie while the file system fails or the process is killed, at every call that may matter
+// or at random ones; the seed is fixed.
+class BrokenSystem : public testing::TestWithParam<MovieCase> {
+protected:
+    const TemporaryFolder folder;
+    const fs::path out = folder / "out";
+    const fs::path target = out / (std::string("movie.") + GetParam().extension);
+    const std::string older = "an older movie";
+    std::mt19937 random{20261};
+
+    struct Outcome : ProgramResult {
+        long calls = 0;                // that could have been struck
+        std::set<std::string> strays;  // names beside the target
+        bool isOlderMovie = false;     // at the target
+        std::uintmax_t targetSize = 0; // bytes
+    };
+
+    fs::path source(int frameCount) {
+        return makeMovie(folder, {.name = "source.mov", .frameCount = frameCount, .codec = "mpeg4"});
+    }
+
+    Outcome convert(const fs::path& movie, const std::string& plan) {
+        fs::remove_all(out);
+        fs::create_directories(out);
+        std::ofstream(target) << older;
+        const auto count = folder / "count";
+        fs::remove(count);
+        Outcome outcome;
+        static_cast<ProgramResult&>(outcome) = runProgram({"env",
+                                                           std::string("LD_PRELOAD=") + PANOVEER_FAULT_INJECTION,
+                                                           "ASAN_OPTIONS=detect_leaks=0:verify_asan_link_order=0",
+                                                           "PANOVEER_FAULT_FOLDER=" + out.string(),
+                                                           "PANOVEER_FAULT=" + plan,
+                                                           "PANOVEER_FAULT_COUNT=" + count.string(),
+                                                           PANOVEER_PROGRAM,
+                                                           "convert",
+                                                           movie.string(),
+                                                           "-o",
+                                                           target.string(),
+                                                           "--overwrite",
+                                                           "--codec",
+                                                           GetParam().codec,
+                                                           "--source-format",
+                                                           "equirectangular",
+                                                           "--format",
+                                                           "equirectangular",
+                                                           "--size",
+                                                           "160x80"});
+        std::ifstream(count) >> outcome.calls;
+        outcome.strays = namesIn(out);
+        outcome.strays.erase(target.filename().string());
+        const auto bytes = readFile(target);
+        outcome.targetSize = bytes.size();
+        outcome.isOlderMovie = std::string(bytes.begin(), bytes.end()) == older;
+        return outcome;
+    }
+
+    int below(long limit) { return int(random() % std::max(limit, 1L)); }
+};
+
+TEST_P(BrokenSystem, SaysWhatFailedAndKeepsWhatStoodThere) {
+    const auto movie = source(30);
+    const auto whole = convert(movie, "none");
+    ASSERT_EQ(whole.exitCode, 0) << whole.standardError;
+    ASSERT_GE(whole.calls, 8);
+    EXPECT_FALSE(whole.isOlderMovie);
+    struct Fault {
+        std::string kind;
+        int code;
+    };
+    const Fault faults[] = {{"error", EIO}, {"error", ENOSPC}, {"full", ENOSPC}, {"full", EDQUOT}, {"error", EFBIG}};
+    // The last calls are those of the metadata and the commit.
+    std::set<long> calls;
+    for (long call = whole.calls - 9; call <= whole.calls; ++call)
+        calls.insert(std::max(call, 1L));
+    for (int trial = 0; trial < 8; ++trial)
+        calls.insert(1 + below(whole.calls));
+    for (const auto call : calls) {
+        const auto& fault = faults[below(std::size(faults))];
+        const auto plan = fault.kind + ":" + std::to_string(call) + ":" + std::to_string(fault.code);
+        SCOPED_TRACE(plan);
+        const auto outcome = convert(movie, plan);
+        EXPECT_TRUE(outcome.strays.empty()) << testing::PrintToString(outcome.strays);
+        if (outcome.exitCode == 0) { // what is struck is done as well as can be, as flushing the folder is
+            EXPECT_EQ(outcome.targetSize, whole.targetSize);
+            EXPECT_GT(call, whole.calls - 2);
+            continue;
+        }
+        EXPECT_EQ(outcome.exitCode, 1);
+        EXPECT_TRUE(outcome.isOlderMovie);
+        EXPECT_NE(outcome.standardError.find(std::strerror(fault.code)), std::string::npos) << outcome.standardError;
+    }
+    for (const std::string kind : {"short", "interrupt"})
+        for (int trial = 0; trial < 3; ++trial) {
+            const auto plan = kind + ":" + std::to_string(1 + below(whole.calls - 4));
+            SCOPED_TRACE(plan);
+            const auto outcome = convert(movie, plan);
+            EXPECT_EQ(outcome.exitCode, 0) << outcome.standardError;
+            EXPECT_EQ(outcome.targetSize, whole.targetSize);
+            EXPECT_TRUE(outcome.strays.empty());
+        }
+}
+
+// Where the last whole fragment of a movie ends that was cut off; 0 without one.
+std::size_t endOfWholeFragments(const std::vector<std::uint8_t>& movie) {
+    std::size_t end = 0;
+    bool hasFragment = false;
+    for (std::size_t at = 0; at + 16 <= movie.size();) {
+        const auto number = [&](std::size_t from, std::size_t count) {
+            std::uint64_t value = 0;
+            for (std::size_t i = 0; i < count; ++i)
+                value = value << 8 | movie[from + i];
+            return value;
+        };
+        const auto shortSize = number(at, 4);
+        const auto size = shortSize == 1 ? number(at + 8, 8) : shortSize;
+        const std::string type(movie.begin() + std::ptrdiff_t(at) + 4, movie.begin() + std::ptrdiff_t(at) + 8);
+        if (size < 8 || size > movie.size() - at)
+            break;
+        at += size;
+        hasFragment |= type == "moof";
+        if (type == "mdat" && hasFragment)
+            end = at;
+    }
+    return end;
+}
+
+TEST_P(BrokenSystem, LeavesNoHalfMovieUnderItsNameWhenKilled) {
+    const auto movie = source(340);
+    const auto whole = convert(movie, "none");
+    ASSERT_EQ(whole.exitCode, 0) << whole.standardError;
+    int playable = 0;
+    for (int moment = 0; moment < 15; ++moment) {
+        const auto plan = "kill:" + std::to_string(1 + below(whole.calls));
+        SCOPED_TRACE(plan);
+        const auto outcome = convert(movie, plan);
+        EXPECT_EQ(outcome.exitCode, 128 + SIGKILL);
+        EXPECT_TRUE(outcome.isOlderMovie || outcome.targetSize == whole.targetSize);
+        for (const auto& stray : outcome.strays) {
+            const auto bytes = readFile(out / stray);
+            const auto end = endOfWholeFragments(bytes);
+            if (end == 0)
+                continue;
+            ++playable;
+            // Players go on into what was cut off; what comes before it is sound.
+            const auto sound = folder / "sound.mov";
+            writeFile(sound, std::span(bytes).first(end));
+            const auto decoded = runProgram({"ffmpeg", "-v", "error", "-i", sound.string(), "-f", "null", "-"});
+            EXPECT_EQ(decoded.exitCode, 0);
+            EXPECT_EQ(decoded.standardError, "");
+            const auto frames = videoStream(sound, {"-count_frames"})["nb_read_frames"].get<std::string>();
+            EXPECT_GE(std::stoi(frames), 30) << "the first fragment holds a second";
+        }
+    }
+    if (GetParam().extension == std::string("mov"))
+        EXPECT_GT(playable, 0);
+}
+
+INSTANTIATE_TEST_SUITE_P(Movies, BrokenSystem,
+                         testing::Values(MovieCase{"mp4", "h264"}, MovieCase{"mov", "proRes422HQ"}),
+                         [](const auto& info) { return info.param.extension; });
+
+} // namespace
+} // namespace panoveer::test
