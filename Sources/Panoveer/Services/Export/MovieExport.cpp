@@ -133,6 +133,7 @@ void MovieExport::stopFeeding() {
 std::optional<URL> MovieExport::keepWhatIsCancelled() {
     if (!writer_ || writer_->status() != AssetWriter::Status::writing || framesWritten_ == 0)
         return keepWhatIsRecoverable();
+    input_->markAsFinished();
     report_(secondsWritten_, framesWritten_, "export.progress.finalizing_partial");
     stopFeeding();
     diagnostics_.markStage("finalizing_container");
