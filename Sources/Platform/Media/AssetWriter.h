@@ -4,6 +4,8 @@
 #include "Platform/Core/FourCC.h"
 #include "Platform/Core/MediaTime.h"
 #include "Platform/Core/URL.h"
+#include "Platform/Media/AudioSampleBuffer.h"
+#include "Platform/Media/AudioSettings.h"
 #include "Platform/Media/PixelBuffer.h"
 
 #include <cstdint>
@@ -15,7 +17,8 @@
 
 namespace panoveer {
 
-enum class MovieFileType { mp4, quickTimeMovie };
+// m4a is an mp4 with the brand of sound alone.
+enum class MovieFileType { mp4, quickTimeMovie, m4a };
 
 enum class VideoProfile { automatic, h264High, hevcMain, hevcMain10 };
 
@@ -51,6 +54,21 @@ public:
     // picture of another format or size, or one out of order, has made it fail: see its error().
     virtual bool append(PixelBufferPtr picture, MediaTime presentationTime) = 0;
     // No picture follows. The encoder goes on by itself until it has given out all that it holds.
+    virtual void markAsFinished() = 0;
+};
+
+// Encodes the sound of one track on a thread of its own, behind a bounded queue, as VideoInput does; the same rules for
+// threads. Its queue also fills up while the other tracks of the movie are far behind, so that a writer that is given
+// all tracks in step never holds more than a few seconds of any.
+class AudioInput {
+public:
+    virtual ~AudioInput() = default;
+
+    // As for VideoInput.
+    virtual bool isReadyForMoreMediaData() const = 0;
+    // Hands one block over, blocking while there is no room. A block follows the one before without a gap or overlap,
+    // or tells no time at all; frames before the session's start are left out. False as for VideoInput.
+    virtual bool append(AudioSampleBuffer buffer) = 0;
     virtual void markAsFinished() = 0;
 };
 
@@ -90,6 +108,12 @@ public:
     // reserved (0: estimated from the duration hint). Null when refused.
     VideoInput* addVideoInput(const VideoSettings& settings, FourCC pictureFormat, std::int32_t mediaTimeScale,
                               std::int64_t plannedFrameCount);
+
+    // Whether audio like this can be encoded into this kind of file; `reason`, when given, says why not.
+    bool canApply(const AudioSettings& settings, std::string* reason = nullptr) const;
+    // `plannedFrameCount` is the number of frames (1/48,000 s) to expect, from which room for an mp4's sample tables is
+    // reserved (0: estimated from the duration hint). Null when refused.
+    AudioInput* addAudioInput(const AudioSettings& settings, std::int64_t plannedFrameCount);
 
     // False when the file cannot be made, since it exists already say, or an encoder cannot be opened: see error().
     bool startWriting();

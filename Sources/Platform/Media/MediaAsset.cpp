@@ -205,8 +205,12 @@ VideoTrack videoTrack(AVFormatContext& input, AVStream& stream, FourCC code) {
 
 AudioTrack audioTrack(const AVStream& stream) {
     const auto& parameters = *stream.codecpar;
-    return {stream.index, fourCCFromTag(parameters.codec_tag), parameters.ch_layout.nb_channels,
-            double(parameters.sample_rate)};
+    AudioTrack track;
+    track.streamIndex = stream.index;
+    track.codecType = fourCCFromTag(parameters.codec_tag);
+    track.channelCount = parameters.ch_layout.nb_channels;
+    track.sampleRate = parameters.sample_rate;
+    return track;
 }
 
 // An encoder may state mastering display and light level in the stream alone, where only decoding finds them.
