@@ -1,9 +1,11 @@
 #include "Platform/Media/AssetWriter.h"
 
 #include "Platform/Core/Log.h"
+#include "Platform/Media/AudioEncoder.h"
 #include "Platform/Media/EncoderCatalog.h"
 #include "Platform/Media/MediaSupport.h"
 #include "Platform/Media/MovieMuxer.h"
+#include "Platform/Media/QueuedAudioInput.h"
 #include "Platform/Media/QueuedVideoInput.h"
 #include "Platform/Media/VideoEncoder.h"
 
@@ -11,6 +13,7 @@
 #include <cmath>
 #include <filesystem>
 #include <mutex>
+#include <numeric>
 #include <utility>
 #include <vector>
 
@@ -27,12 +30,26 @@ std::int64_t estimatedFrameCount(const VideoSettings& settings, MediaTime durati
     return std::int64_t(std::ceil(std::max(duration.seconds() * frameRate, 0.0)));
 }
 
+// Edit lists count in units of the movie: the length of sound is told exactly only where a unit is a whole part of a
+// sample.
+std::int32_t exactForSound(std::int32_t movieTimeScale) {
+    constexpr std::int64_t finest = 1'000'000; // seconds of a long movie still fit into 32 bits
+    const auto common = std::lcm(std::int64_t(movieTimeScale), std::int64_t(audioSampleRate));
+    return common <= finest ? std::int32_t(common) : movieTimeScale;
+}
+
 } // namespace
 
 struct AssetWriter::State {
     struct Video {
         std::unique_ptr<QueuedVideoInput> input;
         VideoSettings settings;
+        std::int64_t plannedFrameCount = 0;
+    };
+
+    struct Audio {
+        std::unique_ptr<QueuedAudioInput> input;
+        AudioSettings settings;
         std::int64_t plannedFrameCount = 0;
     };
 
@@ -47,8 +64,10 @@ struct AssetWriter::State {
 
     const URL url;
     MovieMuxer::Configuration configuration;
+    bool hasMovieTimeScale = false;
     MediaTime durationHint;
     std::vector<Video> videos;
+    std::vector<Audio> audios;
     std::vector<WriterInput*> inputs; // of all tracks, in their order
     std::unique_ptr<MovieMuxer> muxer;
     bool ownsFile = false;
@@ -67,7 +86,10 @@ AssetWriter::~AssetWriter() {
     state_->joinInputs();
 }
 
-void AssetWriter::setMovieTimeScale(std::int32_t timescale) { state_->configuration.movieTimeScale = timescale; }
+void AssetWriter::setMovieTimeScale(std::int32_t timescale) {
+    state_->configuration.movieTimeScale = timescale;
+    state_->hasMovieTimeScale = true;
+}
 
 void AssetWriter::setInitialMovieFragmentInterval(MediaTime interval) {
     state_->configuration.initialFragmentInterval = interval;
@@ -100,13 +122,42 @@ VideoInput* AssetWriter::addVideoInput(const VideoSettings& settings, FourCC pic
     return input;
 }
 
+bool AssetWriter::canApply(const AudioSettings& settings, std::string* reason) const {
+    try {
+        makeAudioEncoder(settings, state_->configuration.fileType, [](PacketPtr) {});
+        return true;
+    } catch (const Error& failure) {
+        if (reason)
+            *reason = failure.what();
+    }
+    return false;
+}
+
+AudioInput* AssetWriter::addAudioInput(const AudioSettings& settings, std::int64_t plannedFrameCount) {
+    if (status() != Status::unknown || !canApply(settings))
+        return nullptr;
+    auto& audios = state_->audios;
+    audios.push_back(
+        {std::make_unique<QueuedAudioInput>(settings, state_->configuration.fileType), settings, plannedFrameCount});
+    auto* input = audios.back().input.get();
+    state_->inputs.push_back(input);
+    return input;
+}
+
 void AssetWriter::State::setUp(MovieMuxer::Configuration& plan) const {
-    if (plan.fileType == MovieFileType::mp4)
+    if (!audios.empty())
+        plan.movieTimeScale = exactForSound(videos.empty() && !hasMovieTimeScale ? 1 : plan.movieTimeScale);
+    if (plan.fileType != MovieFileType::quickTimeMovie)
         plan.fragmentInterval = plan.initialFragmentInterval = MediaTime::invalid();
     plan.plannedDuration = durationHint;
     for (const auto& video : videos)
         plan.plannedSampleCount +=
             video.plannedFrameCount > 0 ? video.plannedFrameCount : estimatedFrameCount(video.settings, durationHint);
+    for (const auto& audio : audios)
+        plan.plannedSampleCount += plannedPacketCount(
+            audio.settings, audio.plannedFrameCount > 0
+                                ? audio.plannedFrameCount
+                                : std::int64_t(std::ceil(std::max(durationHint.seconds(), 0.0) * audioSampleRate)));
 }
 
 bool AssetWriter::startWriting() {
@@ -206,6 +257,9 @@ void AssetWriter::State::fail(const Error& failure) {
 void AssetWriter::State::stopInputs() noexcept {
     for (auto* input : inputs)
         input->stop();
+    // Wakes those whose track waits for another one.
+    if (muxer)
+        muxer->release();
 }
 
 void AssetWriter::State::joinInputs() {

@@ -4,6 +4,8 @@
 #include "Platform/Core/FourCC.h"
 #include "Platform/Core/MediaTime.h"
 #include "Platform/Core/URL.h"
+#include "Platform/Media/AudioSampleBuffer.h"
+#include "Platform/Media/AudioSettings.h"
 #include "Platform/Media/PixelBuffer.h"
 
 #include <cstdint>
@@ -15,7 +17,8 @@
 
 namespace panoveer {
 
-enum class MovieFileType { mp4, quickTimeMovie };
+// m4a is an mp4 with the brand of sound alone.
+enum class MovieFileType { mp4, quickTimeMovie, m4a };
 
 enum class VideoProfile { automatic, h264High, hevcMain, hevcMain10 };
 
@@ -54,6 +57,22 @@ public:
     virtual void markAsFinished() = 0;
 };
 
+// Encodes the sound of one track on a thread of its own, behind a bounded queue, as VideoInput does; the same rules for
+// threads. The queue of every input also fills up while its track is some seconds ahead of another one, until that has
+// caught up: whoever feeds several tracks from one thread goes by their readiness.
+class AudioInput {
+public:
+    virtual ~AudioInput() = default;
+
+    // As for VideoInput.
+    virtual bool isReadyForMoreMediaData() const = 0;
+    // Hands one block over, blocking while there is no room. A block without a time follows the one before; a gap
+    // between two is filled with silence, an overlap makes the writer fail. Frames before the session's start are left
+    // out. False as for VideoInput.
+    virtual bool append(AudioSampleBuffer buffer) = 0;
+    virtual void markAsFinished() = 0;
+};
+
 // Writes a movie file. The order of calls is: add inputs, startWriting, startSession, append…, finishWriting or
 // cancelWriting. All calls come from one thread; status() and error() may be read from any. The first failure of an
 // encoder or of the disk stops all inputs and stays: posixErrorDomain for what the file system refused (ENOSPC for a
@@ -74,7 +93,8 @@ public:
     AssetWriter(const AssetWriter&) = delete;
     AssetWriter& operator=(const AssetWriter&) = delete;
 
-    // Before startWriting.
+    // Before startWriting. Where there is sound, the movie's timescale becomes the smallest multiple of this one in
+    // which the length of the sound is exact.
     void setMovieTimeScale(std::int32_t timescale);
     void setInitialMovieFragmentInterval(MediaTime interval);
     void setMovieFragmentInterval(MediaTime interval);
@@ -90,6 +110,12 @@ public:
     // mp4's sample tables is reserved (0: estimated from the duration hint). Null when refused.
     VideoInput* addVideoInput(const VideoSettings& settings, FourCC pictureFormat, std::int32_t mediaTimeScale,
                               std::int64_t plannedFrameCount);
+
+    // Whether audio like this can be encoded into this kind of file; `reason`, when given, says why not.
+    bool canApply(const AudioSettings& settings, std::string* reason = nullptr) const;
+    // `plannedFrameCount` is the number of frames (1/48,000 s) to expect, from which room for an mp4's sample tables is
+    // reserved (0: estimated from the duration hint). Null when refused.
+    AudioInput* addAudioInput(const AudioSettings& settings, std::int64_t plannedFrameCount);
 
     // False when the file cannot be made, since it exists already say, or an encoder cannot be opened: see error().
     bool startWriting();

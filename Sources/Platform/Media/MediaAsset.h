@@ -3,9 +3,11 @@
 #include "Platform/Core/AffineTransform.h"
 #include "Platform/Core/FourCC.h"
 #include "Platform/Core/URL.h"
+#include "Platform/Media/AudioChannelLayout.h"
 #include "Platform/Media/PixelBuffer.h"
 
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -40,10 +42,18 @@ struct VideoTrack {
 };
 
 struct AudioTrack {
-    int streamIndex = 0;
-    FourCC codecType; // 0 where the container gives none
+    int streamIndex = 0; // index in the container
+    FourCC codecType;    // 0 where the container gives none
     int channelCount = 0;
     double sampleRate = 0;
+    std::string codecDescription; // for people: "AAC (LC)", "PCM signed 24-bit little-endian"
+    // The channels in the order in which they decode; absent where nothing tells.
+    std::optional<AudioChannelLayout> layout;
+    bool isLinearPCM = false;
+    std::optional<std::string> languageCode;        // ISO 639-2/T: "ita"; absent when undetermined
+    std::optional<std::string> extendedLanguageTag; // BCP 47: "pt-BR"
+    bool isDecodable = false;
+    std::shared_ptr<const AVCodecParameters> decoderParameters; // what AssetAudioReader sets its decoder up with
 };
 
 // A media file opened on the native road: QuickTime/MP4 family, AVI, Matroska/WebM; H.264, HEVC, ProRes, Motion JPEG,
