@@ -18,10 +18,11 @@ LAYERS = {
     "Panoveer/Model/Records": 3,
     "Panoveer/Rendering/Projection": 4,
     "Panoveer/Services/Intake": 5,
-    "Panoveer/Services/Export": 6,
-    "Panoveer/Views": 7,
-    "PanoveerTool": 7,
-    "WarpMeshMaker": 7,
+    "Panoveer/Services/Audio": 6,
+    "Panoveer/Services/Export": 7,
+    "Panoveer/Views": 8,
+    "PanoveerTool": 8,
+    "WarpMeshMaker": 8,
 }
 
 # Outside libraries that only some folders may know, so that each can be replaced in one place.

@@ -59,9 +59,11 @@ MovieExport::MovieExport(ProjectionRenderer& renderer, const SegmentFrameRoads& 
       descriptor_(descriptor),
       diagnostics_(diagnostics),
       stop_(std::move(stop)),
-      clock_(outputFrameRate(descriptor)) {}
+      clock_(outputFrameRate(descriptor)),
+      audio_(descriptor, diagnostics) {}
 
 MovieExport::~MovieExport() {
+    audio_.cancel();
     // The writer goes first: it may still hold the file open. After a commit there is no staged file left to remove.
     writer_.reset();
     std::error_code ignored;
@@ -78,6 +80,7 @@ void MovieExport::run(const Report& report) {
         exportSegments();
         finishMovie();
     } catch (...) {
+        audio_.cancel();
         if (writer_ && writer_->status() == AssetWriter::Status::writing)
             writer_->cancelWriting();
         throw;
@@ -152,7 +155,7 @@ void MovieExport::configureWriter() {
     input_ = writer_->addVideoInput(settings, format, clock_.timescale, plannedFrameCount());
     if (!input_)
         throw VRExportError(VRExportError::Case::cannotAddWriterInput);
-    diagnostics_.record("audio_not_present");
+    audio_.configure(*writer_, stop_);
 
     if (!writer_->startWriting()) {
         if (const auto error = writer_->error())
@@ -161,9 +164,10 @@ void MovieExport::configureWriter() {
     }
     writer_->startSession({0, clock_.timescale});
     diagnostics_.markStage("encoding_started");
-    logger.info("export begin file={} format={} resolution={} codec={} fps={:.3f} audio_tracks=0",
+    audio_.start(writerStatus(), staged_, stop_);
+    logger.info("export begin file={} format={} resolution={} codec={} fps={:.3f} audio_tracks={}",
                 descriptor_.url.lastPathComponent(), rawValue(descriptor_.outputFormat), sizeText(size),
-                rawValue(descriptor_.codec), double(clock_.timescale) / double(clock_.frameDuration));
+                rawValue(descriptor_.codec), double(clock_.timescale) / double(clock_.frameDuration), audio_.count());
 }
 
 // A movie shows a picture, however short it is.
@@ -337,6 +341,7 @@ void MovieExport::appendAtSlot(SegmentRun& run, const PixelBufferPtr& picture, s
     }
     ++run.framesWritten;
     ++framesWritten_;
+    audio_.noteVideoProgress();
     run.nextSlot = slot + 1;
     report_(time.seconds(), framesWritten_, "export.progress.exporting");
 }
@@ -356,6 +361,7 @@ void MovieExport::finishMovie() {
     throwIfStopped();
     input_->markAsFinished();
     report_(totalDurationSeconds(descriptor_), framesWritten_, "export.progress.finalizing");
+    audio_.finish();
     diagnostics_.markStage("finalizing_container");
     if (!writer_->finishWriting(stop_)) {
         throwIfStopped();
@@ -364,19 +370,24 @@ void MovieExport::finishMovie() {
 }
 
 void MovieExport::injectSpatialMetadataIfNeeded() {
-    const auto request = SpatialVideoMetadataRequest::make(descriptor_.outputFormat, descriptor_.stereoLayout,
-                                                           descriptor_.codec, descriptor_.vrMetadataMode);
-    if (!request)
+    auto request = SpatialVideoMetadataRequest::make(descriptor_.outputFormat, descriptor_.stereoLayout,
+                                                     descriptor_.codec, descriptor_.vrMetadataMode);
+    const auto spatialAudio = audio_.spatialAudio();
+    const auto spatialTracks = std::ranges::count_if(spatialAudio, [](const auto& each) { return each.has_value(); });
+    if (!request && spatialTracks == 0)
         return;
-    logger.info("inject spatial metadata file={} mode={} spatial_audio_tracks=0", staged_.lastPathComponent(),
-                rawValue(descriptor_.vrMetadataMode));
-    SpatialVideoMetadataInjector::injectMetadata(staged_, *request, {}, stop_);
+    if (!request)
+        request = SpatialVideoMetadataRequest::audioOnly();
+    logger.info("inject spatial metadata file={} mode={} spatial_audio_tracks={}", staged_.lastPathComponent(),
+                rawValue(descriptor_.vrMetadataMode), spatialTracks);
+    SpatialVideoMetadataInjector::injectMetadata(staged_, *request, spatialAudio, stop_);
     SpatialVideoMetadataInjector::validateMetadata(staged_, *request);
+    SpatialVideoMetadataInjector::validateSpatialAudio(staged_, spatialAudio);
 }
 
 void MovieExport::validateOutput() {
     try {
-        ExportArtifactValidator::validateMovie(staged_, movieValidationExpectation(descriptor_));
+        ExportArtifactValidator::validateMovie(staged_, movieValidationExpectation(descriptor_, audio_.count()));
     } catch (const ExportArtifactValidationError& error) {
         VRExportError failure(VRExportError::Case::outputValidationFailed, std::string(error.what()));
         failure.setUnderlying(std::make_shared<Error>(error));
@@ -387,6 +398,7 @@ void MovieExport::validateOutput() {
 void MovieExport::throwIfStopped() const {
     if (stop_.stop_requested())
         throw Cancelled();
+    audio_.throwIfFailed();
 }
 
 ExportWriterStatus MovieExport::writerStatus() const {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Panoveer/Rendering/Projection/ProjectionRenderer.h"
+#include "Panoveer/Services/Export/ExportAudioTracks.h"
 #include "Panoveer/Services/Export/ExportBufferBudget.h"
 #include "Panoveer/Services/Export/ExportDiagnostics.h"
 #include "Panoveer/Services/Export/ExportFrameClock.h"
@@ -99,6 +100,7 @@ private:
     std::unique_ptr<PixelBufferPool> pool_;
     std::unique_ptr<AssetWriter> writer_;
     VideoInput* input_ = nullptr; // owned by writer_
+    ExportAudioTracks audio_;     // feeds inputs of writer_
     std::int64_t framesWritten_ = 0;
 };
 
