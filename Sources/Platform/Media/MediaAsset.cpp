@@ -1,6 +1,7 @@
 #include "Platform/Media/MediaAsset.h"
 
 #include "Platform/Core/Log.h"
+#include "Platform/Media/AudioTracks.h"
 #include "Platform/Media/ColorDescription.h"
 #include "Platform/Media/MediaSupport.h"
 #include "Platform/Media/MovieDecoder.h"
@@ -180,13 +181,6 @@ double nominalFrameRate(AVFormatContext& input, const AVStream& stream) {
     return rate(stream.r_frame_rate);
 }
 
-std::shared_ptr<const AVCodecParameters> copied(const AVCodecParameters& parameters) {
-    CodecParametersPtr copy(avcodec_parameters_alloc());
-    if (!copy || avcodec_parameters_copy(copy.get(), &parameters) < 0)
-        throw std::bad_alloc();
-    return std::shared_ptr<AVCodecParameters>(std::move(copy));
-}
-
 VideoTrack videoTrack(AVFormatContext& input, AVStream& stream, FourCC code) {
     const auto& parameters = *stream.codecpar;
     const bool hasManyViews = isMultiview(stream);
@@ -199,17 +193,7 @@ VideoTrack videoTrack(AVFormatContext& input, AVStream& stream, FourCC code) {
     track.formatDescriptions.push_back(formatDescription(stream, code, hasManyViews));
     track.isDecodable = !hasManyViews && parameters.width > 0 && parameters.height > 0 &&
                         avcodec_find_decoder(parameters.codec_id) != nullptr;
-    track.decoderParameters = copied(parameters);
-    return track;
-}
-
-AudioTrack audioTrack(const AVStream& stream) {
-    const auto& parameters = *stream.codecpar;
-    AudioTrack track;
-    track.streamIndex = stream.index;
-    track.codecType = fourCCFromTag(parameters.codec_tag);
-    track.channelCount = parameters.ch_layout.nb_channels;
-    track.sampleRate = parameters.sample_rate;
+    track.decoderParameters = copyOf(parameters);
     return track;
 }
 
@@ -245,12 +229,11 @@ std::shared_ptr<const MediaAsset> MediaAsset::load(const URL& url) {
     asset->url_ = url;
     asset->startOffsetSeconds_ = panoveer::startOffsetSeconds(*input);
     asset->durationSeconds_ = panoveer::durationSeconds(*input);
+    asset->audioTracks_ = audioTracksOf(*input, url);
     for (auto* stream : std::span(input->streams, input->nb_streams)) {
         const auto& parameters = *stream->codecpar;
         constexpr int stills = AV_DISPOSITION_ATTACHED_PIC | AV_DISPOSITION_TIMED_THUMBNAILS;
-        if (parameters.codec_type == AVMEDIA_TYPE_AUDIO && parameters.codec_id != AV_CODEC_ID_NONE)
-            asset->audioTracks_.push_back(audioTrack(*stream));
-        else if (parameters.codec_type == AVMEDIA_TYPE_VIDEO && (stream->disposition & stills) == 0)
+        if (parameters.codec_type == AVMEDIA_TYPE_VIDEO && (stream->disposition & stills) == 0)
             if (const auto* codec = nativeCodec(parameters.codec_id))
                 asset->videoTracks_.push_back(videoTrack(*input, *stream, codec->code));
     }

@@ -46,6 +46,13 @@ PacketPtr makePacket() {
     return packet;
 }
 
+std::shared_ptr<const AVCodecParameters> copyOf(const AVCodecParameters& parameters) {
+    CodecParametersPtr copy(avcodec_parameters_alloc());
+    if (!copy || avcodec_parameters_copy(copy.get(), &parameters) < 0)
+        throw std::bad_alloc();
+    return std::shared_ptr<AVCodecParameters>(std::move(copy));
+}
+
 Error libavError(std::string_view what, int code, int mediaCode) {
     char text[AV_ERROR_MAX_STRING_SIZE] = {};
     av_strerror(code, text, sizeof text);

@@ -52,6 +52,7 @@ using ScalerPtr = std::unique_ptr<SwsContext, LibAVDeleter>;
 // Throw std::bad_alloc.
 FramePtr makeFrame();
 PacketPtr makePacket();
+std::shared_ptr<const AVCodecParameters> copyOf(const AVCodecParameters& parameters);
 
 // The failure of a libav call, "WHAT: libav's own text". A code that stands for an errno becomes an error in
 // posixErrorDomain, any other one in mediaErrorDomain with `mediaCode`.

@@ -16,45 +16,29 @@ namespace {
 // Times come from rationals through doubles: nearer than this they are the same.
 constexpr double timeTolerance = 1e-6;
 
-bool containerHasPresentationTimes(const AVFormatContext& input) {
-    return std::string_view(input.iformat->name) != "avi";
-}
-
 } // namespace
 
 MovieDecoder::MovieDecoder(const MediaAsset& asset, const VideoTrack& track, const std::atomic<bool>& interrupt)
-    : name_(nameInMessages(asset.url())),
-      startOffset_(asset.startOffsetSeconds()),
-      frameSeconds_(track.nominalFrameRate > 0 ? 1 / track.nominalFrameRate : 1.0 / 30),
-      interrupt_(&interrupt),
-      input_(openMovie(asset.url(), &interrupt)),
-      packet_(makePacket()),
-      streamIndex_(track.streamIndex) {
-    // The asset has analysed the streams already. Only where the container stores no presentation times does the
-    // demuxer need to know the codec's reordering.
-    if (!containerHasPresentationTimes(*input_))
-        if (const int code = avformat_find_stream_info(input_.get(), nullptr); code < 0)
-            throw libavError(name_, code, mediaErrorCode::fileFailedToParse);
-    takesDecodingTimes_ =
-        !containerHasPresentationTimes(*input_) && track.decoderParameters && track.decoderParameters->video_delay > 0;
-    if (streamIndex_ >= int(input_->nb_streams) || !track.decoderParameters)
-        throw Error(name_ + ": the video track is missing", std::string(mediaErrorDomain),
+    : frameSeconds_(track.nominalFrameRate > 0 ? 1 / track.nominalFrameRate : 1.0 / 30),
+      reader_(asset, track.streamIndex, interrupt),
+      packet_(makePacket()) {
+    if (!track.decoderParameters)
+        throw Error(reader_.name() + ": the video track is missing", std::string(mediaErrorDomain),
                     mediaErrorCode::invalidSourceMedia);
-    for (unsigned i = 0; i < input_->nb_streams; ++i)
-        input_->streams[i]->discard = int(i) == streamIndex_ ? AVDISCARD_DEFAULT : AVDISCARD_ALL;
+    takesDecodingTimes_ = !reader_.hasPresentationTimes() && track.decoderParameters->video_delay > 0;
     openDecoder(track);
 }
 
 void MovieDecoder::openDecoder(const VideoTrack& track) {
     const auto* codec = track.isDecodable ? avcodec_find_decoder(track.decoderParameters->codec_id) : nullptr;
     if (!codec)
-        throw Error(name_ + ": no decoder for the video track", std::string(mediaErrorDomain),
+        throw Error(reader_.name() + ": no decoder for the video track", std::string(mediaErrorDomain),
                     mediaErrorCode::decoderNotFound);
     decoder_.reset(avcodec_alloc_context3(codec));
     if (!decoder_)
         throw std::bad_alloc();
     int code = avcodec_parameters_to_context(decoder_.get(), track.decoderParameters.get());
-    decoder_->pkt_timebase = input_->streams[streamIndex_]->time_base;
+    decoder_->pkt_timebase = reader_.stream().time_base;
     decoder_->thread_count = 0;
     decoder_->thread_type = FF_THREAD_FRAME | FF_THREAD_SLICE;
     // Cropping to the pixel, even where that puts rows off their alignment.
@@ -62,22 +46,7 @@ void MovieDecoder::openDecoder(const VideoTrack& track) {
     if (code >= 0)
         code = avcodec_open2(decoder_.get(), codec, nullptr);
     if (code < 0)
-        throw libavError(name_ + ": cannot open the video decoder", code, mediaErrorCode::decoderNotFound);
-}
-
-std::int64_t MovieDecoder::streamTime(double seconds) const {
-    const auto base = input_->streams[streamIndex_]->time_base;
-    return std::int64_t(std::floor((seconds + startOffset_) / av_q2d(base) + timeTolerance));
-}
-
-double MovieDecoder::movieSeconds(std::int64_t streamTime) const {
-    const auto base = input_->streams[streamIndex_]->time_base;
-    return double(streamTime) * base.num / base.den - startOffset_;
-}
-
-void MovieDecoder::throwIfInterrupted() const {
-    if (interrupt_->load(std::memory_order_relaxed))
-        throw Cancelled();
+        throw libavError(reader_.name() + ": cannot open the video decoder", code, mediaErrorCode::decoderNotFound);
 }
 
 void MovieDecoder::resetTimes() {
@@ -90,21 +59,13 @@ void MovieDecoder::resetTimes() {
 
 // Puts demuxer and decoder on the last key frame that is stored at or before a time.
 void MovieDecoder::seek(double seconds) {
-    throwIfInterrupted();
+    reader_.throwIfInterrupted();
     resetTimes();
-    if (isAtHead_ && seconds <= 0)
+    if (reader_.isAtHead() && seconds <= 0)
         return;
-    int code = av_seek_frame(input_.get(), streamIndex_, streamTime(std::max(seconds, 0.0)), AVSEEK_FLAG_BACKWARD);
-    // A file without an index may know its head only.
-    if (code < 0)
-        code = avformat_seek_file(input_.get(), -1, INT64_MIN, INT64_MIN, INT64_MAX, 0);
-    throwIfInterrupted();
-    if (code < 0)
-        throw libavError(name_ + ": cannot seek", code, mediaErrorCode::decodeFailed);
+    reader_.seek(seconds);
     avcodec_flush_buffers(decoder_.get());
     isDraining_ = false;
-    readError_.reset();
-    isAtHead_ = false;
 }
 
 void MovieDecoder::goTo(double seconds) {
@@ -152,11 +113,11 @@ std::optional<DecodedFrame> MovieDecoder::keyFrame(double seconds) {
 }
 
 std::optional<double> MovieDecoder::indexedKeyFrameSeconds(double seconds) const {
-    const auto* entry = avformat_index_get_entry_from_timestamp(input_->streams[streamIndex_], streamTime(seconds),
-                                                                AVSEEK_FLAG_BACKWARD);
+    const auto* entry =
+        avformat_index_get_entry_from_timestamp(&reader_.stream(), reader_.streamTime(seconds), AVSEEK_FLAG_BACKWARD);
     if (!entry || (entry->flags & AVINDEX_KEYFRAME) == 0 || entry->timestamp == AV_NOPTS_VALUE)
         return std::nullopt;
-    return movieSeconds(entry->timestamp);
+    return reader_.movieSeconds(entry->timestamp);
 }
 
 std::optional<DecodedFrame> MovieDecoder::next() {
@@ -177,7 +138,7 @@ const DecodedFrame* MovieDecoder::peek() {
 std::optional<DecodedFrame> MovieDecoder::decodeNext() {
     auto frame = makeFrame();
     for (;;) {
-        throwIfInterrupted();
+        reader_.throwIfInterrupted();
         const int code = avcodec_receive_frame(decoder_.get(), frame.get());
         if (code >= 0) {
             ++decodedFrameCount_;
@@ -191,8 +152,8 @@ std::optional<DecodedFrame> MovieDecoder::decodeNext() {
         } else if (code == AVERROR(EAGAIN)) {
             feed();
         } else if (code == AVERROR_EOF) {
-            if (readError_)
-                throw *readError_;
+            if (reader_.endError())
+                throw *reader_.endError();
             return std::nullopt;
         } else {
             noteDecodeError(code);
@@ -216,7 +177,7 @@ void MovieDecoder::feed() {
 bool MovieDecoder::isSuperseded(const AVPacket& packet) {
     if (!wantedSeconds_ || takesDecodingTimes_ || packet.pts == AV_NOPTS_VALUE)
         return false;
-    const double seconds = movieSeconds(packet.pts);
+    const double seconds = reader_.movieSeconds(packet.pts);
     if (seconds < latestCandidate_)
         return true;
     if (seconds <= *wantedSeconds_)
@@ -234,44 +195,8 @@ void MovieDecoder::send(const AVPacket& packet) {
 
 // The track's next packet, or isDraining_.
 void MovieDecoder::readPacket() {
-    isAtHead_ = false;
-    while (!isDraining_) {
-        throwIfInterrupted();
-        const int code = av_read_frame(input_.get(), packet_.get());
-        if (code == AVERROR(EAGAIN))
-            continue;
-        if (code < 0)
-            noteEndOfInput(code);
-        else if (packet_->stream_index == streamIndex_)
-            return;
-        else
-            av_packet_unref(packet_.get());
-    }
-}
-
-void MovieDecoder::noteEndOfInput(int code) {
-    throwIfInterrupted();
-    isDraining_ = true;
-    const int ioError = input_->pb ? input_->pb->error : 0;
-    if (code != AVERROR_EOF)
-        readError_ = libavError(name_, code, mediaErrorCode::fileFailedToParse);
-    else if (ioError < 0 && ioError != AVERROR_EOF)
-        readError_ = libavError(name_, ioError, mediaErrorCode::fileFailedToParse);
-    else if (isTruncated())
-        readError_ = Error(name_ + ": the file ends before its media does", std::string(mediaErrorDomain),
-                           mediaErrorCode::fileFailedToParse);
-}
-
-// Whether the index promises media behind the end of the file.
-bool MovieDecoder::isTruncated() const {
-    const auto size = input_->pb ? avio_size(input_->pb) : -1;
-    if (size < 0)
-        return false;
-    auto* stream = input_->streams[streamIndex_];
-    for (int i = avformat_index_get_entries_count(stream) - 1; i >= 0; --i)
-        if (const auto* entry = avformat_index_get_entry(stream, i); entry->pos + entry->size > size)
-            return true;
-    return false;
+    if (!isDraining_)
+        isDraining_ = !reader_.read(*packet_);
 }
 
 void MovieDecoder::noteDecodeError(int code) {
@@ -279,7 +204,7 @@ void MovieDecoder::noteDecodeError(int code) {
         throw std::bad_alloc();
     ++decodeErrorCount_;
     if (!decodeError_)
-        decodeError_ = libavError(name_, code, mediaErrorCode::decodeFailed);
+        decodeError_ = libavError(reader_.name(), code, mediaErrorCode::decodeFailed);
 }
 
 DecodedFrame MovieDecoder::timed(FramePtr frame) {
@@ -288,10 +213,10 @@ DecodedFrame MovieDecoder::timed(FramePtr frame) {
     if (result.frame->duration > 0)
         result.durationSeconds = double(result.frame->duration) * base.num / base.den;
     if (takesDecodingTimes_ && !decodingTimes_.empty()) {
-        result.seconds = movieSeconds(decodingTimes_.front());
+        result.seconds = reader_.movieSeconds(decodingTimes_.front());
         decodingTimes_.pop_front();
     } else if (result.frame->best_effort_timestamp != AV_NOPTS_VALUE)
-        result.seconds = movieSeconds(result.frame->best_effort_timestamp);
+        result.seconds = reader_.movieSeconds(result.frame->best_effort_timestamp);
     else if (std::isfinite(lastSeconds_))
         result.seconds = lastSeconds_ + frameSeconds_;
     return result;

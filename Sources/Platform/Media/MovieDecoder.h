@@ -3,6 +3,7 @@
 #include "Platform/Core/Error.h"
 #include "Platform/Media/MediaAsset.h"
 #include "Platform/Media/MediaSupport.h"
+#include "Platform/Media/TrackReader.h"
 
 #include <atomic>
 #include <cstdint>
@@ -56,25 +57,15 @@ private:
     bool isSuperseded(const AVPacket& packet);
     void resetTimes();
     void readPacket();
-    void noteEndOfInput(int code);
-    bool isTruncated() const;
     void noteDecodeError(int code);
     DecodedFrame timed(FramePtr frame);
-    void throwIfInterrupted() const;
-    std::int64_t streamTime(double seconds) const;
-    double movieSeconds(std::int64_t streamTime) const;
 
-    std::string name_;
-    double startOffset_;
     double frameSeconds_; // of one frame at the nominal rate
-    const std::atomic<bool>* interrupt_;
-    InputPtr input_;
+    TrackReader reader_;
     CodecContextPtr decoder_;
     PacketPtr packet_;
-    int streamIndex_;
 
     std::deque<DecodedFrame> ahead_; // decoded already
-    bool isAtHead_ = true;           // nothing read yet
     bool isDraining_ = false;
     double lastSeconds_ = -std::numeric_limits<double>::infinity(); // of the frame decoded last
     // While a frame is being looked for: its time, and the latest packet so far that begins no later.
@@ -84,7 +75,6 @@ private:
     // times of the packets as they come.
     bool takesDecodingTimes_ = false;
     std::deque<std::int64_t> decodingTimes_; // of packets whose pictures are to come
-    std::optional<Error> readError_;         // thrown once the decoder has given its last frame
     std::optional<Error> decodeError_;
     std::int64_t decodedFrameCount_ = 0;
     std::int64_t decodeErrorCount_ = 0;

@@ -1,63 +1,14 @@
 #include "Platform/Media/MovieHeader.h"
 
-#include "Platform/Core/Error.h"
-#include "Platform/Core/FourCC.h"
-#include "Platform/Media/MediaSupport.h"
-
-#include <optional>
-#include <span>
+#include "Platform/Media/MovieBox.h"
 
 namespace panoveer {
 
 namespace {
 
-constexpr std::size_t headerSize = 8;
+constexpr std::size_t headerSize = movieBoxHeaderSize;
 
-std::uint64_t readBigEndian(std::span<const std::uint8_t> bytes) {
-    std::uint64_t value = 0;
-    for (auto byte : bytes)
-        value = value << 8 | byte;
-    return value;
-}
-
-void writeBigEndian(std::span<std::uint8_t> bytes, std::uint64_t value) {
-    for (std::size_t i = bytes.size(); i-- > 0; value >>= 8)
-        bytes[i] = std::uint8_t(value);
-}
-
-// A box in memory, header included.
-struct Box {
-    FourCC type;
-    std::span<std::uint8_t> bytes;
-
-    std::span<std::uint8_t> field(std::size_t offset, std::size_t size) const {
-        if (offset + size > bytes.size())
-            throw Error("A movie header with a box that is too short: " + type.text(), std::string(mediaErrorDomain),
-                        mediaErrorCode::unknown);
-        return bytes.subspan(offset, size);
-    }
-    std::uint8_t version() const { return field(headerSize, 1)[0]; }
-};
-
-std::vector<Box> childrenOf(const Box& parent) {
-    std::vector<Box> children;
-    for (auto rest = parent.bytes.subspan(headerSize); !rest.empty();) {
-        const auto size = rest.size() < headerSize ? 0 : readBigEndian(rest.first(4));
-        if (size < headerSize || size > rest.size())
-            throw Error("A movie header with a box that runs over its parent: " + parent.type.text(),
-                        std::string(mediaErrorDomain), mediaErrorCode::unknown);
-        children.push_back({FourCC(std::uint32_t(readBigEndian(rest.subspan(4, 4)))), rest.first(size)});
-        rest = rest.subspan(size);
-    }
-    return children;
-}
-
-std::optional<Box> childOf(const Box& parent, FourCC type) {
-    for (const auto& child : childrenOf(parent))
-        if (child.type == type)
-            return child;
-    return std::nullopt;
-}
+using Box = MovieBox;
 
 // In units of the movie's timescale.
 std::uint64_t trackDuration(const Box& tkhd) {
