@@ -1,7 +1,6 @@
-#include "Panoveer/Services/Export/ExportAudioTrackFeeder.h"
-
 #include "Clips.h"
 #include "Panoveer/Services/Audio/ExportAudioPlanner.h"
+#include "Panoveer/Services/Export/ExportAudioTrackFeeder.h"
 #include "Panoveer/Services/Export/VRExportError.h"
 
 #include <gmock/gmock.h>
@@ -74,10 +73,9 @@ std::vector<Samples> runs(const std::vector<float>& samples) {
     std::vector<Samples> result;
     for (const float sample : samples) {
         const auto number = std::int64_t(sample);
-        const bool goesOn =
-            !result.empty() &&
-            (number == 0 ? result.back().first == 0
-                         : result.back().first != 0 && number == result.back().first + result.back().second);
+        const bool goesOn = !result.empty() && (number == 0 ? result.back().first == 0
+                                                            : result.back().first != 0 &&
+                                                                  number == result.back().first + result.back().second);
         if (goesOn)
             ++result.back().second;
         else
@@ -168,7 +166,10 @@ INSTANTIATE_TEST_SUITE_P(
                     StepCase{"BehindTheSegment", {{2000, 500}}, {{0, 1000}}, 1000},
                     StepCase{"NoTimes", {{{}, 400}, {{}, 400}}, {{1, 800}, {0, 200}}, 800},
                     StepCase{"TimesThatAreNone", {{nan, 400}, {1e300, 400}}, {{1, 400}, {0, 600}}, 1000},
-                    StepCase{"DriftOfAFrameAtATime", {{0, 300}, {302, 300}, {604, 300}}, {{1, 600}, {0, 4}, {601, 300}, {0, 96}}, 904},
+                    StepCase{"DriftOfAFrameAtATime",
+                             {{0, 300}, {302, 300}, {604, 300}},
+                             {{1, 600}, {0, 4}, {601, 300}, {0, 96}},
+                             904},
                     StepCase{"Nothing", {}, {{0, 1000}}, 0}),
     [](const auto& each) { return each.param.name; });
 
@@ -183,8 +184,8 @@ TEST_F(ExportAudioTrackFeederTest, PutsEverySegmentWhereItsPictureIs) {
             segments.push_back(clipOf("/source", index * length, (index + 1) * length));
         roads.openFFmpeg = [](const URL&, std::int32_t, double start, double duration, std::uint64_t) {
             const auto first = std::llround(start * audioSampleRate);
-            return std::make_unique<ScriptedSource>(std::vector{
-                numbered(start, first + 1, std::llround(duration * audioSampleRate) + 2)});
+            return std::make_unique<ScriptedSource>(
+                std::vector{numbered(start, first + 1, std::llround(duration * audioSampleRate) + 2)});
         };
         run(segments, {{segments.front().sourceURL, {track}}});
         EXPECT_EQ(input.frames, std::llround(count * length * audioSampleRate));
