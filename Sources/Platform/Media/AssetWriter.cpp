@@ -1,9 +1,11 @@
 #include "Platform/Media/AssetWriter.h"
 
 #include "Platform/Core/Log.h"
+#include "Platform/Media/AudioEncoder.h"
 #include "Platform/Media/EncoderCatalog.h"
 #include "Platform/Media/MediaSupport.h"
 #include "Platform/Media/MovieMuxer.h"
+#include "Platform/Media/QueuedAudioInput.h"
 #include "Platform/Media/QueuedVideoInput.h"
 #include "Platform/Media/VideoEncoder.h"
 
@@ -36,6 +38,12 @@ struct AssetWriter::State {
         std::int64_t plannedFrameCount = 0;
     };
 
+    struct Audio {
+        std::unique_ptr<QueuedAudioInput> input;
+        AudioSettings settings;
+        std::int64_t plannedFrameCount = 0;
+    };
+
     State(URL movie, MovieFileType fileType) : url(std::move(movie)) { configuration.fileType = fileType; }
 
     void setUp(MovieMuxer::Configuration& plan) const;
@@ -47,8 +55,10 @@ struct AssetWriter::State {
 
     const URL url;
     MovieMuxer::Configuration configuration;
+    bool hasMovieTimeScale = false;
     MediaTime durationHint;
     std::vector<Video> videos;
+    std::vector<Audio> audios;
     std::vector<WriterInput*> inputs; // of all tracks, in their order
     std::unique_ptr<MovieMuxer> muxer;
     bool ownsFile = false;
@@ -67,7 +77,10 @@ AssetWriter::~AssetWriter() {
     state_->joinInputs();
 }
 
-void AssetWriter::setMovieTimeScale(std::int32_t timescale) { state_->configuration.movieTimeScale = timescale; }
+void AssetWriter::setMovieTimeScale(std::int32_t timescale) {
+    state_->configuration.movieTimeScale = timescale;
+    state_->hasMovieTimeScale = true;
+}
 
 void AssetWriter::setInitialMovieFragmentInterval(MediaTime interval) {
     state_->configuration.initialFragmentInterval = interval;
@@ -100,13 +113,42 @@ VideoInput* AssetWriter::addVideoInput(const VideoSettings& settings, FourCC pic
     return input;
 }
 
+bool AssetWriter::canApply(const AudioSettings& settings, std::string* reason) const {
+    try {
+        makeAudioEncoder(settings, state_->configuration.fileType, [](PacketPtr) {});
+        return true;
+    } catch (const Error& failure) {
+        if (reason)
+            *reason = failure.what();
+    }
+    return false;
+}
+
+AudioInput* AssetWriter::addAudioInput(const AudioSettings& settings, std::int64_t plannedFrameCount) {
+    if (status() != Status::unknown || !canApply(settings))
+        return nullptr;
+    auto& audios = state_->audios;
+    audios.push_back(
+        {std::make_unique<QueuedAudioInput>(settings, state_->configuration.fileType), settings, plannedFrameCount});
+    auto* input = audios.back().input.get();
+    state_->inputs.push_back(input);
+    return input;
+}
+
 void AssetWriter::State::setUp(MovieMuxer::Configuration& plan) const {
-    if (plan.fileType == MovieFileType::mp4)
+    if (videos.empty() && !hasMovieTimeScale)
+        plan.movieTimeScale = audioSampleRate;
+    if (plan.fileType != MovieFileType::quickTimeMovie)
         plan.fragmentInterval = plan.initialFragmentInterval = MediaTime::invalid();
     plan.plannedDuration = durationHint;
     for (const auto& video : videos)
         plan.plannedSampleCount +=
             video.plannedFrameCount > 0 ? video.plannedFrameCount : estimatedFrameCount(video.settings, durationHint);
+    for (const auto& audio : audios)
+        plan.plannedSampleCount += plannedPacketCount(
+            audio.settings, audio.plannedFrameCount > 0
+                                ? audio.plannedFrameCount
+                                : std::int64_t(std::ceil(std::max(durationHint.seconds(), 0.0) * audioSampleRate)));
 }
 
 bool AssetWriter::startWriting() {
@@ -204,6 +246,8 @@ void AssetWriter::State::fail(const Error& failure) {
 }
 
 void AssetWriter::State::stopInputs() noexcept {
+    if (muxer)
+        muxer->release();
     for (auto* input : inputs)
         input->stop();
 }

@@ -27,6 +27,10 @@ constexpr std::int64_t largeBoxHeaderSize = 16;
 // The muxer keeps a fragment in memory until it is cut, and cannot hold 2 GiB of one track.
 constexpr std::int64_t largestFragment = 256 << 20;
 
+// How far a track may be ahead of another. An encoder of pictures holds some seconds of them.
+constexpr double longestLead = 10;              // seconds
+constexpr std::int64_t largestLead = 128 << 20; // bytes
+
 Error mediaError(const std::string& message) {
     return Error(message, std::string(mediaErrorDomain), mediaErrorCode::unknown);
 }
@@ -48,8 +52,8 @@ MovieMuxer::MovieMuxer(const std::filesystem::path& path, const Configuration& c
     limitLibAVLog();
     AVFormatContext* context = nullptr;
     const bool isQuickTime = configuration.fileType == MovieFileType::quickTimeMovie;
-    throwIfFailed(avformat_alloc_output_context2(&context, nullptr, isQuickTime ? "mov" : "mp4", nullptr),
-                  "Cannot make a movie");
+    const char* format = isQuickTime ? "mov" : configuration.fileType == MovieFileType::m4a ? "ipod" : "mp4";
+    throwIfFailed(avformat_alloc_output_context2(&context, nullptr, format, nullptr), "Cannot make a movie");
     muxer_.reset(context);
     context->pb = file_.context();
     for (int i = 0; i < trackCount; ++i)
@@ -70,7 +74,8 @@ void MovieMuxer::throwIfFailed(int code, std::string_view what) const {
         throw libavError(what, code);
 }
 
-void MovieMuxer::configureTrack(int index, const AVCodecParameters& parameters, std::int32_t timescale) {
+void MovieMuxer::configureTrack(int index, const AVCodecParameters& parameters, std::int32_t timescale,
+                                const std::optional<SoundDescription>& sound) {
     std::lock_guard lock(mutex_);
     if (!muxer_)
         return;
@@ -80,6 +85,9 @@ void MovieMuxer::configureTrack(int index, const AVCodecParameters& parameters, 
     stream->time_base = {1, timescale};
     track.timescale = timescale;
     track.isVideo = parameters.codec_type == AVMEDIA_TYPE_VIDEO;
+    track.sound = sound;
+    if (track.sound)
+        track.sound->trackID = std::uint32_t(index + 1);
     track.isConfigured = true;
     if (std::ranges::all_of(tracks_, &Track::isConfigured))
         writeHeader();
@@ -107,20 +115,55 @@ void MovieMuxer::writeHeader() {
     if (!isFragmented()) {
         // The first sample leaves room in front of it: for `moov`, the rest of the room, and the header of `mdat`.
         mediaStart_ = fileTypeEnd_ + headerBytesBesides + headerBytesPerSample * configuration_.plannedSampleCount +
-                      boxHeaderSize + largeBoxHeaderSize;
+                      soundDescriptionRoom() + boxHeaderSize + largeBoxHeaderSize;
         mediaStart_ = std::max(mediaStart_, headerEnd);
         avio_seek(file_.context(), mediaStart_, SEEK_SET);
+    } else if (const auto room = soundDescriptionRoom(); room > 0) {
+        file_.writeAt(headerEnd, freeBoxHeader(room + boxHeaderSize));
+        avio_seek(file_.context(), headerEnd + room + boxHeaderSize, SEEK_SET);
     }
+    headerStart_ = avio_tell(file_.context());
     lastFragmentEnd_ = headerEnd;
     hasHeader_ = true;
 }
 
+std::int64_t MovieMuxer::soundDescriptionRoom() const {
+    std::int64_t room = 0;
+    for (const auto& track : tracks_)
+        room += track.sound ? std::int64_t(largestGrowth(*track.sound)) : 0;
+    return room;
+}
+
+void MovieMuxer::describeSounds(std::vector<std::uint8_t>& moov) const {
+    for (const auto& track : tracks_)
+        if (track.sound)
+            describeSound(moov, *track.sound);
+}
+
 void MovieMuxer::write(int index, PacketPtr packet) {
-    std::lock_guard lock(mutex_);
-    if (!muxer_)
+    std::unique_lock lock(mutex_);
+    auto& track = tracks_.at(std::size_t(index));
+    changed_.wait(lock, [&] { return !muxer_ || isReleased_ || !isFarAhead(track); });
+    if (!muxer_ || isReleased_)
         return;
-    tracks_.at(std::size_t(index)).waiting.push_back(std::move(packet));
+    track.waitingBytes += packet->size;
+    track.waiting.push_back(std::move(packet));
     writeReadyPackets();
+    changed_.notify_all();
+}
+
+// Packets wait only while another track has none, so that the track that is behind all others never does.
+bool MovieMuxer::isFarAhead(const Track& track) const {
+    if (track.waiting.empty())
+        return false;
+    const auto lead = track.waiting.back()->dts - track.waiting.front()->dts;
+    return track.waitingBytes > largestLead || double(lead) > longestLead * track.timescale;
+}
+
+void MovieMuxer::release() noexcept {
+    std::lock_guard lock(mutex_);
+    isReleased_ = true;
+    changed_.notify_all();
 }
 
 void MovieMuxer::finishTrack(int index) {
@@ -129,6 +172,7 @@ void MovieMuxer::finishTrack(int index) {
         return;
     tracks_.at(std::size_t(index)).isFinished = true;
     writeReadyPackets();
+    changed_.notify_all();
 }
 
 // A packet is next when every track that may still bring an earlier one has shown its own next packet.
@@ -147,9 +191,10 @@ void MovieMuxer::writeReadyPackets() {
         }
         if (next < 0)
             return;
-        auto& waiting = tracks_[std::size_t(next)].waiting;
-        auto packet = std::move(waiting.front());
-        waiting.pop_front();
+        auto& track = tracks_[std::size_t(next)];
+        auto packet = std::move(track.waiting.front());
+        track.waiting.pop_front();
+        track.waitingBytes -= packet->size;
         writeNow(next, std::move(packet));
     }
 }
@@ -191,19 +236,23 @@ void MovieMuxer::cutFragment() {
     throwIfFailed(av_write_frame(muxer_.get(), nullptr), "Cannot write a fragment");
     lastFragmentEnd_ = file_.flush();
     bytesInFragment_ = 0;
-    if (!std::exchange(hasBoundEdits_, true))
-        boundInitialEdits();
+    if (!std::exchange(hasCompleteHeader_, true))
+        completeInitialHeader();
 }
 
 // The muxer leaves the edits of the first `moov` open ("to the end", duration 0). libavformat's demuxer, for one, drops
-// the samples in that `moov` then; an edit as long as the movie is meant to become shows them all.
-void MovieMuxer::boundInitialEdits() {
+// the samples in that `moov` then; an edit as long as the movie is meant to become shows them all. What the muxer does
+// not say of the sound needs room, which is in front of the box.
+//
+//   ftyp | place for the size of mdat | free ( room )       | moov | mdat …      as the muxer leaves it
+//   ftyp | place for the size of mdat | moov ( more ) | free ( the rest ) | mdat …
+void MovieMuxer::completeInitialHeader() {
     std::array<std::uint8_t, boxHeaderSize> header{};
-    const auto start = fileTypeEnd_ + boxHeaderSize; // behind the place that is kept for the size of `mdat`
-    file_.readAt(start, header);
+    file_.readAt(headerStart_, header);
     requireMovieHeader(header);
     std::vector<std::uint8_t> moov(boxSize(header));
-    file_.readAt(start, moov);
+    file_.readAt(headerStart_, moov);
+    const auto mediaStart = headerStart_ + std::int64_t(moov.size());
     const auto& planned = configuration_.plannedDuration;
     constexpr std::int64_t longest = std::numeric_limits<std::int32_t>::max();
     const auto duration =
@@ -211,6 +260,13 @@ void MovieMuxer::boundInitialEdits() {
             ? av_rescale_rnd(planned.value, configuration_.movieTimeScale, planned.timescale, AV_ROUND_UP)
             : longest;
     boundEdits(moov, std::uint64_t(std::min(duration, longest)));
+    describeSounds(moov);
+    const auto start = fileTypeEnd_ + boxHeaderSize; // behind the place that is kept for the size of `mdat`
+    const auto left = mediaStart - start - std::int64_t(moov.size());
+    if (left > 0) {
+        const auto rest = freeBoxHeader(left);
+        moov.insert(moov.end(), rest.begin(), rest.end());
+    }
     file_.writeAt(start, moov);
 }
 
@@ -249,6 +305,7 @@ std::vector<std::uint8_t> MovieMuxer::takeMovieHeader() {
     file_.flush();
     auto moov = file_.takeTail();
     requireMovieHeader(moov);
+    describeSounds(moov);
     return moov;
 }
 
@@ -283,6 +340,7 @@ void MovieMuxer::abandon() noexcept {
         // Readers pass over a fragment that is cut short.
     }
     muxer_.reset();
+    changed_.notify_all();
 }
 
 } // namespace panoveer

@@ -4,7 +4,9 @@
 #include "Platform/Media/AssetWriter.h"
 #include "Platform/Media/MediaSupport.h"
 #include "Platform/Media/MovieFile.h"
+#include "Platform/Media/SoundDescription.h"
 
+#include <condition_variable>
 #include <cstdint>
 #include <deque>
 #include <mutex>
@@ -14,8 +16,9 @@ struct AVCodecParameters;
 
 namespace panoveer {
 
-// Brings the packets of all tracks of a movie into its file, in the order of their decoding times. libavformat makes
-// the sample tables; the layout of the file is ours:
+// Brings the packets of all tracks of a movie into its file, in the order of their decoding times. A track that is far
+// ahead of another one waits for it in write(), so that memory holds a few seconds of a track at most. libavformat
+// makes the sample tables; the layout of the file is ours:
 //
 //   .mp4   ftyp | moov | free | mdat          room for `moov` is kept free while the media is written
 //   .mov   ftyp | moov | mdat | moof | mdat | moof | mdat …        while it grows
@@ -41,11 +44,14 @@ public:
     MovieMuxer(const std::filesystem::path& path, const Configuration& configuration, int trackCount);
     ~MovieMuxer();
 
-    // What the packets of a track are, once for each track; `timescale` is their time unit. The header is written when
-    // the last track is told. Throws Error.
-    void configureTrack(int track, const AVCodecParameters& parameters, std::int32_t timescale);
-    // In decoding order within the track. Throws Error.
+    // What the packets of a track are, once for each track; `timescale` is their time unit, `sound` what else is to be
+    // said of a track of sound. The header is written when the last track is told. Throws Error.
+    void configureTrack(int track, const AVCodecParameters& parameters, std::int32_t timescale,
+                        const std::optional<SoundDescription>& sound = std::nullopt);
+    // In decoding order within the track. Blocks while the track is far ahead of another. Throws Error.
     void write(int track, PacketPtr packet);
+    // From now on write() neither blocks nor writes.
+    void release() noexcept;
     // No packet follows in this track. Throws Error.
     void finishTrack(int track);
 
@@ -60,6 +66,8 @@ private:
     struct Track {
         std::int32_t timescale = 0;
         std::deque<PacketPtr> waiting;
+        std::int64_t waitingBytes = 0;
+        std::optional<SoundDescription> sound;
         std::optional<std::int64_t> firstDecodeTime;
         bool isVideo = false;
         bool isConfigured = false;
@@ -70,29 +78,35 @@ private:
     };
 
     bool isFragmented() const { return configuration_.fragmentInterval.isValid(); }
+    bool isFarAhead(const Track& track) const;
     void writeHeader();
+    std::int64_t soundDescriptionRoom() const;
+    void describeSounds(std::vector<std::uint8_t>& moov) const;
     void writeReadyPackets();
     void writeNow(int track, PacketPtr packet);
     void cutBefore(const Track& track, const AVPacket& packet);
     void cutFragment();
-    void boundInitialEdits();
+    void completeInitialHeader();
     void throwIfFailed(int code, std::string_view what) const;
     std::vector<std::uint8_t> takeMovieHeader();
     void layOutOrdinary(std::vector<std::uint8_t> moov);
 
     const Configuration configuration_;
     std::mutex mutex_; // guards all that follows
+    std::condition_variable changed_;
+    bool isReleased_ = false;
     MovieFile file_;
     std::unique_ptr<AVFormatContext, FreeMuxer> muxer_; // none once finished or abandoned
     std::vector<Track> tracks_;
     bool hasHeader_ = false;
     std::int64_t writtenSampleCount_ = 0;
     std::int64_t fileTypeEnd_ = 0; // where `ftyp` ends
+    std::int64_t headerStart_ = 0; // fragmented: where the muxer puts the first `moov`
     std::int64_t mediaStart_ = 0;  // mp4: where the first sample lies
     std::int64_t mediaEnd_ = 0;
     // Fragments.
     bool hasFirstCut_ = false;
-    bool hasBoundEdits_ = false;
+    bool hasCompleteHeader_ = false;
     double nextCutSeconds_ = 0;
     std::int64_t bytesInFragment_ = 0;
     std::int64_t lastFragmentEnd_ = 0;

@@ -33,37 +33,25 @@ QueuedVideoInput::QueuedVideoInput(const VideoSettings& settings, FourCC picture
                      .pictureFormat = pictureFormat,
                      .timescale = mediaTimeScale,
                      .frameDuration = nominalFrameDuration(settings)},
-      hasConstantDuration_(settings.frameDuration.isValid()) {}
+      hasConstantDuration_(settings.frameDuration.isValid()),
+      queue_(queueCapacity) {}
 
 QueuedVideoInput::~QueuedVideoInput() { stop(); }
 
-bool QueuedVideoInput::hasRoom() const { return phase_ == Phase::taking && queue_.size() < queueCapacity; }
-
-bool QueuedVideoInput::isReadyForMoreMediaData() const {
-    std::lock_guard lock(mutex_);
-    return hasRoom();
-}
+bool QueuedVideoInput::isReadyForMoreMediaData() const { return queue_.hasRoom(); }
 
 bool QueuedVideoInput::append(PixelBufferPtr picture, MediaTime presentationTime) {
     const auto& settings = configuration_.settings;
     if (!picture || picture->format() != configuration_.pictureFormat || picture->width() != settings.width ||
         picture->height() != settings.height)
         return refuse("A picture of another format or size than the track's");
-    std::unique_lock lock(mutex_);
-    changed_.wait(lock, [&] { return hasRoom() || phase_ != Phase::taking; });
-    if (phase_ != Phase::taking)
+    if (!queue_.waitForRoom())
         return false;
     const auto time = mediaTime(presentationTime);
-    if (appendedTime_ && time <= *appendedTime_) {
-        lock.unlock();
+    if (appendedTime_ && time <= *appendedTime_)
         return refuse(std::format("A picture at {} follows one at {}", time, *appendedTime_));
-    }
     appendedTime_ = time;
-    if (time < 0)
-        return true;
-    queue_.push_back({std::move(picture), time});
-    changed_.notify_all();
-    return true;
+    return time < 0 || queue_.push({std::move(picture), time});
 }
 
 bool QueuedVideoInput::refuse(const std::string& message) {
@@ -85,29 +73,15 @@ void QueuedVideoInput::start(MovieMuxer& muxer, int track, FailureHandler fail) 
     track_ = track;
     fail_ = std::move(fail);
     openEncoder();
-    std::lock_guard lock(mutex_);
-    phase_ = Phase::taking;
+    queue_.open();
     thread_ = std::jthread([this] { work(); });
 }
 
-void QueuedVideoInput::setSessionStart(MediaTime time) {
-    std::lock_guard lock(mutex_);
-    sessionStart_ = time;
-}
+void QueuedVideoInput::setSessionStart(MediaTime time) { sessionStart_ = time; }
 
-void QueuedVideoInput::finish() {
-    std::lock_guard lock(mutex_);
-    if (phase_ == Phase::taking)
-        phase_ = Phase::finished;
-    changed_.notify_all();
-}
+void QueuedVideoInput::finish() { queue_.finish(); }
 
-void QueuedVideoInput::stop() noexcept {
-    std::lock_guard lock(mutex_);
-    phase_ = Phase::stopped;
-    queue_.clear();
-    changed_.notify_all();
-}
+void QueuedVideoInput::stop() noexcept { queue_.stop(); }
 
 void QueuedVideoInput::join() {
     if (thread_.joinable())
@@ -118,7 +92,7 @@ void QueuedVideoInput::join() {
 void QueuedVideoInput::work() {
     try {
         std::optional<Entry> entry;
-        while (takeNext(entry)) {
+        while (queue_.take(entry)) {
             if (!entry) {
                 beginTrack({});
                 encoder_->finish();
@@ -133,25 +107,6 @@ void QueuedVideoInput::work() {
     }
 }
 
-bool QueuedVideoInput::isStopped() const {
-    std::lock_guard lock(mutex_);
-    return phase_ == Phase::stopped;
-}
-
-// False once stopped; no entry when the last one was taken before.
-bool QueuedVideoInput::takeNext(std::optional<Entry>& entry) {
-    std::unique_lock lock(mutex_);
-    changed_.wait(lock, [&] { return !queue_.empty() || phase_ != Phase::taking; });
-    if (phase_ == Phase::stopped)
-        return false;
-    if (!queue_.empty()) {
-        entry = std::move(queue_.front());
-        queue_.pop_front();
-        changed_.notify_all();
-    }
-    return true;
-}
-
 void QueuedVideoInput::encode(Entry entry) {
     beginTrack(entry.picture->color());
     const auto duration = durationAt(entry.presentationTime);
@@ -162,7 +117,7 @@ void QueuedVideoInput::openEncoder() {
     encoder_.reset();
     encoder_ = makeVideoEncoder(configuration_, [this](PacketPtr packet) {
         // An encoder holds dozens of pictures; whoever stops does not wait for all of them.
-        if (isStopped())
+        if (queue_.isStopped())
             throw Cancelled();
         muxer_->write(track_, std::move(packet));
     });

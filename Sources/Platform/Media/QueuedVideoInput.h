@@ -1,12 +1,10 @@
 #pragma once
 
 #include "Platform/Media/AssetWriter.h"
+#include "Platform/Media/MediaQueue.h"
 #include "Platform/Media/VideoEncoder.h"
 #include "Platform/Media/WriterInput.h"
 
-#include <condition_variable>
-#include <deque>
-#include <mutex>
 #include <optional>
 #include <thread>
 
@@ -30,19 +28,15 @@ public:
     void join() override;
 
 private:
-    enum class Phase { idle, taking, finished, stopped };
     struct Entry {
         PixelBufferPtr picture;
         std::int64_t presentationTime = 0; // units of the media timescale, from the session's start
     };
 
-    bool hasRoom() const;
     bool refuse(const std::string& message);
     std::int64_t mediaTime(MediaTime time) const;
     void work();
-    bool takeNext(std::optional<Entry>& entry);
     void encode(Entry entry);
-    bool isStopped() const;
     void openEncoder();
     void beginTrack(const ColorAttachments& firstPicture);
     std::int64_t durationAt(std::int64_t presentationTime);
@@ -58,12 +52,9 @@ private:
     bool hasBegun_ = false;
     std::optional<std::int64_t> encodedTime_;
 
-    mutable std::mutex mutex_; // guards all that follows
-    std::condition_variable changed_;
-    Phase phase_ = Phase::idle;
-    std::deque<Entry> queue_;
-    MediaTime sessionStart_;
+    MediaTime sessionStart_; // set before the first picture comes
     std::optional<std::int64_t> appendedTime_;
+    MediaQueue<Entry> queue_;
 
     std::jthread thread_; // last: it is joined before the rest goes
 };

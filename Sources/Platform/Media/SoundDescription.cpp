@@ -36,6 +36,18 @@ std::vector<MovieBox> tracksOf(const MovieBox& movie) {
     return boxes;
 }
 
+MovieBox required(std::optional<MovieBox> box, std::string_view name) {
+    if (!box)
+        throw Error("A movie header without " + std::string(name), std::string(mediaErrorDomain),
+                    mediaErrorCode::unknown);
+    return *box;
+}
+
+std::uint32_t trackIDOf(const MovieBox& track) {
+    const auto tkhd = required(childOf(track, "tkhd"), "tkhd");
+    return std::uint32_t(readBigEndian(tkhd.field(movieBoxHeaderSize + (tkhd.version() == 1 ? 20 : 12), 4)));
+}
+
 std::optional<MovieBox> soundEntry(const MovieBox& track) {
     const auto stsd = descendantOf(track, sampleDescriptionPath);
     const auto entries = stsd ? childrenOf(*stsd, sampleDescriptionOwnBytes) : std::vector<MovieBox>();
@@ -100,21 +112,16 @@ std::uint16_t packedLanguage(std::string_view code) {
     return packed;
 }
 
-MovieBox required(std::optional<MovieBox> box, std::string_view name) {
-    if (!box)
-        throw Error("A movie header without " + std::string(name), std::string(mediaErrorDomain),
-                    mediaErrorCode::unknown);
-    return *box;
-}
-
 // A `moov` of which one track is changed.
 class HeaderEditor {
 public:
-    HeaderEditor(std::vector<std::uint8_t>& moov, std::size_t track) : moov_(moov), track_(track) {}
+    HeaderEditor(std::vector<std::uint8_t>& moov, std::uint32_t trackID) : moov_(moov), trackID_(trackID) {}
 
-    MovieBox track() const {
-        const auto tracks = tracksOf({FourCC("moov"), moov_});
-        return required(track_ < tracks.size() ? std::optional(tracks[track_]) : std::nullopt, "a track");
+    std::optional<MovieBox> track() const {
+        for (const auto& track : tracksOf({FourCC("moov"), moov_}))
+            if (trackIDOf(track) == trackID_)
+                return track;
+        return std::nullopt;
     }
     // Puts a box in the place of another, or behind the last one in `parents`.
     void put(std::span<const MovieBox> parents, const std::optional<MovieBox>& old, std::span<const std::uint8_t> box) {
@@ -141,15 +148,14 @@ private:
     }
 
     std::vector<std::uint8_t>& moov_;
-    std::size_t track_;
+    std::uint32_t trackID_;
 };
 
 void describeLayout(HeaderEditor& editor, const AudioChannelLayout& layout) {
-    const auto track = editor.track();
-    std::vector<MovieBox> parents = {track};
+    std::vector<MovieBox> parents = {required(editor.track(), "trak")};
     for (auto type : sampleDescriptionPath)
         parents.push_back(required(childOf(parents.back(), type), type.text()));
-    const auto entry = required(soundEntry(track), "a sample entry");
+    const auto entry = required(soundEntry(parents.front()), "a sample entry");
     parents.push_back(entry);
     const auto ownBytes = ownBytesOf(entry);
     const auto chnl = childOf(entry, "chnl", ownBytes);
@@ -160,7 +166,7 @@ void describeLayout(HeaderEditor& editor, const AudioChannelLayout& layout) {
 }
 
 void describeLanguage(HeaderEditor& editor, const SoundDescription& description) {
-    const auto track = editor.track();
+    const auto track = required(editor.track(), "trak");
     const auto mdia = required(childOf(track, "mdia"), "mdia");
     const auto mdhd = required(childOf(mdia, "mdhd"), "mdhd");
     const std::size_t offset = mdhd.version() == 1 ? 32 : 20;
@@ -198,10 +204,8 @@ std::optional<SoundDescription> readSoundDescription(const MovieBox& track) {
     const auto hdlr = descendantOf(track, std::array<FourCC, 2>{"mdia", "hdlr"});
     if (!hdlr || readBigEndian(hdlr->field(movieBoxHeaderSize + 8, 4)) != FourCC("soun").value)
         return std::nullopt;
-    const auto tkhd = required(childOf(track, "tkhd"), "tkhd");
     SoundDescription description;
-    description.trackID =
-        std::uint32_t(readBigEndian(tkhd.field(movieBoxHeaderSize + (tkhd.version() == 1 ? 20 : 12), 4)));
+    description.trackID = trackIDOf(track);
     if (const auto elng = descendantOf(track, std::array<FourCC, 2>{"mdia", "elng"}))
         description.extendedLanguageTag = readLanguageTag(*elng);
     if (const auto entry = soundEntry(track))
@@ -236,8 +240,10 @@ std::size_t largestGrowth(const SoundDescription& description) {
     return size;
 }
 
-void describeSound(std::vector<std::uint8_t>& moov, std::size_t track, const SoundDescription& description) {
-    HeaderEditor editor(moov, track);
+void describeSound(std::vector<std::uint8_t>& moov, const SoundDescription& description) {
+    HeaderEditor editor(moov, description.trackID);
+    if (!editor.track())
+        return;
     if (description.layout)
         describeLayout(editor, *description.layout);
     describeLanguage(editor, description);

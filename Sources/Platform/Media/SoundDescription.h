@@ -27,9 +27,9 @@ std::vector<SoundDescription> readSoundDescriptions(const URL& movie);
 // The most that describeSound adds to a `moov`.
 std::size_t largestGrowth(const SoundDescription& description);
 
-// Writes the description into the track at a position of a `moov` (the whole box, with a 32-bit size); trackID is not
-// looked at. The layout goes into `chan`, of a QuickTime sample entry, or into `chnl` of one that has that, if it is
-// not one of loudspeakers. Throws Error when the box is not laid out as a `moov` should be.
-void describeSound(std::vector<std::uint8_t>& moov, std::size_t track, const SoundDescription& description);
+// Writes the description into its track of a `moov` (the whole box, with a 32-bit size), if there is one. The layout
+// goes into `chan`, of a QuickTime sample entry, or into `chnl` of one that has that, if it is not one of loudspeakers.
+// Throws Error when the box is not laid out as a `moov` should be.
+void describeSound(std::vector<std::uint8_t>& moov, const SoundDescription& description);
 
 } // namespace panoveer
