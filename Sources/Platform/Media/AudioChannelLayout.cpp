@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <bit>
-#include <initializer_list>
 #include <utility>
 
 namespace panoveer {
@@ -34,7 +33,7 @@ enum Letter : AudioChannelLabel {
     Mono = AudioChannelLabels::mono,
 };
 
-const std::pair<AudioChannelLayoutTag, std::initializer_list<Letter>> tagTable[] = {
+const std::pair<AudioChannelLayoutTag, std::vector<Letter>> tagTable[] = {
     {Tags::mono, {Mono}},
     {Tags::stereo, {L, R}},
     {Tags::matrixStereo, {Lt, Rt}},

@@ -28,14 +28,21 @@ Track::Ambisonic soundField(int order, AmbisonicNormalization normalization, int
     return {order, normalization, std::max(channelCount - (order + 1) * (order + 1), 0)};
 }
 
+// What one or two channels are taken for about which nothing is said.
+std::vector<AudioChannelLabel> ordinaryLabels(int channelCount) {
+    if (channelCount == 1)
+        return {AudioChannelLabels::mono};
+    return channelCount == 2 ? std::vector{AudioChannelLabels::left, AudioChannelLabels::right}
+                             : std::vector<AudioChannelLabel>();
+}
+
 Track::Kind kindOf(const FFmpegAudioStreamInfo& stream) {
     if (stream.ambisonicOrder)
         return soundField(*stream.ambisonicOrder, AmbisonicNormalization::sn3d, stream.channelCount);
     if (stream.channelMask == 0) {
         if (stream.channelCount >= 3)
             return Track::Discrete{};
-        return stream.channelCount == 1 ? Track::Speakers{{AudioChannelLabels::mono}}
-                                        : Track::Speakers{{AudioChannelLabels::left, AudioChannelLabels::right}};
+        return Track::Speakers{ordinaryLabels(stream.channelCount)};
     }
     Track::Speakers speakers;
     for (const auto id : stream.channelIDs)
@@ -125,7 +132,7 @@ SourceAudioInspector::Classification SourceAudioInspector::classify(int channelC
                                                                     bool isLinearPCM) {
     Classification result{Track::Discrete{}, countingOrder(channelCount)};
     const auto tag = layout ? layout->tag : Tags::unknown;
-    const auto labels = layout ? AudioChannelLayouts::labels(*layout) : std::vector<AudioChannelLabel>();
+    const auto labels = layout ? AudioChannelLayouts::labels(*layout) : ordinaryLabels(channelCount);
     const auto channels = ffmpegChannels(labels);
     const bool namesAllPlaces = channels && !channels->empty() && int(channels->size()) == channelCount;
     // Compressed sound decodes in an order of its own, which readers see differently.

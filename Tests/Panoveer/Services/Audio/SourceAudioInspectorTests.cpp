@@ -56,6 +56,7 @@ AudioChannelLayout tagged(AudioChannelLayoutTag tag) { return {.tag = tag}; }
 INSTANTIATE_TEST_SUITE_P(
     , Classification,
     testing::Values(
+        ClassificationCase{"OrdinaryStereo", 2, {}, {}, true, {Track::Speakers{Labels{1, 2}}, counting(2)}},
         ClassificationCase{"NothingIsKnown", 4, {}, {}, true, {Track::Discrete{}, counting(4)}},
         ClassificationCase{
             "FFmpegSeesASoundField", 4, tagged(Tags::quadraphonic), 1, false, {field(1, sn3d), counting(4)}},
