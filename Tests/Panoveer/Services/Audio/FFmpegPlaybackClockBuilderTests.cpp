@@ -1,6 +1,5 @@
-#include "Panoveer/Services/Audio/FFmpegPlaybackClockBuilder.h"
-
 #include "Panoveer/Services/Audio/FFmpegAudioReader.h"
+#include "Panoveer/Services/Audio/FFmpegPlaybackClockBuilder.h"
 #include "Panoveer/Services/Intake/VideoMetadataReader.h"
 #include "Platform/Core/Error.h"
 #include "Platform/Media/MediaAsset.h"

@@ -11,7 +11,7 @@
 namespace panoveer {
 
 // Shows the luma of the source, fitted into the output by nearest neighbour, without colour: frame numbers survive.
-// Takes BGRA and 8-bit Y'CbCr, writes 8-bit Y'CbCr.
+// Takes BGRA and 8-bit Y'CbCr, writes Y'CbCr.
 class CopyingRenderer final : public ProjectionRenderer {
 public:
     std::function<void(int index)> onRender; // as a picture is started
@@ -58,7 +58,12 @@ private:
             auto* out = to.data + std::size_t(y) * to.rowBytes;
             for (int x = 0; x < to.width; ++x) {
                 const auto column = std::size_t(x * from.width / to.width);
-                out[x] = source.layout().isYCbCr() ? in[column] : std::byte(16 + 219 * int(in[4 * column + 1]) / 255);
+                const auto level =
+                    source.layout().isYCbCr() ? in[column] : std::byte(16 + 219 * int(in[4 * column + 1]) / 255);
+                if (output.layout().bytesPerSample == 1)
+                    out[x] = level;
+                else
+                    out[2 * x] = std::byte(0), out[2 * x + 1] = level; // ten bits lie at the top of their word
             }
         }
         const auto& chroma = output.plane(1);
