@@ -13,6 +13,7 @@
 #include <cmath>
 #include <filesystem>
 #include <mutex>
+#include <numeric>
 #include <utility>
 #include <vector>
 
@@ -27,6 +28,14 @@ std::int64_t estimatedFrameCount(const VideoSettings& settings, MediaTime durati
     const double frameRate = settings.frameDuration.isValid() ? 1 / settings.frameDuration.seconds()
                                                               : settings.expectedSourceFrameRate.value_or(0);
     return std::int64_t(std::ceil(std::max(duration.seconds() * frameRate, 0.0)));
+}
+
+// Edit lists count in units of the movie: the length of sound is told exactly only where a unit is a whole part of a
+// sample.
+std::int32_t exactForSound(std::int32_t movieTimeScale) {
+    constexpr std::int64_t finest = 1'000'000; // seconds of a long movie still fit into 32 bits
+    const auto common = std::lcm(std::int64_t(movieTimeScale), std::int64_t(audioSampleRate));
+    return common <= finest ? std::int32_t(common) : movieTimeScale;
 }
 
 } // namespace
@@ -136,8 +145,8 @@ AudioInput* AssetWriter::addAudioInput(const AudioSettings& settings, std::int64
 }
 
 void AssetWriter::State::setUp(MovieMuxer::Configuration& plan) const {
-    if (videos.empty() && !hasMovieTimeScale)
-        plan.movieTimeScale = audioSampleRate;
+    if (!audios.empty())
+        plan.movieTimeScale = exactForSound(videos.empty() && !hasMovieTimeScale ? 1 : plan.movieTimeScale);
     if (plan.fileType != MovieFileType::quickTimeMovie)
         plan.fragmentInterval = plan.initialFragmentInterval = MediaTime::invalid();
     plan.plannedDuration = durationHint;

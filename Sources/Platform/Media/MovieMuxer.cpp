@@ -254,7 +254,7 @@ void MovieMuxer::completeInitialHeader() {
     file_.readAt(headerStart_, moov);
     const auto mediaStart = headerStart_ + std::int64_t(moov.size());
     const auto& planned = configuration_.plannedDuration;
-    constexpr std::int64_t longest = std::numeric_limits<std::int32_t>::max();
+    constexpr std::int64_t longest = std::numeric_limits<std::uint32_t>::max() - 1;
     const auto duration =
         planned.isValid() && planned.value > 0
             ? av_rescale_rnd(planned.value, configuration_.movieTimeScale, planned.timescale, AV_ROUND_UP)
