@@ -112,8 +112,14 @@ void printText(const ProbedFile& probed) {
     std::cout << std::format("  format     {}\n", describe(probed.detection));
     if (file.contains("container"))
         std::cout << "  container  " << jsonText(file["container"]) << '\n';
-    for (const auto& track : probed.audioTracks)
-        std::cout << std::format("  sound      stream {}: {}\n", streamIndex(track), describe(track));
+    for (const auto& stream : file.value("audio", JSON::array())) {
+        const auto index = stream["stream"].get<int>();
+        const auto track = std::ranges::find(probed.audioTracks, index, streamIndex);
+        std::cout << std::format("  sound      stream {}: {}\n", index,
+                                 track != probed.audioTracks.end()
+                                     ? describe(*track)
+                                     : stream["codec"].get<std::string>() + ", which cannot be decoded");
+    }
 }
 
 void probe(const std::vector<std::string>& paths, bool json, const std::stop_token& stop) {

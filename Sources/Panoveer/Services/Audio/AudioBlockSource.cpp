@@ -2,6 +2,7 @@
 
 #include "Panoveer/Services/Audio/FFmpegAudioReader.h"
 #include "Platform/Core/Error.h"
+#include "Platform/Core/Localization.h"
 #include "Platform/Core/Log.h"
 #include "Platform/Media/AssetAudioReader.h"
 #include "Platform/Media/MediaAsset.h"
@@ -30,7 +31,7 @@ public:
     [[noreturn]] static void throwFailure(const AssetAudioReader& reader) {
         if (reader.error())
             throw Error(*reader.error());
-        throw Error("The sound could not be decoded.", std::string(mediaErrorDomain));
+        throw Error(localized("error.export.reader_failed"), std::string(mediaErrorDomain));
     }
 
 private:
@@ -72,7 +73,7 @@ std::unique_ptr<AudioBlockSource> openNativeAudio(const URL& url, std::int32_t t
     const auto asset = MediaAsset::load(url);
     const auto track = std::ranges::find(asset->audioTracks(), trackID, &AudioTrack::streamIndex);
     if (track == asset->audioTracks().end())
-        throw Error("The audio track is gone from " + url.lastPathComponent() + ".", std::string(mediaErrorDomain));
+        throw Error(localized("error.export.reader_failed"), std::string(mediaErrorDomain)); // another file by now
     AssetAudioReader reader(asset, *track, startSeconds, convertTo);
     if (!reader.startReading())
         NativeSource::throwFailure(reader);

@@ -1,6 +1,7 @@
 #include "Panoveer/Services/Audio/SourceAudioInspector.h"
 
 #include "Panoveer/Services/Audio/AudioChannelLayouts.h"
+#include "Panoveer/Services/Audio/FFmpegAudioReader.h"
 #include "Platform/Core/Log.h"
 
 #include <algorithm>
@@ -69,6 +70,18 @@ std::vector<AudioTrack> nativeTracks(const URL& url) {
     }
 }
 
+// A stream that no decoder opens is as good as none.
+bool canOpen(const URL& url, const FFmpegAudioStreamInfo& stream) {
+    try {
+        FFmpegAudioReader(url, stream.streamIndex, 0, 0, 0);
+        return true;
+    } catch (const FFmpegReaderError& error) {
+        logger.warning("audio left out file={} stream={} error={}", url.lastPathComponent(), stream.streamIndex,
+                       error.what());
+        return false;
+    }
+}
+
 // The scaling that the tag names, when it names one.
 std::optional<AmbisonicNormalization> normalizationOf(AudioChannelLayoutTag tag) {
     if ((tag & layoutNumber) == Tags::hoaACNSN3D)
@@ -86,10 +99,12 @@ std::vector<SourceAudioTrack> SourceAudioInspector::tracks(const URL& url, bool 
         const auto natives = usesFFmpegDecode ? std::vector<AudioTrack>{} : nativeTracks(url);
         std::vector<SourceAudioTrack> result;
         for (const auto& track : natives)
-            result.push_back(inspect(track, streams));
+            if (track.isDecodable)
+                result.push_back(inspect(track, streams));
         if (natives.empty())
             for (const auto& stream : streams)
-                result.push_back(inspect(stream));
+                if (canOpen(url, stream))
+                    result.push_back(inspect(stream));
         return result;
     } catch (const std::exception& error) {
         logger.error("audio of {} could not be inspected: {}", url.lastPathComponent(), error.what());

@@ -20,8 +20,8 @@ struct SourceAudioInspector {
         friend bool operator==(const Classification&, const Classification&) = default;
     };
 
-    // The tracks in file order, for the road by which the file's picture is decoded. Never throws: a file whose sound
-    // cannot be read has no tracks.
+    // The tracks in file order, for the road by which the file's picture is decoded, without those that no decoder
+    // opens. Never throws: a file whose sound cannot be read has no tracks.
     static std::vector<SourceAudioTrack> tracks(const URL& url, bool usesFFmpegDecode) noexcept;
 
     static SourceAudioTrack inspect(const FFmpegAudioStreamInfo& stream);

@@ -121,6 +121,22 @@ TEST(SourceAudioFileTest, TellsLanguagesAndLivesWithoutAFile) {
     EXPECT_THAT(SourceAudioInspector::tracks(URL::fromFilePath(folder / "missing.mov"), false), IsEmpty());
 }
 
+TEST(SourceAudioFileTest, LeavesOutWhatNoDecoderOpens) {
+    const test::TemporaryFolder folder;
+    const auto file = test::makeMovie(folder, movie("a.mkv", {{.codec = "ac3"}, {.codec = "aac"}}));
+    auto bytes = test::readFile(file);
+    const std::string codec = "A_AC3";
+    const auto name = std::ranges::search(bytes, codec);
+    ASSERT_FALSE(name.empty());
+    name.front() = 'X';
+    test::writeFile(file, bytes);
+    for (const bool usesFFmpegDecode : {false, true}) {
+        const auto tracks = SourceAudioInspector::tracks(URL::fromFilePath(file), usesFFmpegDecode);
+        ASSERT_THAT(tracks, SizeIs(1));
+        EXPECT_THAT(tracks[0].codecDescription, testing::ContainsRegex("AAC|aac"));
+    }
+}
+
 // One channel of what a source gives from a time on, at so many frames, with 0 where it gives nothing.
 std::vector<float> samples(AudioBlockSource& source, double start, std::size_t frames) {
     std::vector<float> result(frames);
