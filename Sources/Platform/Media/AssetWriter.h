@@ -92,8 +92,8 @@ public:
     AssetWriter(const AssetWriter&) = delete;
     AssetWriter& operator=(const AssetWriter&) = delete;
 
-    // Before startWriting. Where there is sound, the movie's timescale becomes the smallest multiple of this one in which
-    // the length of the sound is exact.
+    // Before startWriting. Where there is sound, the movie's timescale becomes the smallest multiple of this one in
+    // which the length of the sound is exact.
     void setMovieTimeScale(std::int32_t timescale);
     void setInitialMovieFragmentInterval(MediaTime interval);
     void setMovieFragmentInterval(MediaTime interval);

@@ -112,10 +112,10 @@ std::optional<AudioChannelLayout> audioChannelLayout(const AVChannelLayout& layo
     const auto count = layout.nb_channels;
     if (layout.order == AV_CHANNEL_ORDER_AMBISONIC)
         return AudioChannelLayout{AudioChannelLayoutTags::hoaACNSN3D | std::uint32_t(count), 0, {}};
-    if (count < 1 || layout.order == AV_CHANNEL_ORDER_UNSPEC)
-        return std::nullopt;
     if (count == 1)
         return AudioChannelLayout{AudioChannelLayoutTags::mono, 0, {}};
+    if (layout.order == AV_CHANNEL_ORDER_UNSPEC)
+        return count == 2 ? std::optional(AudioChannelLayout{AudioChannelLayoutTags::stereo, 0, {}}) : std::nullopt;
     std::vector<AudioChannelLabel> labels;
     for (int i = 0; i < count; ++i)
         labels.push_back(labelOfChannel(av_channel_layout_channel_from_index(&layout, unsigned(i))));

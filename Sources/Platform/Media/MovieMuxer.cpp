@@ -52,8 +52,8 @@ MovieMuxer::MovieMuxer(const std::filesystem::path& path, const Configuration& c
     limitLibAVLog();
     AVFormatContext* context = nullptr;
     const bool isQuickTime = configuration.fileType == MovieFileType::quickTimeMovie;
-    const char* format = isQuickTime ? "mov" : configuration.fileType == MovieFileType::m4a ? "ipod" : "mp4";
-    throwIfFailed(avformat_alloc_output_context2(&context, nullptr, format, nullptr), "Cannot make a movie");
+    throwIfFailed(avformat_alloc_output_context2(&context, nullptr, isQuickTime ? "mov" : "mp4", nullptr),
+                  "Cannot make a movie");
     muxer_.reset(context);
     context->pb = file_.context();
     for (int i = 0; i < trackCount; ++i)
@@ -97,6 +97,8 @@ void MovieMuxer::writeHeader() {
     AVDictionary* options = nullptr;
     av_dict_set_int(&options, "movie_timescale", configuration_.movieTimeScale, 0);
     av_dict_set_int(&options, "video_track_timescale", configuration_.videoTimeScale, 0);
+    if (configuration_.fileType == MovieFileType::m4a)
+        av_dict_set(&options, "brand", "M4A ", 0);
     if (isFragmented()) {
         av_dict_set(&options, "movflags", "hybrid_fragmented+frag_custom", 0);
         av_dict_set(&options, "use_editlist", "1", 0);

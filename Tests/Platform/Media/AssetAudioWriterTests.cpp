@@ -7,11 +7,14 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <atomic>
+#include <cerrno>
 #include <cmath>
+#include <csignal>
 #include <format>
 #include <numbers>
 #include <thread>
@@ -63,8 +66,8 @@ struct SoundCase {
     bool hasPictures = true;
 
     AudioSettings settings() const {
-        return {codec, channelCount, inputLayout, writerLayout, 96'000 * channelCount, languageCode,
-                extendedLanguageTag};
+        return {codec,        channelCount,       inputLayout, writerLayout, 96'000 * channelCount,
+                languageCode, extendedLanguageTag};
     }
 };
 
@@ -155,6 +158,17 @@ void expectSound(const ReadSound& sound, const SoundCase& expected, std::int64_t
     EXPECT_LT(beep, beepFrame + beepLength + 1) << reader;
 }
 
+// When the pictures turn white.
+double firstWhiteSeconds(const std::shared_ptr<const MediaAsset>& asset) {
+    AssetReader reader(asset, 0, 100);
+    reader.addOutput(asset->videoTracks().front(), pixelFormat::yCbCr420VideoRange);
+    reader.startReading();
+    while (const auto picture = reader.copyNextSampleBuffer())
+        if (std::to_integer<int>(*picture->imageBuffer->plane(0).data) > 128)
+            return picture->presentationSeconds;
+    return -1;
+}
+
 class SoundTracks : public testing::TestWithParam<SoundCase> {};
 
 TEST_P(SoundTracks, ComeBackToTheSampleWithAllThatIsSaidOfThem) {
@@ -187,12 +201,7 @@ TEST_P(SoundTracks, ComeBackToTheSampleWithAllThatIsSaidOfThem) {
         EXPECT_THAT(topLevelBoxes(path), testing::ElementsAre("ftyp", "moov", "free", "mdat"));
     if (!sound.hasPictures)
         return;
-    AssetReader reader(asset, 0, 100);
-    reader.addOutput(asset->videoTracks().front(), pixelFormat::yCbCr420VideoRange);
-    ASSERT_TRUE(reader.startReading());
-    while (const auto picture = reader.copyNextSampleBuffer())
-        EXPECT_EQ(std::to_integer<int>(*picture->imageBuffer->plane(0).data) > 128,
-                  picture->presentationSeconds >= double(beepFrame) / audioSampleRate - 1e-9);
+    EXPECT_EQ(firstWhiteSeconds(asset), double(beepFrame) / audioSampleRate);
 }
 
 const auto labelsOf = [](const AudioChannelLayoutTag tag) {
@@ -202,36 +211,205 @@ constexpr auto mp4 = MovieFileType::mp4, mov = MovieFileType::quickTimeMovie, m4
 
 INSTANTIATE_TEST_SUITE_P(
     All, SoundTracks,
-    testing::Values(
-        SoundCase{"MonoAAC", mp4, Codec::aac, 1, tagged(Tags::mono), tagged(Tags::mono), "mp4a"},
-        SoundCase{"StereoAACAlone", m4a, Codec::aac, 2, tagged(Tags::stereo), tagged(Tags::stereo), "mp4a",
-                  labelsOf(Tags::stereo), std::nullopt, std::nullopt, false},
-        SoundCase{"StereoAACInQuickTime", mov, Codec::aac, 2, tagged(Tags::stereo), tagged(Tags::stereo), "mp4a",
-                  labelsOf(Tags::stereo)},
-        SoundCase{"ThreeOfAAC", mp4, Codec::aac, 3, tagged(Tags::mpeg30A), tagged(Tags::mpeg30B), "mp4a",
-                  labelsOf(Tags::mpeg30A)},
-        SoundCase{"AmbisonicAAC", mp4, Codec::aac, 4, tagged(Tags::quadraphonic), tagged(Tags::quadraphonic), "mp4a",
-                  labelsOf(Tags::quadraphonic)},
-        SoundCase{"AmbisonicAACInQuickTime", mov, Codec::aac, 4, tagged(Tags::hoaACNSN3D | 4),
-                  tagged(Tags::hoaACNSN3D | 4), "mp4a"},
-        SoundCase{"FiveOfAAC", mp4, Codec::aac, 5, tagged(Tags::mpeg50A), tagged(Tags::mpeg50D), "mp4a",
-                  labelsOf(Tags::mpeg50A)},
-        SoundCase{"SurroundAAC", mp4, Codec::aac, 6, tagged(Tags::mpeg51A), tagged(Tags::mpeg51D), "mp4a",
-                  labelsOf(Tags::mpeg51A)},
-        SoundCase{"SurroundAACInQuickTime", mov, Codec::aac, 6, tagged(Tags::mpeg51A), tagged(Tags::mpeg51D), "mp4a",
-                  labelsOf(Tags::mpeg51A)},
-        SoundCase{"MonoPCM", mov, Codec::linearPCM24, 1, tagged(Tags::mono), tagged(Tags::mono), "in24"},
-        SoundCase{"SurroundPCM", mov, Codec::linearPCM24, 6, labelsOf(Tags::mpeg51A), labelsOf(Tags::mpeg51A), "in24",
-                  std::nullopt, "deu", std::nullopt},
-        SoundCase{"DiscretePCM", mov, Codec::linearPCM24, 6, tagged(Tags::discreteInOrder | 6),
-                  tagged(Tags::discreteInOrder | 6), "in24"},
-        SoundCase{"ThirdOrderPCM", mov, Codec::linearPCM24, 16, tagged(Tags::hoaACNSN3D | 16),
-                  tagged(Tags::hoaACNSN3D | 16), "in24"},
-        SoundCase{"SixtyFourOfPCM", mov, Codec::linearPCM24, 64, tagged(Tags::discreteInOrder | 64),
-                  tagged(Tags::discreteInOrder | 64), "in24"},
-        SoundCase{"SurroundPCMInMP4", mp4, Codec::linearPCM24, 6, tagged(Tags::mpeg51A), tagged(Tags::mpeg51A), "ipcm",
-                  labelsOf(Tags::mpeg51A)}),
+    testing::Values(SoundCase{"MonoAAC", mp4, Codec::aac, 1, tagged(Tags::mono), tagged(Tags::mono), "mp4a"},
+                    SoundCase{"StereoAACAlone", m4a, Codec::aac, 2, tagged(Tags::stereo), tagged(Tags::stereo), "mp4a",
+                              labelsOf(Tags::stereo), std::nullopt, std::nullopt, false},
+                    SoundCase{"StereoAACInQuickTime", mov, Codec::aac, 2, tagged(Tags::stereo), tagged(Tags::stereo),
+                              "mp4a", labelsOf(Tags::stereo)},
+                    SoundCase{"ThreeOfAAC", mp4, Codec::aac, 3, tagged(Tags::mpeg30A), tagged(Tags::mpeg30B), "mp4a",
+                              labelsOf(Tags::mpeg30A)},
+                    SoundCase{"AmbisonicAAC", mp4, Codec::aac, 4, tagged(Tags::quadraphonic),
+                              tagged(Tags::quadraphonic), "mp4a", labelsOf(Tags::quadraphonic)},
+                    SoundCase{"AmbisonicAACInQuickTime", mov, Codec::aac, 4, tagged(Tags::hoaACNSN3D | 4),
+                              tagged(Tags::hoaACNSN3D | 4), "mp4a"},
+                    SoundCase{"FiveOfAAC", mp4, Codec::aac, 5, tagged(Tags::mpeg50A), tagged(Tags::mpeg50D), "mp4a",
+                              labelsOf(Tags::mpeg50A)},
+                    SoundCase{"SurroundAAC", mp4, Codec::aac, 6, tagged(Tags::mpeg51A), tagged(Tags::mpeg51D), "mp4a",
+                              labelsOf(Tags::mpeg51A)},
+                    SoundCase{"SurroundAACInQuickTime", mov, Codec::aac, 6, tagged(Tags::mpeg51A),
+                              tagged(Tags::mpeg51D), "mp4a", labelsOf(Tags::mpeg51A)},
+                    SoundCase{"MonoPCM", mov, Codec::linearPCM24, 1, tagged(Tags::mono), tagged(Tags::mono), "in24"},
+                    SoundCase{"SurroundPCM", mov, Codec::linearPCM24, 6, labelsOf(Tags::mpeg51A),
+                              labelsOf(Tags::mpeg51A), "in24", std::nullopt, "deu", std::nullopt},
+                    SoundCase{"DiscretePCM", mov, Codec::linearPCM24, 6, tagged(Tags::discreteInOrder | 6),
+                              tagged(Tags::discreteInOrder | 6), "in24"},
+                    SoundCase{"ThirdOrderPCM", mov, Codec::linearPCM24, 16, tagged(Tags::hoaACNSN3D | 16),
+                              tagged(Tags::hoaACNSN3D | 16), "in24"},
+                    SoundCase{"SixtyFourOfPCM", mov, Codec::linearPCM24, 64, tagged(Tags::discreteInOrder | 64),
+                              tagged(Tags::discreteInOrder | 64), "in24"},
+                    SoundCase{"SurroundPCMInMP4", mp4, Codec::linearPCM24, 6, tagged(Tags::mpeg51A),
+                              tagged(Tags::mpeg51A), "ipcm", labelsOf(Tags::mpeg51A)}),
     [](const auto& info) { return std::string(info.param.name); });
+
+// Runs the work in a process of its own, which ends without any cleaning up.
+template<class Work>
+bool succeedsInProcess(const Work& work) {
+    const auto child = fork();
+    if (child == 0)
+        _exit(work() ? 0 : 1);
+    int status = 0;
+    waitpid(child, &status, 0);
+    return WIFEXITED(status) && WEXITSTATUS(status) == 0;
+}
+
+class KilledSound : public testing::TestWithParam<SoundCase> {};
+
+TEST_P(KilledSound, PlaysInStepWithThePicturesToTheLastFragment) {
+    const TemporaryFolder folder;
+    const auto path = folder / "movie.mov";
+    ASSERT_TRUE(succeedsInProcess([&] {
+        Writing writing(path, GetParam());
+        bool isWritten = writing.writer.startWriting();
+        writing.append(20 * audioSampleRate);
+        _exit(isWritten ? 0 : 1); // before the writer can clean up
+        return true;
+    }));
+    EXPECT_THAT(topLevelBoxes(path),
+                testing::ElementsAre("ftyp", "wide", "moov", "free", "mdat", "moof", "mdat", "moof", "mdat"));
+    const auto& sound = GetParam();
+    for (const auto& read : {readSound(path), decodeSound(path, 0, sound.channelCount)}) {
+        EXPECT_EQ(read.seconds, 0);
+        EXPECT_NEAR(double(read.frames()) / audioSampleRate, 11, 0.5);
+        for (int channel = 0; channel < sound.channelCount; ++channel)
+            EXPECT_GT(signalToNoise(read, channel), 18) << channel;
+    }
+    EXPECT_NEAR(double(readSound(path, 0, 7.77).frames()) / audioSampleRate, 11 - 7.77, 0.5);
+    const auto asset = MediaAsset::load(URL::fromFilePath(path));
+    EXPECT_EQ(asset->audioTracks().front().layout, sound.readLayout ? sound.readLayout : sound.writerLayout);
+    EXPECT_EQ(asset->audioTracks().front().extendedLanguageTag, sound.extendedLanguageTag);
+    EXPECT_EQ(firstWhiteSeconds(asset), double(beepFrame) / audioSampleRate);
+}
+
+INSTANTIATE_TEST_SUITE_P(All, KilledSound,
+                         testing::Values(SoundCase{"AAC", mov, Codec::aac, 2, tagged(Tags::stereo),
+                                                   tagged(Tags::stereo), "mp4a", labelsOf(Tags::stereo)},
+                                         SoundCase{"PCM", mov, Codec::linearPCM24, 4, tagged(Tags::hoaACNSN3D | 4),
+                                                   tagged(Tags::hoaACNSN3D | 4), "in24"}),
+                         [](const auto& info) { return std::string(info.param.name); });
+
+const SoundCase stereo{"Stereo", mov, Codec::linearPCM24, 2, tagged(Tags::stereo), tagged(Tags::stereo), "in24"};
+
+// Appends sound on a thread of its own until the end or until it is refused.
+struct Feeder {
+    std::atomic<std::int64_t> frames = 0;
+    std::jthread thread;
+
+    Feeder(AudioInput& input, const std::shared_ptr<const AudioFormatDescription>& format, std::int64_t total)
+        : thread([this, &input, format, total] {
+              while (frames < total && input.append(block(format, frames, audioSampleRate / 10)))
+                  frames += audioSampleRate / 10;
+              input.markAsFinished();
+          }) {}
+};
+
+TEST(AssetWriter, HoldsATrackBackThatIsFarAheadOfAnother) {
+    constexpr std::int64_t seconds = 40;
+    const TemporaryFolder folder;
+    Writing writing(folder / "movie.mov", stereo);
+    ASSERT_TRUE(writing.writer.startWriting());
+    {
+        const Feeder feeder(*writing.audio, writing.format, seconds * audioSampleRate);
+        // The lead, the queue, and the blocks that are under way.
+        constexpr std::int64_t most = 13 * audioSampleRate;
+        for (int index = 0; index < seconds * frameRate; ++index) {
+            if (index % (10 * frameRate) == 0)
+                for (int refusals = 0; refusals < 20'000;
+                     refusals = writing.audio->isReadyForMoreMediaData() ? 0 : refusals + 1)
+                    std::this_thread::yield();
+            EXPECT_LE(feeder.frames, most + std::int64_t(index) * samplesPerPicture);
+            ASSERT_TRUE(writing.video->append(flash(index), {index, frameRate}));
+        }
+    }
+    writing.finish();
+    EXPECT_EQ(readSound(folder / "movie.mov").frames(), seconds * audioSampleRate);
+}
+
+TEST(AssetWriter, LetsGoOfATrackThatWaitsForAnotherWhenItIsCancelled) {
+    const TemporaryFolder folder;
+    Writing writing(folder / "movie.mov", stereo);
+    ASSERT_TRUE(writing.writer.startWriting());
+    const Feeder feeder(*writing.audio, writing.format, 1000 * audioSampleRate);
+    while (feeder.frames < 10 * audioSampleRate)
+        std::this_thread::yield();
+    writing.writer.cancelWriting();
+    EXPECT_FALSE(std::filesystem::exists(folder / "movie.mov"));
+    EXPECT_FALSE(writing.writer.error());
+}
+
+TEST(FullDisk, FailsTheWriterAndLeavesTheSoundThatWasWritten) {
+    const TemporaryFolder folder;
+    const auto path = folder / "movie.mov";
+    ASSERT_TRUE(succeedsInProcess([&] {
+        std::signal(SIGXFSZ, SIG_IGN);
+        const rlimit limit{4 << 20, 4 << 20};
+        setrlimit(RLIMIT_FSIZE, &limit);
+        auto sound = stereo;
+        sound.hasPictures = false;
+        Writing writing(path, sound);
+        if (!writing.writer.startWriting())
+            return false;
+        std::int64_t frame = 0;
+        while (writing.audio->append(block(writing.format, frame, 4800)))
+            frame += 4800;
+        _exit(!writing.writer.finishWriting() && writing.writer.error()->code() == EFBIG ? 0 : 1);
+        return true;
+    }));
+    EXPECT_NEAR(double(readSound(path).frames()) / audioSampleRate, 11, 0.2);
+}
+
+TEST(AssetWriter, FillsGapsOfSoundWithSilenceAndCutsWhatIsBeforeTheSession) {
+    const TemporaryFolder folder;
+    auto sound = stereo;
+    sound.fileType = m4a;
+    sound.codec = Codec::linearPCM24;
+    sound.hasPictures = false;
+    Writing writing(folder / "sound.m4a", sound);
+    ASSERT_TRUE(writing.writer.startWriting());
+    writing.writer.startSession({1, 1});
+    // From half a second before the session's start to as long behind it; a gap; then without a time.
+    EXPECT_TRUE(writing.audio->append(block(writing.format, audioSampleRate / 2, audioSampleRate)));
+    EXPECT_TRUE(writing.audio->append(block(writing.format, 2 * audioSampleRate, 1000)));
+    auto untimed = block(writing.format, 2 * audioSampleRate + 1000, 1000);
+    untimed.presentationTime.reset();
+    EXPECT_TRUE(writing.audio->append(std::move(untimed)));
+    writing.finish();
+    const auto read = readSound(folder / "sound.m4a");
+    ASSERT_EQ(read.frames(), audioSampleRate + 2000);
+    for (std::int64_t frame = 0; frame < read.frames(); ++frame) {
+        const bool isSilent = frame >= audioSampleRate / 2 && frame < audioSampleRate;
+        ASSERT_NEAR(read.at(frame, 1), isSilent ? 0 : sampleAt(frame + audioSampleRate, 1), 1e-6) << frame;
+    }
+}
+
+TEST(AssetWriter, SaysWhySoundCannotBeWrittenAndFailsOnBlocksThatDoNotBelong) {
+    const TemporaryFolder folder;
+    const AssetWriter writer(URL::fromFilePath(folder / "movie.mov"), mov);
+    const auto refusal = [&](auto change) {
+        auto settings = stereo.settings();
+        settings.codec = Codec::aac;
+        change(settings);
+        std::string reason;
+        EXPECT_FALSE(writer.canApply(settings, &reason));
+        return reason;
+    };
+    EXPECT_THAT(refusal([](auto& settings) { settings.bitRate = 0; }), testing::HasSubstr("bit rate"));
+    EXPECT_THAT(refusal([](auto& settings) { settings.channelCount = 65; }), testing::HasSubstr("65 channels"));
+    EXPECT_THAT(refusal([](auto& settings) { settings.channelCount = 6; }), testing::HasSubstr("layout"));
+    EXPECT_THAT(refusal([](auto& settings) {
+                    settings.channelCount = 7;
+                    settings.inputLayout = settings.writerLayout = tagged(Tags::discreteInOrder | 7);
+                }),
+                testing::HasSubstr("7 channels"));
+
+    for (const std::int64_t position : {999, 0}) {
+        std::filesystem::remove(folder / "movie.mov");
+        Writing writing(folder / "movie.mov", stereo);
+        ASSERT_TRUE(writing.writer.startWriting());
+        EXPECT_TRUE(writing.audio->append(block(writing.format, 0, 1000)));
+        EXPECT_FALSE(writing.audio->append(block(writing.format, position, 1000)));
+        EXPECT_EQ(writing.writer.status(), Status::failed);
+    }
+}
 
 } // namespace
 } // namespace panoveer::test

@@ -22,9 +22,8 @@ ReadSound readSound(const std::filesystem::path& movie, std::size_t track, doubl
             sound.channelCount = block->channelCount;
             sound.seconds = block->presentationSeconds.value();
         }
-        const auto position = block->presentationSeconds
-                                  ? std::llround((*block->presentationSeconds - sound.seconds) * 48000)
-                                  : end;
+        const auto position =
+            block->presentationSeconds ? std::llround((*block->presentationSeconds - sound.seconds) * 48000) : end;
         if (position < end || block->channelCount != sound.channelCount ||
             std::int64_t(block->samples.size()) != block->frames * block->channelCount)
             throw std::runtime_error(std::format("A block at {} behind {}", position, end));
