@@ -5,9 +5,11 @@
 #include "Platform/Core/Localization.h"
 #include "Platform/Core/Log.h"
 #include "Platform/Media/AssetAudioReader.h"
+#include "Platform/Media/AudioSampleBuffer.h"
 #include "Platform/Media/MediaAsset.h"
 
 #include <algorithm>
+#include <cmath>
 
 namespace panoveer {
 
@@ -50,8 +52,9 @@ public:
                 auto frame = reader_.copyNextFrame();
                 if (!frame)
                     return std::nullopt;
-                return AudioBlock{std::move(frame->samples), frame->sampleCount, frame->channelCount,
-                                  frame->ptsSeconds};
+                const double seconds = runningTime(*frame);
+                end_ = seconds + double(frame->sampleCount) / audioSampleRate;
+                return AudioBlock{std::move(frame->samples), frame->sampleCount, frame->channelCount, seconds};
             } catch (const FFmpegReaderError& error) {
                 if (failures == mostFailuresInARow)
                     throw;
@@ -62,8 +65,16 @@ public:
     }
 
 private:
+    // Sound that runs on is timed by its samples: Matroska counts milliseconds, and other time stamps wander, too. Only
+    // a jump is believed to them; a lost packet leaves a larger gap.
+    double runningTime(const FFmpegDecodedAudioFrame& frame) const {
+        const double jitterSeconds = std::min(0.010, 0.5 * double(frame.sampleCount) / audioSampleRate);
+        return end_ && std::abs(frame.ptsSeconds - *end_) <= jitterSeconds ? *end_ : frame.ptsSeconds;
+    }
+
     std::string name_;
     FFmpegAudioReader reader_;
+    std::optional<double> end_; // of the last block
 };
 
 } // namespace

@@ -34,8 +34,8 @@ std::unique_ptr<AudioBlockSource> openNativeAudio(const URL& url, std::int32_t t
                                                   const std::optional<AudioChannelLayout>& convertTo);
 
 // The FFmpeg road: a stream with its own channels or, with a mask, in that native layout. A negative index means the
-// best stream, a duration of 0 up to the end. Packets that do not decode are passed over; only when many follow each
-// other is the source given up. Throws FFmpegReaderError.
+// best stream, a duration of 0 up to the end. Times that wander by less than 10 ms are evened out. Packets that do not
+// decode are passed over; only when many follow each other is the source given up. Throws FFmpegReaderError.
 std::unique_ptr<AudioBlockSource> openFFmpegAudio(const URL& url, std::int32_t streamIndex, double startSeconds,
                                                   double durationSeconds, std::uint64_t channelMask);
 
