@@ -2,7 +2,7 @@
 #include "Panoveer/Services/Audio/FFmpegAudioReader.h"
 #include "Panoveer/Services/Audio/SourceAudioInspector.h"
 #include "Platform/Media/AudioSampleBuffer.h"
-#include "Support/MediaFactory.h"
+#include "Support/SpatialAudioBox.h"
 
 #include <gmock/gmock.h>
 
@@ -38,21 +38,11 @@ std::vector<std::string> kinds(const fs::path& movie, bool usesFFmpegDecode) {
     return result;
 }
 
-// Marks the sound of a movie as ambisonic.
-void appendSpatialAudio(const fs::path& movie, const std::string& entry, std::uint8_t order, std::uint8_t channels,
-                        bool headLocked) {
-    std::vector<std::uint8_t> payload = {0,       std::uint8_t(headLocked ? 0x80 : 0), 0, 0, 0, order, 0, 0, 0, 0, 0,
-                                         channels};
-    for (std::uint8_t channel = 0; channel < channels; ++channel)
-        payload.insert(payload.end(), {0, 0, 0, channel});
-    test::appendBox(movie, {"moov", "trak:1", "mdia", "minf", "stbl", "stsd", entry}, "SA3D", payload);
-}
-
 struct FileCase {
     const char* name;
     test::MovieSpec movie;
     std::string sampleEntry = {}; // gets an SA3D box
-    std::uint8_t order = 0, channels = 0;
+    int order = 0, channels = 0;
     bool headLocked = false;
     std::vector<std::string> expected;
 };
@@ -66,7 +56,7 @@ TEST_P(SourceAudioFile, IsRecognisedOnBothRoads) {
     const test::TemporaryFolder folder;
     const auto movie = test::makeMovie(folder, given.movie);
     if (!given.sampleEntry.empty())
-        appendSpatialAudio(movie, given.sampleEntry, given.order, given.channels, given.headLocked);
+        test::appendSpatialAudio(movie, given.sampleEntry, given.order, given.channels, given.headLocked);
     EXPECT_EQ(kinds(movie, false), given.expected);
     EXPECT_EQ(kinds(movie, true), given.expected);
 }

@@ -6,7 +6,7 @@
 #include "Panoveer/Services/Export/VRNativeExporter.h"
 #include "Platform/Media/AssetReader.h"
 #include "Platform/Media/AudioSampleBuffer.h"
-#include "Support/MediaFactory.h"
+#include "Support/SpatialAudioBox.h"
 
 #include <gmock/gmock.h>
 #include <nlohmann/json.hpp>
@@ -131,15 +131,6 @@ protected:
     Events events;
 };
 
-void appendSpatialAudio(const fs::path& movie, const std::string& entry, std::uint8_t order, std::uint8_t channels,
-                        bool headLocked) {
-    std::vector<std::uint8_t> payload = {0,       std::uint8_t(headLocked ? 0x80 : 0), 0, 0, 0, order, 0, 0, 0, 0, 0,
-                                         channels};
-    for (std::uint8_t channel = 0; channel < channels; ++channel)
-        payload.insert(payload.end(), {0, 0, 0, channel});
-    test::appendBox(movie, {"moov", "trak:1", "mdia", "minf", "stbl", "stsd", entry}, "SA3D", payload);
-}
-
 // Channel c of a source is a sine of 220 (c + 1) Hz at 0.25.
 struct DeliveryCase {
     const char* name;
@@ -170,8 +161,7 @@ TEST_P(Delivery, HasTheChannelsAndSaysWhatTheyAre) {
     settings.audioMode = given.mode;
     const auto source = clip({.name = "a.mov", .frameCount = 45, .audio = {{.layout = given.layout}}});
     if (given.order >= 0)
-        appendSpatialAudio(source.sourceURL.path(), "sowt", std::uint8_t(given.order), std::uint8_t(given.channels),
-                           given.headLocked);
+        test::appendSpatialAudio(source.sourceURL.path(), "sowt", given.order, given.channels, given.headLocked);
     const auto movie = run({source});
 
     const auto tracks = SourceAudioInspector::tracks(URL::fromFilePath(movie), false);
@@ -276,7 +266,7 @@ INSTANTIATE_TEST_SUITE_P(, Delivery,
 
 TEST_F(ExportAudioMovieTest, SplicesStereoIntoASoundField) {
     const auto field = clip({.name = "a.mov", .audio = {{.layout = "ambisonic 1"}}});
-    appendSpatialAudio(field.sourceURL.path(), "sowt", 1, 4, false);
+    test::appendSpatialAudio(field.sourceURL.path(), "sowt", 1, 4);
     const auto movie = run({field, clip({.name = "b.mov", .audio = {{.layout = "stereo"}}}), clip({.name = "c.mov"})});
     auto sound = soundOf(movie, 1);
     ASSERT_EQ(sound.frames(), 90 * framesPerPicture);
