@@ -9,6 +9,7 @@
 #include <atomic>
 #include <cmath>
 #include <new>
+#include <numeric>
 #include <utility>
 
 extern "C" {
@@ -73,6 +74,26 @@ struct AssetAudioReader::State {
         return !sound.seconds || !pieceSeconds || std::abs(*sound.seconds - pieceEnd) <= timeTolerance;
     }
 
+    // Makes a piece that begins ahead of the start begin on a whole frame of 48,000 Hz, so that the same sound comes
+    // out of the resampler from whatever start.
+    void alignToOutput(DecodedSound& sound) const {
+        constexpr double inaudible = 0.1; // seconds ahead of the start
+        const int rate = sound.frame->sample_rate;
+        if (!sound.seconds || *sound.seconds > startSeconds - inaudible)
+            return;
+        const int period = rate / std::gcd(rate, int(audioSampleRate));
+        for (int skip = 0; skip < std::min(period, sound.count); ++skip) {
+            const double frame = (*sound.seconds + double(skip) / rate) * audioSampleRate;
+            constexpr double exact = 1e-3;
+            if (std::abs(frame - std::round(frame)) > exact)
+                continue;
+            sound.first += skip;
+            sound.count -= skip;
+            *sound.seconds = std::round(frame) / audioSampleRate;
+            return;
+        }
+    }
+
     void begin(const DecodedSound& sound) {
         hasBegun = true;
         pieceSeconds = sound.seconds;
@@ -90,6 +111,7 @@ struct AssetAudioReader::State {
         std::vector<float> samples;
         while (samples.empty()) {
             if (ahead) {
+                alignToOutput(*ahead);
                 begin(*ahead);
                 convert(*std::exchange(ahead, std::nullopt), samples);
                 continue;

@@ -58,16 +58,17 @@ public:
 };
 
 // Encodes the sound of one track on a thread of its own, behind a bounded queue, as VideoInput does; the same rules for
-// threads. Its queue also fills up while the other tracks of the movie are far behind, so that a writer that is given
-// all tracks in step never holds more than a few seconds of any.
+// threads. The queue of every input also fills up while its track is some seconds ahead of another one, until that has
+// caught up: whoever feeds several tracks from one thread goes by their readiness.
 class AudioInput {
 public:
     virtual ~AudioInput() = default;
 
     // As for VideoInput.
     virtual bool isReadyForMoreMediaData() const = 0;
-    // Hands one block over, blocking while there is no room. A block follows the one before without a gap or overlap,
-    // or tells no time at all; frames before the session's start are left out. False as for VideoInput.
+    // Hands one block over, blocking while there is no room. A block without a time follows the one before; a gap
+    // between two is filled with silence, an overlap makes the writer fail. Frames before the session's start are left
+    // out. False as for VideoInput.
     virtual bool append(AudioSampleBuffer buffer) = 0;
     virtual void markAsFinished() = 0;
 };

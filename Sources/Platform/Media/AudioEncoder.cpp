@@ -84,8 +84,12 @@ public:
             for (std::size_t channel = 0; channel < channelCount_; ++channel) {
                 auto* plane = reinterpret_cast<float*>(pending_->extended_data[channel]) + filled_;
                 const auto* source = rest.data() + positions_[channel];
-                for (std::size_t i = 0; i < count; ++i)
-                    plane[i] = source[i * channelCount_];
+                // The encoder fails on what is no number; far above full scale nothing is heard anyway.
+                constexpr float loudest = 16;
+                for (std::size_t i = 0; i < count; ++i) {
+                    const float sample = source[i * channelCount_];
+                    plane[i] = std::isnan(sample) ? 0 : std::clamp(sample, -loudest, loudest);
+                }
             }
             filled_ += count;
             rest = rest.subspan(count * channelCount_);
@@ -182,7 +186,7 @@ public:
             for (auto position : positions_) {
                 // What is no number at all becomes silence.
                 const float scaled = std::clamp(samples[position] * fullScale, -fullScale, fullScale - 1);
-                const auto value = std::uint32_t(scaled == scaled ? std::lrint(scaled) : 0);
+                const auto value = std::uint32_t(std::isnan(scaled) ? 0 : std::lrint(scaled));
                 for (int shift = 0; shift < 8 * bytesPerPCMSample; shift += 8)
                     pending_.push_back(std::uint8_t(value >> shift));
             }

@@ -46,8 +46,8 @@ struct SpeakerOrder {
 // No value when a label is unknown to libav, or stands there twice.
 std::optional<SpeakerOrder> speakerOrder(const std::vector<AudioChannelLabel>& labels);
 
-// The layout of a stream in Core Audio's terms. Where libav knows nothing of the places of its channels, one is mono and
-// two are stereo; no value for more.
+// The layout of a stream in Core Audio's terms. Where libav knows nothing of the places of its channels, one is mono
+// and two are stereo; no value for more.
 std::optional<AudioChannelLayout> audioChannelLayout(const AVChannelLayout& layout);
 
 } // namespace panoveer
