@@ -179,20 +179,21 @@ std::int64_t ExportAudioTracks::run(Track& track, int index) {
     return feeder.framesWritten();
 }
 
-// Sound waits while the writer is far ahead with it. Its patience is measured from the last sign of life of the
-// picture: large frames may take long to render and to encode.
+// Sound waits while the writer is far ahead with it, which is no news while the picture goes on. Its patience is
+// measured from the last sign of life of the picture: large frames may take long to render and to encode.
 void ExportAudioTracks::waitForRoom(const AudioInput& input) const {
     if (ending_.stop_requested())
         throw Cancelled();
     if (input.isReadyForMoreMediaData())
         return;
+    constexpr double usualSeconds = 1;
     auto clock = ExportWaitClock::system();
     clock.uptimeSeconds = [this, seen = progress(), since = uptimeSeconds()]() mutable {
         if (const auto now = progress(); now != seen) {
             seen = now;
             since = uptimeSeconds();
         }
-        return uptimeSeconds() - since;
+        return std::max(uptimeSeconds() - since - usualSeconds, 0.0);
     };
     waitUntilReady([&] { return input.isReadyForMoreMediaData(); }, "audio", writer_, ending_.get_token(), clock);
 }

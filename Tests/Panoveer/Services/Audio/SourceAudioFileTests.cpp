@@ -99,6 +99,26 @@ INSTANTIATE_TEST_SUITE_P(
         FileCase{.name = "NoSound", .movie = movie("a.mp4", {}), .expected = {}}),
     [](const auto& each) { return each.param.name; });
 
+// What the `chan` box of a QuickTime movie says of four channels.
+TEST(SourceAudioFileTest, KnowsTheScalingsThatALayoutTagNames) {
+    const test::TemporaryFolder folder;
+    const auto file = test::makeMovie(folder, movie("a.mov", {{.layout = "quad"}}));
+    auto bytes = test::readFile(file);
+    const auto box = std::ranges::search(bytes, std::string("chan"));
+    ASSERT_FALSE(box.empty());
+    const auto kindWith = [&](AudioChannelLayoutTag tag) {
+        for (int byte = 0; byte < 4; ++byte) // behind type, version and flags
+            box.begin()[8 + byte] = std::uint8_t(tag >> (24 - 8 * byte));
+        test::writeFile(file, bytes);
+        const auto tracks = SourceAudioInspector::tracks(URL::fromFilePath(file), false);
+        return tracks.empty() ? Track::Kind{} : tracks.front().kind;
+    };
+    using enum AmbisonicNormalization;
+    EXPECT_EQ(kindWith(AudioChannelLayoutTags::ambisonicBFormat), Track::Kind(Track::Ambisonic{1, fuma, 0}));
+    EXPECT_EQ(kindWith(AudioChannelLayoutTags::hoaACNN3D | 4), Track::Kind(Track::Ambisonic{1, n3d, 0}));
+    EXPECT_EQ(kindWith(AudioChannelLayoutTags::hoaACNSN3D | 4), Track::Kind(Track::Ambisonic{1, sn3d, 0}));
+}
+
 TEST(SourceAudioFileTest, TellsLanguagesAndLivesWithoutAFile) {
     const test::TemporaryFolder folder;
     auto spec = movie("a.mkv", {{.codec = "aac"}, {.codec = "aac"}});
