@@ -190,30 +190,28 @@ TEST_P(StartInTheMiddle, SoundsAsIfItHadPlayedOn) {
     EXPECT_LT(difference([&](double start) { return openNativeAudio(url, 1, start, std::nullopt); }), 0.01f);
 }
 
-// A container that counts milliseconds makes no holes.
-TEST_P(StartInTheMiddle, RunsOnWithoutAHole) {
-    const test::TemporaryFolder folder;
-    const auto url = URL::fromFilePath(test::makeMovie(
-        folder, {.name = "a.mkv", .frameCount = 30, .audio = {{.codec = GetParam().codec, .sampleRate = 44100}}}));
-    const auto largestHole = [](std::unique_ptr<AudioBlockSource> source) {
+INSTANTIATE_TEST_SUITE_P(, StartInTheMiddle,
+                         testing::Values(CodecCase{"AAC", "a.mp4", "aac"}, CodecCase{"MP3", "a.mkv", "libmp3lame"},
+                                         CodecCase{"AC3", "a.mov", "ac3"}, CodecCase{"Opus", "a.mp4", "libopus"},
+                                         CodecCase{"PCM", "a.mov", "pcm_s16le"}),
+                         [](const auto& each) { return each.param.name; });
+
+TEST(FFmpegAudioSourceTest, RunsOnWithoutAHoleWhereTheContainerCountsMilliseconds) {
+    for (const auto* codec : {"aac", "ac3", "libmp3lame", "libvorbis", "pcm_s16le"}) {
+        const test::TemporaryFolder folder;
+        const auto url = URL::fromFilePath(test::makeMovie(
+            folder, {.name = "a.mkv", .frameCount = 30, .audio = {{.codec = codec, .sampleRate = 44100}}}));
+        const auto source = openFFmpegAudio(url, 1, 0, 0, 0);
         double worst = 0;
         std::optional<double> end;
         while (const auto block = source->next()) {
             worst = std::max(worst, std::abs(block->seconds.value() - end.value_or(*block->seconds)));
             end = *block->seconds + double(block->frames) / audioSampleRate;
         }
-        return worst * audioSampleRate;
-    };
-    EXPECT_LT(largestHole(openFFmpegAudio(url, 1, 0, 0, 0)), 1);
-    EXPECT_LT(largestHole(openNativeAudio(url, 1, 0, std::nullopt)), 1);
+        EXPECT_LT(worst * audioSampleRate, 1) << codec;
+        EXPECT_NEAR(end.value(), 1, 0.05) << codec;
+    }
 }
-
-INSTANTIATE_TEST_SUITE_P(, StartInTheMiddle,
-                         testing::Values(CodecCase{"AAC", "a.mp4", "aac"}, CodecCase{"MP3", "a.mkv", "libmp3lame"},
-                                         CodecCase{"AC3", "a.mov", "ac3"}, CodecCase{"Opus", "a.mkv", "libopus"},
-                                         CodecCase{"Vorbis", "a.mkv", "libvorbis"},
-                                         CodecCase{"PCM", "a.mov", "pcm_s16le"}),
-                         [](const auto& each) { return each.param.name; });
 
 TEST(FFmpegAudioSourceTest, PassesOverWhatIsDamaged) {
     const test::TemporaryFolder folder;
