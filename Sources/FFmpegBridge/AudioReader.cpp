@@ -15,6 +15,10 @@ namespace {
 
 constexpr int outputRate = 48'000;
 
+// A decoder that begins in the middle needs some packets before its sound is right: overlapping transforms one, Opus
+// 80 ms, the bit reservoir of MP3 up to ten. What they give before the start is dropped like any other sound there.
+constexpr double prerollSeconds = 0.25;
+
 //  reading --input ended--> flushing --decoder empty--> draining --resampler empty--> finished
 enum class AudioState {
     reading = 0,
@@ -158,7 +162,8 @@ int followDecodedFormat(PNVFFmpegAudioReader& reader, ErrorText error) {
 }
 
 int seekToStart(PNVFFmpegAudioReader& reader, ErrorText error) {
-    const int64_t timestamp = pnv_truncated((reader.startSeconds + reader.startOffset) / av_q2d(reader.timeBase));
+    const double seconds = std::max(reader.startSeconds - prerollSeconds, 0.0) + reader.startOffset;
+    const int64_t timestamp = pnv_truncated(seconds / av_q2d(reader.timeBase));
     const int result = av_seek_frame(reader.format.get(), reader.streamIndex, timestamp, AVSEEK_FLAG_BACKWARD);
     if (result < 0)
         return pnv_set_av_error(error, "Could not seek audio", result);

@@ -116,6 +116,10 @@ void ConversionOptions::declare(CLI::App& command) {
         ->group("Processing");
 }
 
+void ConversionOptions::declareSound(CLI::App& command) {
+    command.add_option("--audio", audio, "automatic (as the sources have it), stereo or none")->group("Output");
+}
+
 ExportSettings ConversionOptions::settings() const {
     ExportSettings result;
     if (preset) {
@@ -151,6 +155,8 @@ ExportSettings ConversionOptions::settings() const {
         result.colorMode = parseColor(*color);
     if (vrMetadata)
         result.vrMetadataMode = parseMetadataMode(*vrMetadata);
+    if (audio)
+        result.audioMode = parse<ExportAudioMode>(*audio, "--audio");
     if (warpMesh) {
         if (result.outputFormat != ProjectionFormat::mirrorDome)
             throw UsageError("--warp-mesh: only --format mirrorDome is drawn through a mesh");

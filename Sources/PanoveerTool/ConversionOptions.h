@@ -26,6 +26,7 @@ struct ConversionOptions {
     std::optional<double> framesPerSecond;
     std::optional<std::string> color;
     std::optional<std::string> vrMetadata;
+    std::optional<std::string> audio;
     std::optional<std::string> warpMesh;
 
     std::optional<std::string> sourceFormat;
@@ -43,6 +44,8 @@ struct ConversionOptions {
 
     // Declares the options of both groups on a command.
     void declare(CLI::App& command);
+    // Declares those that only movies have.
+    void declareSound(CLI::App& command);
 
     // The settings that the options describe, starting from the default export settings. Throws UsageError, and
     // MirrorDomeWarpMeshError for a warp mesh that cannot be used.

@@ -146,6 +146,7 @@ void declareConvert(CLI::App& program, std::stop_token stop) {
     command->add_option("--progress", arguments->progress, "bar, json or none")
         ->check(CLI::IsMember({"bar", "json", "none"}));
     arguments->conversion.declare(*command);
+    arguments->conversion.declareSound(*command);
     command->callback([arguments, stop] { convert(*arguments, stop); });
 }
 

@@ -1,7 +1,9 @@
 #include "Panoveer/Model/Records/RecordEnums.h"
 #include "Panoveer/Model/Records/RecordJSON.h"
+#include "Panoveer/Services/Audio/SourceAudioInspector.h"
 #include "Panoveer/Services/Intake/FFmpegRuntime.h"
 #include "Panoveer/Services/Intake/VideoMetadataReader.h"
+#include "PanoveerTool/AudioTrackText.h"
 #include "PanoveerTool/Commands.h"
 #include "PanoveerTool/DetectionText.h"
 #include "PanoveerTool/JSONText.h"
@@ -11,9 +13,11 @@
 #include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
+#include <algorithm>
 #include <format>
 #include <iostream>
 #include <optional>
+#include <vector>
 
 namespace panoveer::tool {
 
@@ -42,13 +46,12 @@ JSON audioJSON(const FFmpegAudioStreamInfo& stream) {
                    {"channels", stream.channelCount},
                    {"sampleRate", stream.sampleRate},
                    {"default", stream.isDefault}};
-    if (stream.ambisonicOrder)
-        result["ambisonicOrder"] = *stream.ambisonicOrder;
     return result;
 }
 
 struct ProbedFile {
     JSON facts;
+    std::vector<SourceAudioTrack> audioTracks;
     ImmersiveFormatDetection detection;
 };
 
@@ -73,6 +76,7 @@ ProbedFile probeFile(const URL& url, const std::stop_token& stop) {
                      {"contentLightLevel", color.contentLightLevelInfo.has_value()}}},
                    {"format", rawValue(asset.detectedFormat)},
                    {"detection", JSON::parse(encodeJSON(*asset.formatDetection))}};
+    auto audioTracks = SourceAudioInspector::tracks(url, asset.videoDecodingBackend == VideoDecodingBackend::ffmpeg);
     try {
         const auto probe = FFmpegRuntime::probe(url);
         result["codec"] = probe.codecName;
@@ -81,12 +85,16 @@ ProbedFile probeFile(const URL& url, const std::stop_token& stop) {
         if (probe.containerImmersiveMetadata)
             result["container"] = containerJSON(*probe.containerImmersiveMetadata);
         result["audio"] = JSON::array();
-        for (const auto& stream : FFmpegRuntime::probeAudioStreams(url))
+        for (const auto& stream : FFmpegRuntime::probeAudioStreams(url)) {
             result["audio"].push_back(audioJSON(stream));
+            const auto track = std::ranges::find(audioTracks, stream.streamIndex, streamIndex);
+            if (track != audioTracks.end())
+                addKind(result["audio"].back(), *track);
+        }
     } catch (const Error&) {
         // A file that only the native road reads is told by that road alone.
     }
-    return {result, *asset.formatDetection};
+    return {result, std::move(audioTracks), *asset.formatDetection};
 }
 
 void printText(const ProbedFile& probed) {
@@ -104,10 +112,14 @@ void printText(const ProbedFile& probed) {
     std::cout << std::format("  format     {}\n", describe(probed.detection));
     if (file.contains("container"))
         std::cout << "  container  " << jsonText(file["container"]) << '\n';
-    for (const auto& stream : file.value("audio", JSON::array()))
-        std::cout << std::format("  sound      stream {}: {}, {} channels, {} Hz\n", stream["stream"].get<int>(),
-                                 stream["codec"].get<std::string>(), stream["channels"].get<int>(),
-                                 stream["sampleRate"].get<int>());
+    for (const auto& stream : file.value("audio", JSON::array())) {
+        const auto index = stream["stream"].get<int>();
+        const auto track = std::ranges::find(probed.audioTracks, index, streamIndex);
+        std::cout << std::format("  sound      stream {}: {}\n", index,
+                                 track != probed.audioTracks.end()
+                                     ? describe(*track)
+                                     : stream["codec"].get<std::string>() + ", which cannot be decoded");
+    }
 }
 
 void probe(const std::vector<std::string>& paths, bool json, const std::stop_token& stop) {

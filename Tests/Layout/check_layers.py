@@ -19,11 +19,12 @@ LAYERS = {
     "Panoveer/Rendering/Projection": 4,
     "Panoveer/Services/Diagnostics": 5,
     "Panoveer/Services/Intake": 5,
-    "Panoveer/Services/Export": 6,
-    "Panoveer/Services/Live": 7,
-    "Panoveer/Views": 8,
-    "PanoveerTool": 8,
-    "WarpMeshMaker": 8,
+    "Panoveer/Services/Audio": 6,
+    "Panoveer/Services/Export": 7,
+    "Panoveer/Services/Live": 8,
+    "Panoveer/Views": 9,
+    "PanoveerTool": 9,
+    "WarpMeshMaker": 9,
 }
 
 # Outside libraries that only some folders may know, so that each can be replaced in one place.

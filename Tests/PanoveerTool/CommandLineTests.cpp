@@ -50,6 +50,7 @@ TEST_F(CommandLine, TellsWrongUsageFromFailure) {
              Row{{"convert", source, "-o", path(std::string(260, 'a') + ".mp4"), "--codec", "h264"}, 1, "too long"},
              Row{{"convert", source, "-o", path("a.mp4"), "--codec", "vhs"}, 2, "h264"},
              Row{{"convert", source, "-o", path("a.mp4"), "--size", "wide"}, 2, "3840x1920"},
+             Row{{"convert", source, "-o", path("a.mp4"), "--audio", "loud"}, 2, "stereo"},
              Row{{"convert", source, "-o", path("a.mp4"), "--pitch", "91"}, 2, "-90"},
              Row{{"convert", source, "-o", path("a.mp4"), "--in", "3"}, 2, "--in"},
              Row{{"convert", source, "-o", path("a.mp4"), "--source-format", "mirrorDome"}, 2, "output only"},
@@ -429,6 +430,33 @@ TEST_F(CommandLine, PrintsOneJSONResultAndProgressBesideIt) {
         fraction = progress["fraction"];
     }
     EXPECT_EQ(fraction, 1);
+}
+
+TEST_F(CommandLine, TakesAsMuchSoundAsIsAskedFor) {
+    const auto source = movie({.name = "a.mkv",
+                               .frameCount = 10,
+                               .audio = {{.codec = "ac3", .layout = "5.1"}, {.codec = "aac", .layout = "mono"}},
+                               .outputOptions = {"-metadata:s:a:1", "language=ita"}});
+    const auto probed = panoveer({"probe", source}).standardOutput;
+    EXPECT_NE(probed.find("stream 1: 5.1 speakers, 6 channels, ATSC A/52A"), std::string::npos) << probed;
+    EXPECT_NE(probed.find("stream 2: mono, 1 channel, AAC"), std::string::npos) << probed;
+    EXPECT_NE(probed.find(", ita\n"), std::string::npos) << probed;
+
+    const auto channelsWith = [&](const std::string& audio) {
+        const auto target = path(audio + ".mp4");
+        EXPECT_EQ(
+            panoveer({"convert", source, "-o", target, "--format", "standard", "--size", "160x90", "--audio", audio})
+                .exitCode,
+            0);
+        std::vector<int> channels;
+        for (const auto& stream : ffprobeJSON(target)["streams"])
+            if (stream["codec_type"] == "audio")
+                channels.push_back(stream["channels"]);
+        return channels;
+    };
+    EXPECT_EQ(channelsWith("automatic"), (std::vector{6, 1}));
+    EXPECT_EQ(channelsWith("stereo"), std::vector{2});
+    EXPECT_EQ(channelsWith("none"), std::vector<int>{});
 }
 
 TEST_F(CommandLine, FramesASourceAsItWasDetectedUnlessTold) {

@@ -3,6 +3,7 @@
 #include "Platform/Core/Error.h"
 #include "Platform/Core/Localization.h"
 #include "Platform/Core/Log.h"
+#include "Platform/Core/SHA256.h"
 #include "Platform/GPU/GPUDevice.h"
 
 #include <glib.h>
@@ -29,13 +30,6 @@ constexpr Logger logger("GPU");
 
 // Part of the cache's keys: raised when the compiler's options change.
 constexpr std::string_view compilerOptions = "vulkan1.2 spirv1.5 unoptimized";
-
-std::string sha256(std::string_view text) {
-    const std::unique_ptr<char, decltype(&g_free)> digest(
-        g_compute_checksum_for_data(G_CHECKSUM_SHA256, reinterpret_cast<const guchar*>(text.data()), text.size()),
-        g_free);
-    return digest.get();
-}
 
 std::optional<std::string> readFile(const fs::path& file) {
     std::ifstream stream(file, std::ios::binary);

@@ -80,9 +80,11 @@ MovieExport::MovieExport(ProjectionRenderer& renderer, const SegmentFrameRoads& 
       stop_(std::move(stop)),
       position_(position),
       readings_(std::move(readings)),
-      clock_(outputFrameRate(descriptor)) {}
+      clock_(outputFrameRate(descriptor)),
+      audio_(descriptor, diagnostics) {}
 
 MovieExport::~MovieExport() {
+    audio_.cancel();
     // The writer goes first: it may still hold the file open. What was committed or kept has another name by now.
     writer_.reset();
     std::error_code ignored;
@@ -124,6 +126,7 @@ void MovieExport::commitMovie() {
 
 // Whatever feeds the writer has ended when this returns.
 void MovieExport::stopFeeding() {
+    audio_.cancel();
     if (input_)
         input_->markAsFinished();
 }
@@ -232,7 +235,7 @@ void MovieExport::configureWriter() {
     input_ = writer_->addVideoInput(settings, format, clock_.timescale, plannedFrameCount());
     if (!input_)
         throw VRExportError(VRExportError::Case::cannotAddWriterInput);
-    diagnostics_.record("audio_not_present");
+    audio_.configure(*writer_, stop_);
 
     if (!writer_->startWriting()) {
         if (const auto error = writer_->error())
@@ -247,9 +250,10 @@ void MovieExport::configureWriter() {
                                       .estimatedOutputBytes = estimatedOutputBytes(descriptor_),
                                       .expectedDurationSeconds = totalDurationSeconds(descriptor_)},
         &diagnostics_, renderer_, readings_);
-    logger.info("export begin file={} format={} resolution={} codec={} fps={:.3f} audio_tracks=0",
+    audio_.start(writerStatus(), staged_, stop_);
+    logger.info("export begin file={} format={} resolution={} codec={} fps={:.3f} audio_tracks={}",
                 descriptor_.url.lastPathComponent(), rawValue(descriptor_.outputFormat), sizeText(size),
-                rawValue(descriptor_.codec), double(clock_.timescale) / double(clock_.frameDuration));
+                rawValue(descriptor_.codec), double(clock_.timescale) / double(clock_.frameDuration), audio_.count());
 }
 
 // A movie shows a picture, however short it is.
@@ -424,6 +428,7 @@ void MovieExport::appendAtSlot(SegmentRun& run, const PixelBufferPtr& picture, s
     }
     ++run.framesWritten;
     ++framesWritten_;
+    audio_.noteVideoProgress();
     run.nextSlot = slot + 1;
     secondsWritten_ = time.seconds();
     sampleProgress();
@@ -445,6 +450,7 @@ void MovieExport::finishMovie() {
     throwIfStopped();
     input_->markAsFinished();
     report_(totalDurationSeconds(descriptor_), framesWritten_, "export.progress.finalizing");
+    audio_.finish();
     diagnostics_.markStage("finalizing_container");
     // Not ended by a stop: what is rendered is kept, and this is what keeping it takes.
     if (!writer_->finishWriting())
@@ -453,22 +459,27 @@ void MovieExport::finishMovie() {
 }
 
 void MovieExport::injectSpatialMetadataIfNeeded() {
-    const auto request = SpatialVideoMetadataRequest::make(descriptor_.outputFormat, descriptor_.stereoLayout,
-                                                           descriptor_.codec, descriptor_.vrMetadataMode);
-    if (!request)
+    auto request = SpatialVideoMetadataRequest::make(descriptor_.outputFormat, descriptor_.stereoLayout,
+                                                     descriptor_.codec, descriptor_.vrMetadataMode);
+    const auto spatialAudio = audio_.spatialAudio();
+    const auto spatialTracks = std::ranges::count_if(spatialAudio, [](const auto& each) { return each.has_value(); });
+    if (!request && spatialTracks == 0)
         return;
-    logger.info("inject spatial metadata file={} mode={} spatial_audio_tracks=0", staged_.lastPathComponent(),
-                rawValue(descriptor_.vrMetadataMode));
+    if (!request)
+        request = SpatialVideoMetadataRequest::audioOnly();
+    logger.info("inject spatial metadata file={} mode={} spatial_audio_tracks={}", staged_.lastPathComponent(),
+                rawValue(descriptor_.vrMetadataMode), spatialTracks);
     FileLock copyInUse;
-    SpatialVideoMetadataInjector::injectMetadata(staged_, *request, {}, stop_,
+    SpatialVideoMetadataInjector::injectMetadata(staged_, *request, spatialAudio, stop_,
                                                  [&](const URL& copy) { copyInUse = FileLock::shared(copy.path()); });
     inUse_ = std::move(copyInUse);
     SpatialVideoMetadataInjector::validateMetadata(staged_, *request);
+    SpatialVideoMetadataInjector::validateSpatialAudio(staged_, spatialAudio);
 }
 
 void MovieExport::validateOutput() {
     try {
-        ExportArtifactValidator::validateMovie(staged_, movieValidationExpectation(descriptor_));
+        ExportArtifactValidator::validateMovie(staged_, movieValidationExpectation(descriptor_, audio_.count()));
     } catch (const ExportArtifactValidationError& error) {
         VRExportError failure(VRExportError::Case::outputValidationFailed, std::string(error.what()));
         failure.setUnderlying(std::make_shared<Error>(error));
@@ -479,6 +490,7 @@ void MovieExport::validateOutput() {
 void MovieExport::throwIfStopped() const {
     if (stop_.stop_requested())
         throw Cancelled();
+    audio_.throwIfFailed();
 }
 
 ExportWriterStatus MovieExport::writerStatus() const {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Panoveer/Rendering/Projection/ProjectionRenderer.h"
+#include "Panoveer/Services/Export/ExportAudioTracks.h"
 #include "Panoveer/Services/Export/ExportBufferBudget.h"
 #include "Panoveer/Services/Export/ExportDiagnosticFields.h"
 #include "Panoveer/Services/Export/ExportDiagnostics.h"
@@ -116,6 +117,7 @@ private:
     VideoInput* input_ = nullptr; // owned by writer_
     FileLock inUse_;              // the staged file
     std::unique_ptr<ExportRuntimeMonitor> monitor_;
+    ExportAudioTracks audio_;     // feeds inputs of writer_
     std::int64_t framesWritten_ = 0;
     double secondsWritten_ = 0;
 };

@@ -1,0 +1,238 @@
+#include "Panoveer/Services/Audio/AudioBlockSource.h"
+#include "Panoveer/Services/Audio/FFmpegAudioReader.h"
+#include "Panoveer/Services/Audio/SourceAudioInspector.h"
+#include "Platform/Media/AudioSampleBuffer.h"
+#include "Support/SpatialAudioBox.h"
+
+#include <gmock/gmock.h>
+
+#include <cmath>
+#include <filesystem>
+
+namespace panoveer {
+namespace {
+
+namespace fs = std::filesystem;
+using testing::Each;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::SizeIs;
+using Track = SourceAudioTrack;
+
+// What a track is, in a word.
+std::string kindOf(const Track& track) {
+    if (const auto* speakers = std::get_if<Track::Speakers>(&track.kind))
+        return "speakers " + testing::PrintToString(speakers->labels);
+    if (const auto* field = std::get_if<Track::Ambisonic>(&track.kind))
+        return "ambisonic " + std::to_string(field->order) + " + " + std::to_string(field->extraChannels) +
+               (field->normalization == AmbisonicNormalization::sn3d ? "" : " of another scaling");
+    return "discrete";
+}
+
+std::vector<std::string> kinds(const fs::path& movie, bool usesFFmpegDecode) {
+    std::vector<std::string> result;
+    for (const auto& track : SourceAudioInspector::tracks(URL::fromFilePath(movie), usesFFmpegDecode)) {
+        result.push_back(kindOf(track));
+        EXPECT_EQ(std::holds_alternative<Track::FFmpegBackend>(track.backend), usesFFmpegDecode);
+    }
+    return result;
+}
+
+struct FileCase {
+    const char* name;
+    test::MovieSpec movie;
+    std::string sampleEntry = {}; // gets an SA3D box
+    int order = 0, channels = 0;
+    bool headLocked = false;
+    std::vector<std::string> expected;
+};
+
+void PrintTo(const FileCase& each, std::ostream* out) { *out << each.name; }
+
+class SourceAudioFile : public testing::TestWithParam<FileCase> {};
+
+TEST_P(SourceAudioFile, IsRecognisedOnBothRoads) {
+    const auto& given = GetParam();
+    const test::TemporaryFolder folder;
+    const auto movie = test::makeMovie(folder, given.movie);
+    if (!given.sampleEntry.empty())
+        test::appendSpatialAudio(movie, given.sampleEntry, given.order, given.channels, given.headLocked);
+    EXPECT_EQ(kinds(movie, false), given.expected);
+    EXPECT_EQ(kinds(movie, true), given.expected);
+}
+
+test::MovieSpec movie(const char* name, std::vector<test::AudioSpec> audio) {
+    return {.name = name, .frameCount = 10, .audio = std::move(audio)};
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    , SourceAudioFile,
+    testing::Values(
+        FileCase{.name = "FirstOrderInAAC",
+                 .movie = movie("a.mp4", {{.codec = "aac", .layout = "quad"}}),
+                 .sampleEntry = "mp4a",
+                 .order = 1,
+                 .channels = 4,
+                 .expected = {"ambisonic 1 + 0"}},
+        FileCase{.name = "ThirdOrderInPCM",
+                 .movie = movie("a.mov", {{.layout = "ambisonic 3"}}),
+                 .sampleEntry = "sowt",
+                 .order = 3,
+                 .channels = 16,
+                 .expected = {"ambisonic 3 + 0"}},
+        FileCase{.name = "HeadLockedInPCM",
+                 .movie = movie("a.mov", {{.codec = "pcm_s24le", .layout = "6.0"}}),
+                 .sampleEntry = "in24",
+                 .order = 1,
+                 .channels = 6,
+                 .headLocked = true,
+                 .expected = {"ambisonic 1 + 2"}},
+        FileCase{.name = "ThirdOrderInOpus",
+                 .movie = movie("a.mp4",
+                                {{.codec = "libopus", .layout = "ambisonic 3", .options = {"-mapping_family", "2"}}}),
+                 .expected = {"ambisonic 3 + 0"}},
+        FileCase{
+            .name = "UnmarkedChannels", .movie = movie("a.mkv", {{.layout = "ambisonic 3"}}), .expected = {"discrete"}},
+        FileCase{.name = "SpeakersInSeveralTracks",
+                 .movie = movie("a.mkv", {{.codec = "aac", .layout = "5.1"}, {.layout = "mono"}, {.codec = "ac3"}}),
+                 .expected = {"speakers { 1, 2, 3, 4, 5, 6 }", "speakers { 42 }", "speakers { 1, 2 }"}},
+        FileCase{.name = "NoSound", .movie = movie("a.mp4", {}), .expected = {}}),
+    [](const auto& each) { return each.param.name; });
+
+// What the `chan` box of a QuickTime movie says of four channels.
+TEST(SourceAudioFileTest, KnowsTheScalingsThatALayoutTagNames) {
+    const test::TemporaryFolder folder;
+    const auto file = test::makeMovie(folder, movie("a.mov", {{.layout = "quad"}}));
+    auto bytes = test::readFile(file);
+    const auto box = std::ranges::search(bytes, std::string("chan"));
+    ASSERT_FALSE(box.empty());
+    const auto kindWith = [&](AudioChannelLayoutTag tag) {
+        for (int byte = 0; byte < 4; ++byte) // behind type, version and flags
+            box.begin()[8 + byte] = std::uint8_t(tag >> (24 - 8 * byte));
+        test::writeFile(file, bytes);
+        const auto tracks = SourceAudioInspector::tracks(URL::fromFilePath(file), false);
+        return tracks.empty() ? Track::Kind{} : tracks.front().kind;
+    };
+    using enum AmbisonicNormalization;
+    EXPECT_EQ(kindWith(AudioChannelLayoutTags::ambisonicBFormat), Track::Kind(Track::Ambisonic{1, fuma, 0}));
+    EXPECT_EQ(kindWith(AudioChannelLayoutTags::hoaACNN3D | 4), Track::Kind(Track::Ambisonic{1, n3d, 0}));
+    EXPECT_EQ(kindWith(AudioChannelLayoutTags::hoaACNSN3D | 4), Track::Kind(Track::Ambisonic{1, sn3d, 0}));
+}
+
+TEST(SourceAudioFileTest, TellsLanguagesAndLivesWithoutAFile) {
+    const test::TemporaryFolder folder;
+    auto spec = movie("a.mkv", {{.codec = "aac"}, {.codec = "aac"}});
+    spec.outputOptions = {"-metadata:s:a:0", "language=ita", "-metadata:s:a:1", "language=ger"};
+    const auto tracks = SourceAudioInspector::tracks(URL::fromFilePath(test::makeMovie(folder, spec)), false);
+    ASSERT_THAT(tracks, SizeIs(2));
+    EXPECT_EQ(tracks[0].languageCode, "ita");
+    EXPECT_EQ(tracks[1].languageCode, "deu");
+    EXPECT_EQ(tracks[1].ffmpegFallbackStreamIndex, 2);
+    EXPECT_THAT(SourceAudioInspector::tracks(URL::fromFilePath(folder / "missing.mov"), false), IsEmpty());
+}
+
+TEST(SourceAudioFileTest, LeavesOutWhatNoDecoderOpens) {
+    const test::TemporaryFolder folder;
+    const auto file = test::makeMovie(folder, movie("a.mkv", {{.codec = "ac3"}, {.codec = "aac"}}));
+    auto bytes = test::readFile(file);
+    const std::string codec = "A_AC3";
+    const auto name = std::ranges::search(bytes, codec);
+    ASSERT_FALSE(name.empty());
+    name.front() = 'X';
+    test::writeFile(file, bytes);
+    for (const bool usesFFmpegDecode : {false, true}) {
+        const auto tracks = SourceAudioInspector::tracks(URL::fromFilePath(file), usesFFmpegDecode);
+        ASSERT_THAT(tracks, SizeIs(1));
+        EXPECT_THAT(tracks[0].codecDescription, testing::ContainsRegex("AAC|aac"));
+    }
+}
+
+// One channel of what a source gives from a time on, at so many frames, with 0 where it gives nothing.
+std::vector<float> samples(AudioBlockSource& source, double start, std::size_t frames) {
+    std::vector<float> result(frames);
+    while (const auto block = source.next()) {
+        const auto first = std::llround((block->seconds.value() - start) * audioSampleRate);
+        for (std::int64_t frame = 0; frame < block->frames; ++frame)
+            if (const auto at = first + frame; at >= 0 && std::size_t(at) < frames)
+                result[std::size_t(at)] = block->samples[std::size_t(frame * block->channelCount)];
+    }
+    return result;
+}
+
+struct CodecCase {
+    const char* name;
+    const char* file;
+    const char* codec;
+};
+
+class StartInTheMiddle : public testing::TestWithParam<CodecCase> {};
+
+// What the ear hears as a click: the difference from sound that was decoded from the beginning.
+TEST_P(StartInTheMiddle, SoundsAsIfItHadPlayedOn) {
+    const test::TemporaryFolder folder;
+    const auto url = URL::fromFilePath(test::makeMovie(
+        folder, {.name = GetParam().file,
+                 .frameCount = 60,
+                 .audio = {{.codec = GetParam().codec, .layout = "mono", .expression = "0.5*sin(2*PI*440*t)"}}}));
+    const auto difference = [&](auto&& open) {
+        constexpr double start = 1.2345;
+        constexpr std::size_t frames = 9600;
+        const auto whole = samples(*open(0.0), start, frames), part = samples(*open(start), start, frames);
+        float worst = 0, loudest = 0;
+        for (std::size_t frame = 0; frame < frames; ++frame) {
+            worst = std::max(worst, std::abs(whole[frame] - part[frame]));
+            loudest = std::max(loudest, std::abs(part[frame]));
+        }
+        EXPECT_GT(loudest, 0.4f);
+        return worst;
+    };
+    EXPECT_LT(difference([&](double start) { return openFFmpegAudio(url, 1, start, 0, 0); }), 0.01f);
+    EXPECT_LT(difference([&](double start) { return openNativeAudio(url, 1, start, std::nullopt); }), 0.01f);
+}
+
+INSTANTIATE_TEST_SUITE_P(, StartInTheMiddle,
+                         testing::Values(CodecCase{"AAC", "a.mp4", "aac"}, CodecCase{"MP3", "a.mkv", "libmp3lame"},
+                                         CodecCase{"AC3", "a.mov", "ac3"}, CodecCase{"Opus", "a.mp4", "libopus"},
+                                         CodecCase{"PCM", "a.mov", "pcm_s16le"}),
+                         [](const auto& each) { return each.param.name; });
+
+TEST(FFmpegAudioSourceTest, RunsOnWithoutAHoleWhereTheContainerCountsMilliseconds) {
+    for (const auto* codec : {"aac", "ac3", "libmp3lame", "libvorbis", "pcm_s16le"}) {
+        const test::TemporaryFolder folder;
+        const auto url = URL::fromFilePath(test::makeMovie(
+            folder, {.name = "a.mkv", .frameCount = 30, .audio = {{.codec = codec, .sampleRate = 44100}}}));
+        const auto source = openFFmpegAudio(url, 1, 0, 0, 0);
+        double worst = 0;
+        std::optional<double> end;
+        while (const auto block = source->next()) {
+            worst = std::max(worst, std::abs(block->seconds.value() - end.value_or(*block->seconds)));
+            end = *block->seconds + double(block->frames) / audioSampleRate;
+        }
+        EXPECT_LT(worst * audioSampleRate, 1) << codec;
+        EXPECT_NEAR(end.value(), 1, 0.05) << codec;
+    }
+}
+
+TEST(FFmpegAudioSourceTest, PassesOverWhatIsDamaged) {
+    const test::TemporaryFolder folder;
+    const auto file = test::makeMovie(folder, {.name = "a.mkv", .frameCount = 60, .audio = {{.codec = "ac3"}}});
+    auto bytes = test::readFile(file);
+    // Every third frame of AC-3 loses its sync word.
+    int found = 0;
+    for (std::size_t at = 0; at + 1 < bytes.size(); ++at)
+        if (bytes[at] == 0x0b && bytes[at + 1] == 0x77 && found++ % 3 == 1)
+            bytes[at] = bytes[at + 1] = 0;
+    ASSERT_GT(found, 30);
+    test::writeFile(file, bytes);
+
+    FFmpegAudioReader reader(URL::fromFilePath(file), 0, 0);
+    EXPECT_THROW(while (reader.copyNextFrame());, FFmpegReaderError);
+    const auto source = openFFmpegAudio(URL::fromFilePath(file), 1, 0, 0, 0);
+    double end = 0;
+    while (const auto block = source->next())
+        end = block->seconds.value() + double(block->frames) / audioSampleRate;
+    EXPECT_NEAR(end, 2, 0.1);
+}
+
+} // namespace
+} // namespace panoveer
