@@ -22,7 +22,7 @@ public:
     std::optional<std::string> refusal(const VideoSettings& settings);
 
 private:
-    using Key = std::tuple<FourCC, int, int, VideoProfile>;
+    using Key = std::tuple<FourCC, int, int, VideoProfile, bool>;
 
     std::mutex mutex_;
     std::map<Key, std::optional<std::string>> answers_; // guarded by mutex_

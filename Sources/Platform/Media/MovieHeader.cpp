@@ -108,6 +108,102 @@ void boundEdits(std::vector<std::uint8_t>& moov, std::uint64_t duration) {
     forEachEditList({FourCC("moov"), moov}, [&](const Box& elst, std::uint64_t) { completeEdits(elst, duration); });
 }
 
+namespace {
+
+// The boxes from the movie down to one of them, by their offsets and the sizes of what stands in front of their
+// children.
+struct Step {
+    FourCC type;
+    std::size_t fieldsSize = 0;
+};
+
+// Offsets of the boxes on a path below `offset`, that one first; empty when there is no such path.
+std::vector<std::size_t> boxesOnPath(std::span<const std::uint8_t> bytes, std::size_t offset, std::size_t fieldsSize,
+                                     std::span<const Step> path) {
+    if (path.empty())
+        return {offset};
+    const auto end = offset + boxSize(bytes.subspan(offset));
+    for (auto child = offset + headerSize + fieldsSize; child + headerSize <= end;) {
+        const auto size = boxSize(bytes.subspan(child));
+        if (size < headerSize || size > end - child)
+            break;
+        const FourCC type(std::uint32_t(readBigEndian(bytes.subspan(child + 4, 4))));
+        // A path of no particular type: the first sample entry, whatever it is.
+        if (type == path.front().type || path.front().type == FourCC()) {
+            auto below = boxesOnPath(bytes, child, path.front().fieldsSize, path.subspan(1));
+            if (!below.empty()) {
+                below.insert(below.begin(), offset);
+                return below;
+            }
+        }
+        child += size;
+    }
+    return {};
+}
+
+void resize(std::vector<std::uint8_t>& moov, std::span<const std::size_t> boxes, std::ptrdiff_t change) {
+    for (const auto offset : boxes)
+        writeBigEndian(std::span(moov).subspan(offset, 4),
+                       std::uint64_t(std::ptrdiff_t(boxSize(std::span(moov).subspan(offset))) + change));
+}
+
+// QuickTime's comment: header, length and language, text.
+constexpr FourCC commentType(0xa9636d74); // "©cmt"
+constexpr std::size_t commentOverhead = headerSize + 4;
+
+} // namespace
+
+void appendToSampleEntry(std::vector<std::uint8_t>& moov, std::size_t track, std::span<const std::uint8_t> boxes) {
+    if (boxes.empty())
+        return;
+    constexpr std::size_t videoFieldsSize = 78, descriptionFieldsSize = 8;
+    constexpr Step path[] = {{FourCC("mdia")},
+                             {FourCC("minf")},
+                             {FourCC("stbl")},
+                             {FourCC("stsd"), descriptionFieldsSize},
+                             {FourCC(), videoFieldsSize}};
+    std::size_t index = 0;
+    for (const auto& child : childrenOf({FourCC("moov"), moov})) {
+        if (child.type != FourCC("trak") || index++ != track)
+            continue;
+        auto above = boxesOnPath(moov, std::size_t(child.bytes.data() - moov.data()), 0, path);
+        if (above.empty())
+            break;
+        const auto entry = above.back();
+        above.insert(above.begin(), 0);
+        moov.insert(moov.begin() + std::ptrdiff_t(entry + boxSize(std::span(moov).subspan(entry))), boxes.begin(),
+                    boxes.end());
+        return resize(moov, above, std::ptrdiff_t(boxes.size()));
+    }
+    throw Error("A movie header without the sample entry of a track", std::string(mediaErrorDomain),
+                mediaErrorCode::unknown);
+}
+
+std::size_t reservedCommentLength(std::size_t boxesSize) { return boxesSize + headerSize - commentOverhead; }
+
+void removeComment(std::vector<std::uint8_t>& moov) {
+    constexpr Step path[] = {{FourCC("udta")}, {commentType}};
+    auto above = boxesOnPath(moov, 0, 0, path);
+    if (above.empty())
+        return;
+    const auto comment = above.back();
+    const auto size = boxSize(std::span(moov).subspan(comment));
+    above.pop_back();
+    const auto start = moov.begin() + std::ptrdiff_t(comment);
+    moov.erase(start, start + std::ptrdiff_t(size));
+    resize(moov, above, -std::ptrdiff_t(size));
+}
+
+void fillMovie(std::vector<std::uint8_t>& moov, std::size_t totalSize) {
+    if (totalSize < moov.size() + headerSize)
+        throw Error("A movie header without the room that was kept in it", std::string(mediaErrorDomain),
+                    mediaErrorCode::unknown);
+    const auto filling = freeBoxHeader(std::int64_t(totalSize - moov.size()));
+    moov.insert(moov.end(), filling.begin(), filling.end());
+    moov.resize(totalSize);
+    writeBigEndian(std::span(moov).first(4), totalSize);
+}
+
 std::size_t boxSize(std::span<const std::uint8_t> box) { return std::size_t(readBigEndian(box.first(4))); }
 
 std::vector<std::uint8_t> largeBoxHeader(FourCC type, std::int64_t totalSize) {

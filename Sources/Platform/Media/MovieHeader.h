@@ -19,6 +19,16 @@ void makeOrdinary(std::vector<std::uint8_t>& moov);
 // above.
 void boundEdits(std::vector<std::uint8_t>& moov, std::uint64_t duration);
 
+// Puts whole boxes at the end of the video sample entry of the track of that index. Throws as above.
+void appendToSampleEntry(std::vector<std::uint8_t>& moov, std::size_t track, std::span<const std::uint8_t> boxes);
+
+// Room for boxes of so many bytes can be kept in a `moov` by a comment of this length: once removeComment() has taken
+// it out and the boxes are in, fillMovie() brings the `moov` back to its size.
+std::size_t reservedCommentLength(std::size_t boxesSize);
+void removeComment(std::vector<std::uint8_t>& moov);
+// Appends a `free` box; at least 8 bytes must be missing. Throws as above.
+void fillMovie(std::vector<std::uint8_t>& moov, std::size_t totalSize);
+
 // The 32-bit size that a box begins with.
 std::size_t boxSize(std::span<const std::uint8_t> box);
 

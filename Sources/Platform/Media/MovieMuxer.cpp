@@ -70,6 +70,11 @@ void MovieMuxer::throwIfFailed(int code, std::string_view what) const {
         throw libavError(what, code);
 }
 
+void MovieMuxer::describeVideo(int index, VideoDescription description) {
+    std::lock_guard lock(mutex_);
+    tracks_.at(std::size_t(index)).description = std::move(description);
+}
+
 void MovieMuxer::configureTrack(int index, const AVCodecParameters& parameters, std::int32_t timescale) {
     std::lock_guard lock(mutex_);
     if (!muxer_)
@@ -78,6 +83,8 @@ void MovieMuxer::configureTrack(int index, const AVCodecParameters& parameters, 
     auto* stream = muxer_->streams[index];
     throwIfFailed(avcodec_parameters_copy(stream->codecpar, &parameters), "Cannot describe a track");
     stream->time_base = {1, timescale};
+    if (track.description.hasManyLayers)
+        stream->disposition |= AV_DISPOSITION_MULTILAYER;
     track.timescale = timescale;
     track.isVideo = parameters.codec_type == AVMEDIA_TYPE_VIDEO;
     track.isConfigured = true;
@@ -94,6 +101,9 @@ void MovieMuxer::writeHeader() {
         av_dict_set(&options, "use_editlist", "1", 0);
     }
     av_dict_set(&muxer_->metadata, "creation_time", "now", 0);
+    // The muxer writes the `moov` of a growing movie in front of its media: this keeps room in it.
+    if (const auto size = sampleEntryBoxesSize(); isFragmented() && size > 0)
+        av_dict_set(&muxer_->metadata, "comment", std::string(reservedCommentLength(size), ' ').c_str(), 0);
     // Times are as they should be: nothing is to be shifted.
     muxer_->avoid_negative_ts = AVFMT_AVOID_NEG_TS_DISABLED;
     const int code = avformat_write_header(muxer_.get(), &options);
@@ -211,6 +221,10 @@ void MovieMuxer::boundInitialEdits() {
             ? av_rescale_rnd(planned.value, configuration_.movieTimeScale, planned.timescale, AV_ROUND_UP)
             : longest;
     boundEdits(moov, std::uint64_t(std::min(duration, longest)));
+    const auto size = moov.size();
+    addSampleEntryBoxes(moov);
+    if (moov.size() != size)
+        fillMovie(moov, size);
     file_.writeAt(start, moov);
 }
 
@@ -249,7 +263,23 @@ std::vector<std::uint8_t> MovieMuxer::takeMovieHeader() {
     file_.flush();
     auto moov = file_.takeTail();
     requireMovieHeader(moov);
+    addSampleEntryBoxes(moov);
     return moov;
+}
+
+std::size_t MovieMuxer::sampleEntryBoxesSize() const {
+    std::size_t size = 0;
+    for (const auto& track : tracks_)
+        size += track.description.sampleEntryBoxes.size();
+    return size;
+}
+
+void MovieMuxer::addSampleEntryBoxes(std::vector<std::uint8_t>& moov) const {
+    if (sampleEntryBoxesSize() == 0)
+        return;
+    removeComment(moov);
+    for (std::size_t i = 0; i < tracks_.size(); ++i)
+        appendToSampleEntry(moov, i, tracks_[i].description.sampleEntryBoxes);
 }
 
 // The movie header goes behind the last fragment first: should the disk be full now, the fragments still stand. Then

@@ -41,6 +41,14 @@ public:
     MovieMuxer(const std::filesystem::path& path, const Configuration& configuration, int trackCount);
     ~MovieMuxer();
 
+    // What the sample entry of a video track says beyond its codec parameters.
+    struct VideoDescription {
+        bool hasManyLayers = false;                      // parameter sets of a second layer go into `lhvC`
+        std::vector<std::uint8_t> sampleEntryBoxes = {}; // whole boxes
+    };
+    // Ahead of the track's configureTrack().
+    void describeVideo(int track, VideoDescription description);
+
     // What the packets of a track are, once for each track; `timescale` is their time unit. The header is written when
     // the last track is told. Throws Error.
     void configureTrack(int track, const AVCodecParameters& parameters, std::int32_t timescale);
@@ -60,6 +68,7 @@ private:
     struct Track {
         std::int32_t timescale = 0;
         std::deque<PacketPtr> waiting;
+        VideoDescription description;
         std::optional<std::int64_t> firstDecodeTime;
         bool isVideo = false;
         bool isConfigured = false;
@@ -77,6 +86,8 @@ private:
     void cutFragment();
     void boundInitialEdits();
     void throwIfFailed(int code, std::string_view what) const;
+    std::size_t sampleEntryBoxesSize() const;
+    void addSampleEntryBoxes(std::vector<std::uint8_t>& moov) const;
     std::vector<std::uint8_t> takeMovieHeader();
     void layOutOrdinary(std::vector<std::uint8_t> moov);
 

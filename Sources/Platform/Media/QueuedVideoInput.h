@@ -21,6 +21,7 @@ public:
 
     bool isReadyForMoreMediaData() const override;
     bool append(PixelBufferPtr picture, MediaTime presentationTime) override;
+    bool appendTaggedBuffers(std::span<const TaggedPixelBuffer> pictures, MediaTime presentationTime) override;
     void markAsFinished() override { finish(); }
 
     void start(MovieMuxer& muxer, int track, FailureHandler fail) override;
@@ -33,11 +34,14 @@ private:
     enum class Phase { idle, taking, finished, stopped };
     struct Entry {
         PixelBufferPtr picture;
+        PixelBufferPtr rightEye;           // of a multiview track, where `picture` is the left eye's
         std::int64_t presentationTime = 0; // units of the media timescale, from the session's start
     };
 
     bool hasRoom() const;
     bool refuse(const std::string& message);
+    bool fits(const PixelBufferPtr& picture) const;
+    bool enqueue(Entry entry, MediaTime presentationTime);
     std::int64_t mediaTime(MediaTime time) const;
     void work();
     bool takeNext(std::optional<Entry>& entry);
