@@ -5,6 +5,7 @@
 #include "Panoveer/Model/Records/RecordEnums.h"
 #include "Panoveer/Rendering/Projection/MirrorDomeWarpMesh.h"
 #include "PanoveerTool/Exit.h"
+#include "Platform/Core/Processors.h"
 
 #include <CLI/CLI.hpp>
 
@@ -107,7 +108,10 @@ void ConversionOptions::declare(CLI::App& command) {
     command.add_option("--renderer", renderer, "auto, gpu or cpu")
         ->check(CLI::IsMember({"auto", "gpu", "cpu"}))
         ->group("Processing");
-    command.add_option("--threads", threads, "Processors that the renderer takes; 0 for all")
+    // In force as soon as it is read, before the work starts a thread.
+    command
+        .add_option_function<int>("--threads", limitProcessors,
+                                  "Processors that decoding, projection and encoding share; 0 for all")
         ->check(CLI::Range(0, 1024))
         ->group("Processing");
 }

@@ -40,7 +40,6 @@ struct ConversionOptions {
     std::optional<double> outSeconds;
 
     std::string renderer = "auto";
-    int threads = 0;
 
     // Declares the options of both groups on a command.
     void declare(CLI::App& command);

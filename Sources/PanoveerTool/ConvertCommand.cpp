@@ -110,7 +110,7 @@ void convert(const ConvertArguments& arguments, std::stop_token stop) {
     const auto plan = ExportPlanner::plan(clips, settings, output, frameRates);
     checkTargets(plan, clips, arguments.overwrite);
 
-    const auto renderer = makeRenderer(arguments.conversion.renderer, arguments.conversion.threads);
+    const auto renderer = makeRenderer(arguments.conversion.renderer);
     VRNativeExporter exporter(*renderer);
     {
         ProgressDisplay display(ProgressDisplay::styleNamed(arguments.progress));

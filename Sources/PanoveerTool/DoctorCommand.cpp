@@ -6,6 +6,7 @@
 #include "PanoveerTool/JSONText.h"
 #include "PanoveerTool/RenderEngine.h"
 #include "Platform/Core/Error.h"
+#include "Platform/Core/Processors.h"
 #include "Platform/GPU/GPUDevice.h"
 #include "Platform/Media/AssetWriter.h"
 
@@ -17,7 +18,6 @@
 #include <filesystem>
 #include <format>
 #include <iostream>
-#include <thread>
 
 namespace panoveer::tool {
 
@@ -115,7 +115,7 @@ void declareDoctor(CLI::App& program) {
                              {"devices", devices()},
                              {"encoders", encoders()},
                              {"multiviewLibrary", multiviewLibrary()},
-                             {"processors", std::thread::hardware_concurrency()},
+                             {"processors", availableProcessors()},
                              {"space", freeSpace()}};
         if (*json)
             std::cout << jsonText(report, 2) << '\n';

@@ -68,7 +68,7 @@ void writeFrame(const FrameArguments& arguments, const std::stop_token& stop) {
     auto frame = frameAtStart(clip, stop);
     const auto size = clip.transform.outputResolution;
     auto output = PixelBuffer::make(pixelFormat::bgra, int(size.width), int(size.height));
-    const auto renderer = makeRenderer(arguments.conversion.renderer, arguments.conversion.threads);
+    const auto renderer = makeRenderer(arguments.conversion.renderer);
     const bool keepsAlpha = frame.description.alphaMode != AlphaMode::opaque;
     renderer
         ->render(std::move(frame.picture), frame.description, clip.transform, output, VRColorOutputMode::sdr,

@@ -55,7 +55,7 @@ void exportMasks(const MasksArguments& arguments, const std::stop_token& stop) {
         clips.push_back(arguments.conversion.clip(asset, settings));
     }
 
-    const auto renderer = makeRenderer(arguments.conversion.renderer, arguments.conversion.threads);
+    const auto renderer = makeRenderer(arguments.conversion.renderer);
     URL folder;
     {
         ProgressDisplay display(ProgressDisplay::styleNamed(arguments.progress));

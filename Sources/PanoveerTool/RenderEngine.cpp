@@ -8,7 +8,7 @@
 
 namespace panoveer::tool {
 
-std::unique_ptr<ProjectionRenderer> makeRenderer(std::string_view choice, int threads) {
+std::unique_ptr<ProjectionRenderer> makeRenderer(std::string_view choice) {
     auto selection = GPUDeviceSelection::fromEnvironment();
     bool takesGPU = selection.kind != GPUDeviceSelection::Kind::automatic;
     if (choice == "gpu") {
@@ -21,7 +21,7 @@ std::unique_ptr<ProjectionRenderer> makeRenderer(std::string_view choice, int th
     }
     if (takesGPU)
         return std::make_unique<VRMetalProjectionRenderer>(GPUDevice::make(selection));
-    return std::make_unique<CPUProjectionRenderer>(CPUProjectionOptions{.threads = threads});
+    return std::make_unique<CPUProjectionRenderer>();
 }
 
 } // namespace panoveer::tool

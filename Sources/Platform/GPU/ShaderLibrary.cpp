@@ -17,6 +17,7 @@
 #include <fstream>
 #include <iterator>
 #include <memory>
+#include <sstream>
 
 namespace panoveer {
 
@@ -42,6 +43,29 @@ std::optional<std::string> readFile(const fs::path& file) {
         return std::nullopt;
     std::string content{std::istreambuf_iterator<char>(stream), {}};
     return stream.bad() ? std::nullopt : std::optional(std::move(content));
+}
+
+// The text of a file with every line `#include "name"` replaced by the file of that name beside it. Line directives
+// keep the compiler's messages pointing at the files.
+std::string readWithIncludes(const fs::path& file) {
+    errno = 0;
+    const auto text = readFile(file);
+    if (!text)
+        throw posixError(file.string(), errno ? errno : EIO);
+    constexpr std::string_view directive = "#include \"";
+    std::string result;
+    std::istringstream lines(*text);
+    int number = 1;
+    for (std::string line; std::getline(lines, line); ++number) {
+        if (!line.starts_with(directive) || !line.ends_with('"')) {
+            result += line + '\n';
+            continue;
+        }
+        const auto name = line.substr(directive.size(), line.size() - directive.size() - 1);
+        result += std::format("#line 1 \"{}\"\n{}#line {} \"{}\"\n", name, readWithIncludes(file.parent_path() / name),
+                              number + 1, file.filename().string());
+    }
+    return result;
 }
 
 // A cache file holds the digest of the words, then the words.
@@ -101,11 +125,7 @@ ShaderLibrary::ShaderLibrary(std::string name, std::string source, fs::path cach
     : name_(std::move(name)), source_(std::move(source)), cacheDirectory_(std::move(cacheDirectory)) {}
 
 ShaderLibrary ShaderLibrary::fromFile(const fs::path& file, fs::path cacheDirectory) {
-    errno = 0;
-    auto source = readFile(file);
-    if (!source)
-        throw posixError(file.string(), errno ? errno : EIO);
-    return ShaderLibrary(file.filename().string(), std::move(*source), std::move(cacheDirectory));
+    return ShaderLibrary(file.filename().string(), readWithIncludes(file), std::move(cacheDirectory));
 }
 
 fs::path ShaderLibrary::userCacheDirectory() {

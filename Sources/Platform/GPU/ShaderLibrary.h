@@ -27,7 +27,8 @@ public:
     // path keeps none.
     ShaderLibrary(std::string name, std::string source, std::filesystem::path cacheDirectory = userCacheDirectory());
 
-    // Throws Error when the file cannot be read.
+    // A line `#include "name"` stands for the file of that name in the same folder. Throws Error when a file cannot be
+    // read.
     static ShaderLibrary fromFile(const std::filesystem::path& file,
                                   std::filesystem::path cacheDirectory = userCacheDirectory());
 

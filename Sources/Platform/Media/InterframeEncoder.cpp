@@ -1,9 +1,13 @@
 #include "Platform/Media/InterframeEncoder.h"
 
+#include "Platform/Core/Processors.h"
 #include "Platform/Media/EncoderKernels.h"
 #include "Platform/Media/EncoderSupport.h"
 
+#include <unistd.h>
+
 #include <algorithm>
+#include <format>
 #include <limits>
 #include <new>
 #include <string>
@@ -78,8 +82,12 @@ CodecContextPtr prepareHEVC(const EncoderConfiguration& configuration, Options& 
     const auto& color = configuration.settings.color;
     if (!color.masteringDisplayColorVolume.empty() || !color.contentLightLevelInfo.empty())
         parameters += ":hdr10=1";
+    // x265 counts the machine's processors, not those that it may run on.
+    const int processors = availableProcessors();
     if (configuration.isProbe)
         parameters += ":pools=none:wpp=0:rc-lookahead=1:bframes=0:ref=1";
+    else if (processors < sysconf(_SC_NPROCESSORS_ONLN))
+        parameters += std::format(":pools={}", processors);
     options.set("x265-params", parameters);
     return context;
 }

@@ -75,6 +75,36 @@ TEST(ShaderLibrary, SaysWhereATextDoesNotCompile) {
     }
 }
 
+TEST(ShaderLibrary, IncludesPartsAndSaysInWhichOneATextDoesNotCompile) {
+    const CacheDirectory folder;
+    fs::create_directories(folder.path());
+    std::ofstream(folder.path() / "part.glsl")
+        << "#if defined(KERNEL_badPart)\nint one() { return missing; }\n#endif\n";
+    std::ofstream(folder.path() / "main.glsl") << R"(#version 450
+#extension GL_GOOGLE_cpp_style_line_directive : require
+#include "part.glsl"
+#if defined(KERNEL_good)
+void main() {}
+#elif defined(KERNEL_badPart)
+void main() { one(); }
+#elif defined(KERNEL_badMain)
+void main() { two(); }
+#endif
+)";
+    const auto library = ShaderLibrary::fromFile(folder.path() / "main.glsl", {});
+    EXPECT_TRUE(library.function("good"));
+    for (const auto& [kernel, place] : {std::pair("badPart", "part.glsl:2"), std::pair("badMain", "main.glsl:9")}) {
+        try {
+            library.function(kernel);
+            ADD_FAILURE() << kernel;
+        } catch (const Error& error) {
+            EXPECT_NE(std::string(error.what()).find(place), std::string::npos) << error.what();
+        }
+    }
+    fs::remove(folder.path() / "part.glsl");
+    EXPECT_THROW(ShaderLibrary::fromFile(folder.path() / "main.glsl", {}), Error);
+}
+
 TEST(ShaderLibrary, TakesKernelsFromTheCacheUnlessTheyAreDamaged) {
     const CacheDirectory cache;
     const ShaderLibrary library("test.glsl", source, cache.path());

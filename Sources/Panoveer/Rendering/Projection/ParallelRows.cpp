@@ -1,5 +1,7 @@
 #include "Panoveer/Rendering/Projection/ParallelRows.h"
 
+#include "Platform/Core/Processors.h"
+
 #include <algorithm>
 #include <atomic>
 #include <exception>
@@ -25,7 +27,7 @@ void forEachRowInParallel(int count, const std::function<void(int row)>& work) {
         }
     };
     {
-        const int threads = std::clamp(int(std::thread::hardware_concurrency()), 1, std::max(count, 1));
+        const int threads = std::clamp(availableProcessors(), 1, std::max(count, 1));
         std::vector<std::jthread> helpers;
         for (int i = 1; i < threads; ++i)
             helpers.emplace_back(take);

@@ -1,18 +1,11 @@
 #include "Panoveer/Rendering/Projection/WorkerPool.h"
 
-#include <sched.h>
+#include "Platform/Core/Processors.h"
 
 #include <algorithm>
 #include <utility>
 
 namespace panoveer {
-
-int availableProcessors() {
-    cpu_set_t set;
-    if (sched_getaffinity(0, sizeof set, &set) == 0)
-        return std::max(CPU_COUNT(&set), 1);
-    return std::max(int(std::thread::hardware_concurrency()), 1);
-}
 
 WorkerPool::Job::Job(std::vector<Stage> stages) : stages_(std::move(stages)) {
     std::erase_if(stages_, [](const Stage& stage) { return stage.count <= 0; });

@@ -12,9 +12,6 @@
 
 namespace panoveer {
 
-// The processors that this process may run on, at least 1.
-int availableProcessors();
-
 // Threads that work through jobs in the order in which they came; while the last pieces of one are under way, the next
 // one begins. Safe from any thread.
 class WorkerPool {
