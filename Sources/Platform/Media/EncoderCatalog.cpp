@@ -1,6 +1,7 @@
 #include "Platform/Media/EncoderCatalog.h"
 
 #include "Platform/Media/VideoEncoder.h"
+#include "Platform/Media/X265Library.h"
 
 #include <cmath>
 #include <cstdint>
@@ -43,6 +44,9 @@ std::optional<std::string> refusalByRule(const VideoSettings& settings) {
     const auto formats = pictureFormats(settings.codec, settings.profile);
     if (formats.empty())
         return std::format("The profile is not one of \"{}\"", settings.codec.text());
+    const bool hasLayers = settings.isMultiview() || family == CodecFamily::hevcWithAlpha;
+    if (const auto& absence = X265Library::shared().absence(); hasLayers && !absence.empty())
+        return absence;
     if (width < 1 || height < 1 || width > largestSide || height > largestSide)
         return std::format("{}x{} is not a picture size that a movie can have", width, height);
     auto layout = layoutOf(formats.front()).value_or(PixelFormatLayout{});
@@ -98,6 +102,20 @@ std::optional<std::string> EncoderCatalog::refusal(const VideoSettings& settings
     auto answer = refusalByOpening(settings);
     std::lock_guard lock(mutex_);
     return answers_.emplace(key, std::move(answer)).first->second;
+}
+
+EncoderCatalog::LayerLibrary EncoderCatalog::layerLibrary() {
+    const auto& library = X265Library::shared();
+    return {library.path(), library.absence()};
+}
+
+bool EncoderCatalog::supportsStereoMultiview(int bitDepth) {
+    VideoSettings settings{.codec = FourCC("hvc1"),
+                           .width = smallestHEVCWidth,
+                           .height = smallestHEVCWidth,
+                           .profile = bitDepth == 10 ? VideoProfile::hevcMain10 : VideoProfile::hevcMain};
+    settings.immersiveMedia.multiview.emplace();
+    return !refusal(settings);
 }
 
 } // namespace panoveer

@@ -1,8 +1,11 @@
 #include "Platform/Media/LayeredHEVCEncoder.h"
 
+#include "Platform/Core/Processors.h"
 #include "Platform/Media/EncoderSupport.h"
 #include "Platform/Media/X265.h"
 #include "Platform/Media/X265Library.h"
+
+#include <unistd.h>
 
 #include <algorithm>
 #include <cmath>
@@ -160,6 +163,9 @@ void LayeredHEVCEncoder::open() {
         x265_->lookaheadDepth = 1;
         x265_->bframes = 0;
         x265_->maxNumReferences = 1;
+    } else if (const int processors = availableProcessors(); processors < sysconf(_SC_NPROCESSORS_ONLN)) {
+        // x265 counts the machine's processors, not those that it may run on.
+        api_->param_parse(x265_.get(), "pools", std::to_string(processors).c_str());
     }
     require(api_->param_apply_profile(x265_.get(), bitDepth_ == 10 ? "main10" : "main") == 0, "the profile");
     encoder_.reset(api_->encoder_open(x265_.get()));

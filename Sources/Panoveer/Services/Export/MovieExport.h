@@ -6,6 +6,7 @@
 #include "Panoveer/Services/Export/ExportFrameClock.h"
 #include "Panoveer/Services/Export/ExportOutputDescriptor.h"
 #include "Panoveer/Services/Export/ExportSegmentFrameSlots.h"
+#include "Panoveer/Services/Export/ExportVideoFrameSink.h"
 #include "Panoveer/Services/Export/ExportWaits.h"
 #include "Panoveer/Services/Export/FixedFrameRateVideoRetimer.h"
 #include "Panoveer/Services/Export/SegmentFrameSource.h"
@@ -65,6 +66,7 @@ private:
 
     void prepareDestination();
     void configureWriter();
+    void makeSink(FourCC pixelFormat);
     void exportSegments();
     std::int64_t plannedFrameCount() const;
     SegmentRun beginSegment(const VRClipSegment& segment, double timelineStart);
@@ -96,9 +98,9 @@ private:
     URL staged_;
     ExportFrameClock clock_;
     ExportBufferBudget budget_;
-    std::unique_ptr<PixelBufferPool> pool_;
     std::unique_ptr<AssetWriter> writer_;
     VideoInput* input_ = nullptr; // owned by writer_
+    std::unique_ptr<ExportVideoFrameSink> sink_;
     std::int64_t framesWritten_ = 0;
 };
 
