@@ -38,7 +38,6 @@ protected:
     LayeredHEVCEncoder(const EncoderConfiguration& configuration, PacketSink sink, Layers layers, int bitDepth);
 
     const EncoderConfiguration& configuration() const { return configuration_; }
-    int bitDepth() const { return bitDepth_; }
     // Planes of one picture, and of another, which x265 reads during encodePlanes() only.
     PlanarPicture planes(int index) const { return planes_[std::size_t(index)]; }
     void encodePlanes(std::int64_t presentationTime, std::int64_t duration);

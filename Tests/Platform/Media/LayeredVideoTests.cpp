@@ -22,6 +22,10 @@ constexpr int width = 320;
 constexpr int height = 192;
 constexpr MediaTime frameDuration{1001, 30000};
 
+// G, B, R and white of BT.2020 in units of 0.00002, 1000 and 0.005 cd/m² in units of 0.0001.
+const std::vector<std::uint8_t> bt2020Display{0x21, 0x34, 0x9b, 0xaa, 0x19, 0x96, 0x08, 0xfc, 0x8a, 0x48, 0x39, 0x08,
+                                              0x3d, 0x13, 0x40, 0x42, 0x00, 0x98, 0x96, 0x80, 0x00, 0x00, 0x00, 0x32};
+
 VideoSettings stereoSettings(VideoProfile profile) {
     VideoSettings settings{.codec = FourCC("hvc1"),
                            .width = width,
@@ -29,7 +33,7 @@ VideoSettings stereoSettings(VideoProfile profile) {
                            .profile = profile,
                            .maximumKeyFrameInterval = 30,
                            .frameDuration = frameDuration,
-                           .color = {9, 16, 9, {}, {}}};
+                           .color = {9, 16, 9, bt2020Display, {0x03, 0xe8, 0x01, 0x90}}}; // 1000 and 400 cd/m²
     settings.immersiveMedia.multiview = {.horizontalFieldOfView = 63'500, .stereoCameraBaseline = 19'240};
     settings.immersiveMedia.projectionKind = VideoProjectionKind::halfEquirectangular;
     return settings;
@@ -121,6 +125,8 @@ TEST_P(StereoMovie, GivesEachEyeBackByItself) {
     EXPECT_EQ(said["baseline"], 19'240);
     EXPECT_EQ(said["horizontal_field_of_view"], "63500/1000");
     EXPECT_EQ(said["projection"], "half equirectangular");
+    EXPECT_EQ(said["max_content"], 1000);
+    EXPECT_EQ(said["green_x"], "8500/50000");
 
     std::set<std::int64_t> times;
     std::vector<std::int64_t> keyTimes;

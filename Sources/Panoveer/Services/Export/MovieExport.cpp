@@ -13,6 +13,7 @@
 #include "Panoveer/Services/Intake/FFmpegRuntime.h"
 #include "Platform/Core/Log.h"
 #include "Platform/Core/Text.h"
+#include "Platform/Media/EncoderCatalog.h"
 
 #include <sys/stat.h>
 #include <unistd.h>
@@ -41,6 +42,11 @@ std::uint64_t physicalMemoryBytes() {
 
 std::string sizeText(const OutputResolution& size) {
     return std::to_string(size.width) + "x" + std::to_string(size.height);
+}
+
+bool lacksLayerEncoder(ExportCodec codec) {
+    const bool hasLayers = properties(codec).isMultiviewStereo || codec == ExportCodec::hevcWithAlpha;
+    return hasLayers && !EncoderCatalog::layerLibrary().absence.empty();
 }
 
 // What would refuse the rename at the end is better told before hours of work.
@@ -129,8 +135,10 @@ void MovieExport::configureWriter() {
     std::string reason;
     if (!writer_->canApply(settings, &reason)) {
         logger.error("encoder refused codec={} size={} reason={}", rawValue(descriptor_.codec), sizeText(size), reason);
-        VRExportError refusal(VRExportError::Case::unsupportedVideoSettings, descriptor_.codec, size.width,
-                              size.height);
+        auto refusal = lacksLayerEncoder(descriptor_.codec)
+                           ? VRExportError::withoutLayerEncoder(descriptor_.codec)
+                           : VRExportError(VRExportError::Case::unsupportedVideoSettings, descriptor_.codec, size.width,
+                                           size.height);
         refusal.setUnderlying(std::make_shared<Error>(reason));
         throw refusal;
     }
