@@ -38,16 +38,18 @@ HWY_INLINE Ints weightPairs(const std::int16_t* weights) {
     return hn::LoadDup128(ints, reinterpret_cast<const std::int32_t*>(weights));
 }
 
-// The sums of a chunk of eight columns.
+// The sums of a chunk of eight columns. Always made with its values: a constructor that the compiler makes up is not
+// compiled for the instruction set at hand, and could not call those of the vectors.
 struct Chunk {
     Ints part[vectorsPerChunk];
 };
 
 HWY_INLINE Chunk operator+(const Chunk& a, const Chunk& b) {
-    Chunk sum;
-    for (int i = 0; i < vectorsPerChunk; ++i)
-        sum.part[i] = hn::Add(a.part[i], b.part[i]);
-    return sum;
+#if HWY_MAX_BYTES >= 32
+    return {{hn::Add(a.part[0], b.part[0])}};
+#else
+    return {{hn::Add(a.part[0], b.part[0]), hn::Add(a.part[1], b.part[1])}};
+#endif
 }
 
 // Two rows, each with its weight: the two of `pair` in all lanes.
