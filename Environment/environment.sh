@@ -26,7 +26,7 @@ fail() { # WHAT IS WRONG, WHAT TO DO
 packages() { grep -v '^#' "$package_list" | grep . | tr '\n' ' '; }
 
 # The stamp covers everything that decides what the environment holds.
-environment_stamp() { cat "$package_list" "$checkout/Environment/build-x265.sh" | sha256sum | cut -d' ' -f1; }
+environment_stamp() { cat "$package_list" "$checkout"/Environment/*x265* | sha256sum | cut -d' ' -f1; }
 
 host_is_new_enough() {
     local id version

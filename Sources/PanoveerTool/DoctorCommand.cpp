@@ -9,12 +9,11 @@
 #include "Platform/Core/Processors.h"
 #include "Platform/GPU/GPUDevice.h"
 #include "Platform/Media/AssetWriter.h"
+#include "Platform/Media/EncoderCatalog.h"
 
 #include <CLI/CLI.hpp>
-#include <dlfcn.h>
 #include <nlohmann/json.hpp>
 
-#include <cstdlib>
 #include <filesystem>
 #include <format>
 #include <iostream>
@@ -49,13 +48,14 @@ JSON encoders() {
         std::optional<double> bitrate;
         if (!properties(codec).isProRes())
             bitrate = testMegabitsPerSecond;
-        const auto settings =
-            videoSettings(codec, testWidth, testHeight, bitrate, std::nullopt, ExportColorMode::convertToSDR);
-        std::string reason;
-        const bool works = !properties(codec).isMultiviewStereo && writer.canApply(settings, &reason);
-        JSON entry = {{"codec", rawValue(codec)}, {"works", works}};
+        ImmersiveMediaProperties immersiveMedia;
         if (properties(codec).isMultiviewStereo)
-            reason = "this version does not write multiview movies";
+            immersiveMedia.multiview.emplace();
+        const auto settings = videoSettings(codec, testWidth, testHeight, bitrate, std::nullopt,
+                                            ExportColorMode::convertToSDR, immersiveMedia);
+        std::string reason;
+        const bool works = writer.canApply(settings, &reason);
+        JSON entry = {{"codec", rawValue(codec)}, {"works", works}};
         if (!works)
             entry["reason"] = reason;
         list.push_back(std::move(entry));
@@ -63,16 +63,12 @@ JSON encoders() {
     return list;
 }
 
-// The x265 with multiview is opened, never linked; where it lies is told by the environment, else the loader searches.
+// Opened at run time, so that everything else works without it.
 JSON multiviewLibrary() {
-    const char* named = std::getenv("PANOVEER_X265_LIBRARY");
-    const std::string path = named && *named ? named : "libpanoveer-x265.so";
-    void* library = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
-    JSON result = {{"library", path}, {"found", library != nullptr}};
-    if (library)
-        dlclose(library);
-    else
-        result["reason"] = "run ./dev once with a network, or set PANOVEER_X265_LIBRARY";
+    const auto [path, absence] = EncoderCatalog::layerLibrary();
+    JSON result = {{"library", path}, {"found", absence.empty()}};
+    if (!absence.empty())
+        result["reason"] = absence;
     return result;
 }
 
@@ -96,8 +92,9 @@ void printText(const JSON& report) {
                                  encoder["works"].get<bool>() ? "works"
                                                               : "no: " + encoder["reason"].get<std::string>());
     const auto& multiview = report["multiviewLibrary"];
-    std::cout << "Multiview library\n  " << multiview["library"].get<std::string>() << ": "
-              << (multiview["found"].get<bool>() ? "found" : "not found; " + multiview["reason"].get<std::string>())
+    std::cout << "Multiview and alpha library\n  "
+              << (multiview["found"].get<bool>() ? multiview["library"].get<std::string>() + ": found"
+                                                 : multiview["reason"].get<std::string>())
               << '\n';
     std::cout << std::format("Machine\n  {} processors\n  {} free in {}\n", report["processors"].get<unsigned>(),
                              ExportSizeEstimator::formattedDecimalSize(report["space"]["freeBytes"].get<double>()),

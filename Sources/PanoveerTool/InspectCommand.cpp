@@ -76,7 +76,26 @@ JSON describe(const VideoExtendedUsageReport& report) {
     add(result, "disparityAdjustment", report.disparityAdjustment);
     add(result, "projection", report.projection);
     add(result, "viewPacking", report.viewPacking);
+    for (const auto& [name, boxes] :
+         {std::pair("required", &report.requiredBoxes), std::pair("otherBoxes", &report.otherBoxes)})
+        for (const auto box : *boxes)
+            result[name].push_back(MP4Tag::text(box));
     return result;
+}
+
+JSON describe(const LayerConfigurationReport& report) {
+    return {{"version", report.version},
+            {"lengthSize", report.lengthSize},
+            {"temporalLayers", report.temporalLayerCount},
+            {"sequenceParameterSets", report.sequenceParameterSets},
+            {"pictureParameterSets", report.pictureParameterSets}};
+}
+
+// What a layer beside the base layer is for.
+const char* secondaryLayerRole(const SpatialTrackReport& track) {
+    if (track.extendedUsage && track.extendedUsage->hasLeftEyeView && track.extendedUsage->hasRightEyeView)
+        return "other eye";
+    return track.hasAlphaLayer ? "alpha" : "not said";
 }
 
 JSON describe(const SpatialAudioReport& report) {
@@ -103,8 +122,11 @@ JSON describe(const SpatialTrackReport& track) {
     if (track.extendedUsage)
         result["extendedUsage"] = describe(*track.extendedUsage);
     add(result, "horizontalFieldOfViewDegrees", track.horizontalFieldOfViewDegrees);
-    if (track.hasSecondaryLayer)
+    if (track.secondaryLayer) {
         result["layers"] = 2;
+        result["secondaryLayer"] = describe(*track.secondaryLayer);
+        result["secondaryLayer"]["role"] = secondaryLayerRole(track);
+    }
     if (track.spatialAudio)
         result["spatialAudio"] = describe(*track.spatialAudio);
     return result;

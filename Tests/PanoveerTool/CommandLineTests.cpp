@@ -1,6 +1,7 @@
 #include "PanoveerTool/CommandLine.h"
 
 #include <fcntl.h>
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <sys/stat.h>
@@ -521,6 +522,22 @@ TEST_F(CommandLine, ListsPresetsAndWhatWorksHere) {
         if (encoder["codec"] == "h264" || encoder["codec"] == "hevc10" || encoder["codec"] == "proRes") {
             EXPECT_TRUE(encoder["works"].get<bool>()) << encoder;
         }
+}
+
+TEST_F(CommandLine, SaysInOneLineThatTheLibraryForLayersIsMissing) {
+    const auto source = movie({.frameCount = 2});
+    setenv("PANOVEER_X265_LIBRARY", "/nowhere/x265.so", 1);
+    const auto doctor = nlohmann::json::parse(panoveer({"doctor", "--json"}).standardOutput);
+    EXPECT_FALSE(doctor["multiviewLibrary"]["found"].get<bool>());
+    EXPECT_THAT(doctor["multiviewLibrary"]["reason"].get<std::string>(), testing::HasSubstr("/nowhere/x265.so"));
+    for (const std::string codec : {"mvhevc8", "hevcWithAlpha"}) {
+        const auto result = panoveer({"convert", source, "-o", path("eyes.mov"), "--codec", codec, "--size", "256x128",
+                                      "--source-format", "standard", "--format", "standard", "--progress", "none"});
+        EXPECT_EQ(result.exitCode, 1);
+        EXPECT_EQ(std::ranges::count(result.standardError, '\n'), 2) << result.standardError; // with what the source is
+        EXPECT_THAT(result.standardError, testing::HasSubstr("is not installed"));
+    }
+    unsetenv("PANOVEER_X265_LIBRARY");
 }
 
 TEST_F(CommandLine, RetimesASingleMovieOfMixedRates) {

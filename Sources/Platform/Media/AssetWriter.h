@@ -6,12 +6,14 @@
 #include "Platform/Core/URL.h"
 #include "Platform/Media/AudioSampleBuffer.h"
 #include "Platform/Media/AudioSettings.h"
+#include "Platform/Media/ImmersiveMediaProperties.h"
 #include "Platform/Media/PixelBuffer.h"
 
 #include <cstdint>
 #include <functional>
 #include <memory>
 #include <optional>
+#include <span>
 #include <stop_token>
 #include <string>
 
@@ -22,8 +24,9 @@ enum class MovieFileType { mp4, quickTimeMovie, m4a };
 
 enum class VideoProfile { automatic, h264High, hevcMain, hevcMain10 };
 
-// What a movie track is to be encoded as. Codec types: "avc1" (H.264), "hvc1" (HEVC), and the ProRes family "apco"
-// (Proxy), "apcs" (LT), "apcn" (422), "apch" (HQ), "ap4h" (4444), "ap4x" (4444 XQ).
+// What a movie track is to be encoded as. Codec types: "avc1" (H.264), "hvc1" (HEVC), "muxa" (HEVC with alpha, which is
+// "hvc1" in the file), and the ProRes family "apco" (Proxy), "apcs" (LT), "apcn" (422), "apch" (HQ), "ap4h" (4444),
+// "ap4x" (4444 XQ).
 struct VideoSettings {
     FourCC codec;
     int width = 0;
@@ -39,6 +42,20 @@ struct VideoSettings {
     // Of the output, H.273 code points, video range; written as `colr` and into the stream. Mastering display and light
     // level go into `mdcv` and `clli` and into the stream. What is unsaid here is taken from the first picture.
     ColorAttachments color;
+    // Goes into the sample entry. With multiview properties the track has a layer for each eye: "hvc1" only, and width
+    // and height are those of one eye.
+    ImmersiveMediaProperties immersiveMedia;
+
+    bool isMultiview() const { return immersiveMedia.multiview.has_value(); }
+};
+
+enum class StereoView { leftEye, rightEye };
+
+// One of the pictures that a multiview track shows at a time.
+struct TaggedPixelBuffer {
+    PixelBufferPtr pixelBuffer;
+    int videoLayerID = 0;
+    StereoView stereoView = StereoView::leftEye;
 };
 
 // Encodes the pictures of one track on a thread of its own, behind a bounded queue. append() and markAsFinished()
@@ -53,6 +70,9 @@ public:
     // rise strictly; pictures before the session's start are left out. False when the writer is not writing, and when a
     // picture of another format or size, or one out of order, has made it fail: see its error().
     virtual bool append(PixelBufferPtr picture, MediaTime presentationTime) = 0;
+    // The same for the pictures of both eyes, each of the track's size: the left one in layer 0, then the right one in
+    // layer 1. Fails in any other arrangement, and in a track of single pictures, which takes append() only.
+    virtual bool appendTaggedBuffers(std::span<const TaggedPixelBuffer> pictures, MediaTime presentationTime) = 0;
     // No picture follows. The encoder goes on by itself until it has given out all that it holds.
     virtual void markAsFinished() = 0;
 };
@@ -105,7 +125,8 @@ public:
     bool canApply(const VideoSettings& settings, std::string* reason = nullptr) const;
 
     // Pictures are to come in `pictureFormat`: "420v" for H.264 and HEVC Main, also "BGRA" for the latter, "x420" for
-    // HEVC Main 10, "x422" for the ProRes 422 family, "BGRA" or "RGhA" for ProRes 4444. `mediaTimeScale` is the track's
+    // HEVC Main 10, "BGRA" for HEVC with alpha, "x422" for the ProRes 422 family, "BGRA" or "RGhA" for ProRes 4444.
+    // `mediaTimeScale` is the track's
     // timescale, one for all video tracks; `plannedFrameCount` the number of pictures to expect, from which room for an
     // mp4's sample tables is reserved (0: estimated from the duration hint). Null when refused.
     VideoInput* addVideoInput(const VideoSettings& settings, FourCC pictureFormat, std::int32_t mediaTimeScale,

@@ -1,6 +1,7 @@
 #include "Platform/Media/EncoderCatalog.h"
 
 #include "Platform/Media/VideoEncoder.h"
+#include "Platform/Media/X265Library.h"
 
 #include <cmath>
 #include <cstdint>
@@ -43,15 +44,23 @@ std::optional<std::string> refusalByRule(const VideoSettings& settings) {
     const auto formats = pictureFormats(settings.codec, settings.profile);
     if (formats.empty())
         return std::format("The profile is not one of \"{}\"", settings.codec.text());
+    const bool hasLayers = settings.isMultiview() || family == CodecFamily::hevcWithAlpha;
+    if (const auto& absence = X265Library::shared().absence(); hasLayers && !absence.empty())
+        return absence;
     if (width < 1 || height < 1 || width > largestSide || height > largestSide)
         return std::format("{}x{} is not a picture size that a movie can have", width, height);
-    const auto layout = layoutOf(formats.front()).value_or(PixelFormatLayout{});
+    auto layout = layoutOf(formats.front()).value_or(PixelFormatLayout{});
+    if (family == CodecFamily::hevcWithAlpha) // takes BGRA, but encodes 4:2:0
+        layout.chromaWidthShift = layout.chromaHeightShift = 1;
+    if (settings.isMultiview() && family != CodecFamily::hevc)
+        return std::format("\"{}\" has no layers for two eyes", settings.codec.text());
     if (width % (1 << layout.chromaWidthShift) != 0 || height % (1 << layout.chromaHeightShift) != 0)
         return std::format("{}x{} does not fit the chroma samples of \"{}\", which need even sides", width, height,
                            settings.codec.text());
     if (!fitsLibAV(width, height))
         return std::format("{}x{} is larger than any encoder here takes", width, height);
-    if (family == CodecFamily::hevc && (width < smallestHEVCWidth || height < smallestHEVCHeight))
+    const bool isHEVC = family == CodecFamily::hevc || family == CodecFamily::hevcWithAlpha;
+    if (isHEVC && (width < smallestHEVCWidth || height < smallestHEVCHeight))
         return std::format("{}x{} is smaller than x265 takes", width, height);
     return family == CodecFamily::h264 ? levelRefusal(width, height) : std::nullopt;
 }
@@ -83,7 +92,7 @@ EncoderCatalog& EncoderCatalog::shared() {
 std::optional<std::string> EncoderCatalog::refusal(const VideoSettings& settings) {
     if (auto reason = refusalByRule(settings))
         return reason;
-    const Key key(settings.codec, settings.width, settings.height, settings.profile);
+    const Key key(settings.codec, settings.width, settings.height, settings.profile, settings.isMultiview());
     {
         std::lock_guard lock(mutex_);
         if (const auto known = answers_.find(key); known != answers_.end())
@@ -93,6 +102,20 @@ std::optional<std::string> EncoderCatalog::refusal(const VideoSettings& settings
     auto answer = refusalByOpening(settings);
     std::lock_guard lock(mutex_);
     return answers_.emplace(key, std::move(answer)).first->second;
+}
+
+EncoderCatalog::LayerLibrary EncoderCatalog::layerLibrary() {
+    const auto& library = X265Library::shared();
+    return {library.path(), library.absence()};
+}
+
+bool EncoderCatalog::supportsStereoMultiview(int bitDepth) {
+    VideoSettings settings{.codec = FourCC("hvc1"),
+                           .width = smallestHEVCWidth,
+                           .height = smallestHEVCWidth,
+                           .profile = bitDepth == 10 ? VideoProfile::hevcMain10 : VideoProfile::hevcMain};
+    settings.immersiveMedia.multiview.emplace();
+    return !refusal(settings);
 }
 
 } // namespace panoveer

@@ -21,8 +21,18 @@ public:
     // have no part in it.
     std::optional<std::string> refusal(const VideoSettings& settings);
 
+    // The library that encodes pictures in layers, two eyes or colour and alpha.
+    struct LayerLibrary {
+        std::string path;
+        std::string absence; // why it cannot be used and what to do, in one line; empty when it can
+    };
+    static LayerLibrary layerLibrary();
+
+    // Whether a stream of two eyes can be encoded here at all, in 8 or 10 bits a sample; sizes are for refusal().
+    bool supportsStereoMultiview(int bitDepth);
+
 private:
-    using Key = std::tuple<FourCC, int, int, VideoProfile>;
+    using Key = std::tuple<FourCC, int, int, VideoProfile, bool>;
 
     std::mutex mutex_;
     std::map<Key, std::optional<std::string>> answers_; // guarded by mutex_

@@ -123,7 +123,67 @@ void convertRows(const PixelBuffer& source, const PlanarPicture& target, const C
     }
 }
 
+// What one chroma sample of 4:2:0 sees of a row: columns -1, 0 and 1 around its own, the outermost ones repeated.
+struct ChromaWindow {
+    int red = 0, green = 0, blue = 0;
+
+    void add(const std::uint8_t* row, int column, int lastColumn) {
+        addPixel(row, std::max(column - 1, 0), 1);
+        addPixel(row, column, 2);
+        addPixel(row, std::min(column + 1, lastColumn), 1);
+    }
+    void addPixel(const std::uint8_t* row, int column, int weight) {
+        const auto* pixel = row + 4 * std::ptrdiff_t(column);
+        blue += weight * pixel[0];
+        green += weight * pixel[1];
+        red += weight * pixel[2];
+    }
+};
+
+constexpr float chromaWindowWeight = 8; // 1 2 1, in two rows
+// From ten-bit steps to those of eight bits.
+constexpr float eightBitSteps = 0.25F;
+constexpr float lumaOffset8 = 16.5F;
+constexpr float chromaOffset8 = 128.5F;
+
+void convertLumaRow(const std::uint8_t* __restrict source, const ColorMatrix& given, std::uint8_t* __restrict y,
+                    std::uint8_t* __restrict alpha, int count) {
+    const auto matrix = given;
+    for (int i = 0; i < count; ++i) {
+        const auto* pixel = source + 4 * std::ptrdiff_t(i);
+        const float luma = matrix.red * pixel[2] + matrix.green * pixel[1] + matrix.blue * pixel[0];
+        y[i] = std::uint8_t(int(luma + lumaOffset8));
+        alpha[i] = pixel[3];
+    }
+}
+
 } // namespace
+
+void convertToYCbCrA420(const PixelBuffer& source, const PlanarPicture& target, int matrixCoefficients) {
+    const ColorMatrix matrix(matrixCoefficients, 255 / eightBitSteps);
+    const ColorMatrix chromaMatrix(matrixCoefficients, 255 / eightBitSteps * chromaWindowWeight);
+    const auto& plane = source.plane(0);
+    for (int y = 0; y < source.height(); ++y)
+        convertLumaRow(sourceRow<std::uint8_t>(plane, y), matrix, targetRow<std::uint8_t>(target, 0, y),
+                       targetRow<std::uint8_t>(target, 3, y), source.width());
+    for (int y = 0; y < source.height() / 2; ++y) {
+        const auto* upper = sourceRow<std::uint8_t>(plane, 2 * y);
+        const auto* lower = sourceRow<std::uint8_t>(plane, 2 * y + 1);
+        auto* cb = targetRow<std::uint8_t>(target, 1, y);
+        auto* cr = targetRow<std::uint8_t>(target, 2, y);
+        for (int x = 0; x < source.width() / 2; ++x) {
+            ChromaWindow window;
+            window.add(upper, 2 * x, source.width() - 1);
+            window.add(lower, 2 * x, source.width() - 1);
+            const float luma = chromaMatrix.red * float(window.red) + chromaMatrix.green * float(window.green) +
+                               chromaMatrix.blue * float(window.blue);
+            cb[x] = std::uint8_t(
+                int((chromaMatrix.unit * float(window.blue) - luma) * chromaMatrix.blueScale + chromaOffset8));
+            cr[x] = std::uint8_t(
+                int((chromaMatrix.unit * float(window.red) - luma) * chromaMatrix.redScale + chromaOffset8));
+        }
+    }
+}
 
 void splitPlanes(const PixelBuffer& source, const PlanarPicture& target) {
     const bool isTenBit = source.layout().bytesPerSample == 2;

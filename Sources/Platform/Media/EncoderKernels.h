@@ -23,4 +23,9 @@ void splitPlanes(const PixelBuffer& source, const PlanarPicture& target);
 // stays straight. What lies outside the nominal range is clipped.
 void convertToYCbCrA(const PixelBuffer& source, const PlanarPicture& target, int matrix);
 
+// BGRA of even sides to 8-bit 4:2:0 Y'CbCr in video range with full-range alpha, each rounded to the nearest step.
+// Chroma lies on the left column and between the rows (H.273 type 0), filtered 1 2 1 across and 1 1 down. Alpha stays
+// straight.
+void convertToYCbCrA420(const PixelBuffer& source, const PlanarPicture& target, int matrix);
+
 } // namespace panoveer

@@ -107,9 +107,13 @@ CodecParametersPtr containerParameters(const AVCodecContext& context, const Enco
         throw std::bad_alloc();
     const auto& settings = configuration.settings;
     parameters->codec_tag = __builtin_bswap32(settings.codec.value);
-    addToContainer(*parameters, AV_PKT_DATA_MASTERING_DISPLAY_METADATA, masteringDisplay(settings.color));
-    addToContainer(*parameters, AV_PKT_DATA_CONTENT_LIGHT_LEVEL, contentLight(settings.color));
+    tellContainer(*parameters, settings);
     return parameters;
+}
+
+void tellContainer(AVCodecParameters& parameters, const VideoSettings& settings) {
+    addToContainer(parameters, AV_PKT_DATA_MASTERING_DISPLAY_METADATA, masteringDisplay(settings.color));
+    addToContainer(parameters, AV_PKT_DATA_CONTENT_LIGHT_LEVEL, contentLight(settings.color));
 }
 
 void encodeFrame(AVCodecContext& context, const AVFrame* frame, const VideoEncoder::PacketSink& sink) {

@@ -14,6 +14,9 @@ CodecContextPtr makeEncoderContext(std::string_view encoderName, const EncoderCo
 // The context's parameters with the codec's own tag and HDR payloads for the container.
 CodecParametersPtr containerParameters(const AVCodecContext& context, const EncoderConfiguration& configuration);
 
+// Adds the HDR payloads of the settings' colours for the container. Throws std::bad_alloc.
+void tellContainer(AVCodecParameters& parameters, const VideoSettings& settings);
+
 // Sends a frame, or none to flush, and hands out every packet that is ready. Throws Error and what the sink throws.
 void encodeFrame(AVCodecContext& context, const AVFrame* frame, const VideoEncoder::PacketSink& sink);
 

@@ -1,6 +1,7 @@
 #include "Platform/Media/MediaAsset.h"
 
 #include "Platform/Core/Log.h"
+#include "Platform/Media/AlphaLayerDecoder.h"
 #include "Platform/Media/AudioTracks.h"
 #include "Platform/Media/ColorDescription.h"
 #include "Platform/Media/MediaSupport.h"
@@ -133,6 +134,10 @@ VideoFormatDescription formatDescription(const AVStream& stream, FourCC code, bo
         description.pixelFormatName = pixels->name;
         description.containsAlpha = (pixels->flags & AV_PIX_FMT_FLAG_ALPHA) != 0;
         description.isFullRange |= description.pixelFormatName.starts_with("yuvj");
+    }
+    if (AlphaLayerDecoder::isPresent(parameters)) {
+        description.containsAlpha = true;
+        description.pixelFormatName = av_get_pix_fmt_name(AV_PIX_FMT_YUVA420P);
     }
     // The eyes are those that the sample entry names; without its word the views of a stream are just views.
     const auto* stereo = codedSideData<AVStereo3D>(parameters, AV_PKT_DATA_STEREO3D, sizeof(AVStereo3D));

@@ -47,6 +47,8 @@ void MovieDecoder::openDecoder(const VideoTrack& track) {
         code = avcodec_open2(decoder_.get(), codec, nullptr);
     if (code < 0)
         throw libavError(reader_.name() + ": cannot open the video decoder", code, mediaErrorCode::decoderNotFound);
+    if (AlphaLayerDecoder::isPresent(*track.decoderParameters))
+        alpha_.emplace(*track.decoderParameters);
 }
 
 void MovieDecoder::resetTimes() {
@@ -65,6 +67,8 @@ void MovieDecoder::seek(double seconds) {
         return;
     reader_.seek(seconds);
     avcodec_flush_buffers(decoder_.get());
+    if (alpha_)
+        alpha_->flush();
     isDraining_ = false;
 }
 
@@ -106,7 +110,7 @@ std::optional<DecodedFrame> MovieDecoder::keyFrame(double seconds) {
         send(*packet_);
         av_packet_unref(packet_.get());
         // The end of the stream makes the decoder give its picture away without waiting for more.
-        avcodec_send_packet(decoder_.get(), nullptr);
+        drain();
         isDraining_ = true;
     }
     return decodeNext();
@@ -142,6 +146,8 @@ std::optional<DecodedFrame> MovieDecoder::decodeNext() {
         const int code = avcodec_receive_frame(decoder_.get(), frame.get());
         if (code >= 0) {
             ++decodedFrameCount_;
+            if (alpha_)
+                alpha_->addTo(*frame);
             auto result = timed(std::move(frame));
             // A stamp that does not rise is a fault of the file: presentation order has no place for it.
             if (result.seconds > lastSeconds_) {
@@ -163,13 +169,17 @@ std::optional<DecodedFrame> MovieDecoder::decodeNext() {
 
 void MovieDecoder::feed() {
     readPacket();
-    if (isDraining_) {
-        avcodec_send_packet(decoder_.get(), nullptr);
-        return;
-    }
+    if (isDraining_)
+        return drain();
     decoder_->skip_frame = isSuperseded(*packet_) ? AVDISCARD_NONREF : AVDISCARD_DEFAULT;
     send(*packet_);
     av_packet_unref(packet_.get());
+}
+
+void MovieDecoder::drain() {
+    avcodec_send_packet(decoder_.get(), nullptr);
+    if (alpha_)
+        alpha_->finish();
 }
 
 // Whether another picture takes the place of this one before the wanted time. It then needs no decoding, unless others
@@ -187,6 +197,8 @@ bool MovieDecoder::isSuperseded(const AVPacket& packet) {
 
 void MovieDecoder::send(const AVPacket& packet) {
     const int code = avcodec_send_packet(decoder_.get(), &packet);
+    if (alpha_)
+        alpha_->send(packet);
     if (code < 0)
         noteDecodeError(code);
     else if (takesDecodingTimes_ && packet.dts != AV_NOPTS_VALUE)

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Platform/Core/Error.h"
+#include "Platform/Media/AlphaLayerDecoder.h"
 #include "Platform/Media/MediaAsset.h"
 #include "Platform/Media/MediaSupport.h"
 #include "Platform/Media/TrackReader.h"
@@ -53,6 +54,7 @@ private:
     void seek(double seconds);
     std::optional<DecodedFrame> decodeNext();
     void feed();
+    void drain();
     void send(const AVPacket& packet);
     bool isSuperseded(const AVPacket& packet);
     void resetTimes();
@@ -63,6 +65,7 @@ private:
     double frameSeconds_; // of one frame at the nominal rate
     TrackReader reader_;
     CodecContextPtr decoder_;
+    std::optional<AlphaLayerDecoder> alpha_; // of a track with alpha in another layer
     PacketPtr packet_;
 
     std::deque<DecodedFrame> ahead_; // decoded already

@@ -1,5 +1,7 @@
 #include "Platform/Media/MovieHeader.h"
 
+#include "Platform/Core/Error.h"
+#include "Platform/Media/MediaSupport.h"
 #include "Platform/Media/MovieBox.h"
 
 namespace panoveer {
@@ -57,6 +59,32 @@ void makeOrdinary(std::vector<std::uint8_t>& moov) {
 
 void boundEdits(std::vector<std::uint8_t>& moov, std::uint64_t duration) {
     forEachEditList({FourCC("moov"), moov}, [&](const Box& elst, std::uint64_t) { completeEdits(elst, duration); });
+}
+
+void appendToSampleEntry(std::vector<std::uint8_t>& moov, std::size_t track, std::span<const std::uint8_t> boxes) {
+    if (boxes.empty())
+        return;
+    constexpr std::size_t sampleDescriptionOwnBytes = 8;
+    std::vector<Box> above = {{FourCC("moov"), moov}};
+    const auto step = [&](const std::vector<Box>& candidates, std::size_t index) {
+        if (index >= candidates.size())
+            throw Error("A movie header without the sample entry of a track", std::string(mediaErrorDomain),
+                        mediaErrorCode::unknown);
+        above.push_back(candidates[index]);
+    };
+    const auto children = [&](FourCC type) {
+        auto found = childrenOf(above.back());
+        std::erase_if(found, [&](const Box& box) { return box.type != type; });
+        return found;
+    };
+    step(children("trak"), track);
+    for (const FourCC type : {"mdia", "minf", "stbl", "stsd"})
+        step(children(type), 0);
+    step(childrenOf(above.back(), sampleDescriptionOwnBytes), 0);
+    const auto end = above.back().bytes.data() + above.back().bytes.size() - moov.data();
+    for (const auto& box : above)
+        writeBigEndian(box.bytes.first(4), box.bytes.size() + boxes.size());
+    moov.insert(moov.begin() + end, boxes.begin(), boxes.end());
 }
 
 std::size_t boxSize(std::span<const std::uint8_t> box) { return std::size_t(readBigEndian(box.first(4))); }

@@ -19,6 +19,9 @@ void makeOrdinary(std::vector<std::uint8_t>& moov);
 // above.
 void boundEdits(std::vector<std::uint8_t>& moov, std::uint64_t duration);
 
+// Puts whole boxes at the end of the video sample entry of the track of that index. Throws as above.
+void appendToSampleEntry(std::vector<std::uint8_t>& moov, std::size_t track, std::span<const std::uint8_t> boxes);
+
 // The 32-bit size that a box begins with.
 std::size_t boxSize(std::span<const std::uint8_t> box);
 

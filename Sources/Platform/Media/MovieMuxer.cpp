@@ -74,6 +74,11 @@ void MovieMuxer::throwIfFailed(int code, std::string_view what) const {
         throw libavError(what, code);
 }
 
+void MovieMuxer::describeVideo(int index, VideoDescription description) {
+    std::lock_guard lock(mutex_);
+    tracks_.at(std::size_t(index)).description = std::move(description);
+}
+
 void MovieMuxer::configureTrack(int index, const AVCodecParameters& parameters, std::int32_t timescale,
                                 const std::optional<SoundDescription>& sound) {
     std::lock_guard lock(mutex_);
@@ -83,6 +88,8 @@ void MovieMuxer::configureTrack(int index, const AVCodecParameters& parameters, 
     auto* stream = muxer_->streams[index];
     throwIfFailed(avcodec_parameters_copy(stream->codecpar, &parameters), "Cannot describe a track");
     stream->time_base = {1, timescale};
+    if (track.description.hasManyLayers)
+        stream->disposition |= AV_DISPOSITION_MULTILAYER;
     track.timescale = timescale;
     track.isVideo = parameters.codec_type == AVMEDIA_TYPE_VIDEO;
     track.sound = sound;
@@ -117,10 +124,10 @@ void MovieMuxer::writeHeader() {
     if (!isFragmented()) {
         // The first sample leaves room in front of it: for `moov`, the rest of the room, and the header of `mdat`.
         mediaStart_ = fileTypeEnd_ + headerBytesBesides + headerBytesPerSample * configuration_.plannedSampleCount +
-                      soundDescriptionRoom() + boxHeaderSize + largeBoxHeaderSize;
+                      descriptionRoom() + boxHeaderSize + largeBoxHeaderSize;
         mediaStart_ = std::max(mediaStart_, headerEnd);
         avio_seek(file_.context(), mediaStart_, SEEK_SET);
-    } else if (const auto room = soundDescriptionRoom(); room > 0) {
+    } else if (const auto room = descriptionRoom(); room > 0) {
         file_.writeAt(headerEnd, freeBoxHeader(room + boxHeaderSize));
         avio_seek(file_.context(), headerEnd + room + boxHeaderSize, SEEK_SET);
     }
@@ -129,17 +136,23 @@ void MovieMuxer::writeHeader() {
     hasHeader_ = true;
 }
 
-std::int64_t MovieMuxer::soundDescriptionRoom() const {
+// By how much completeDescriptions() makes a `moov` larger, at most.
+std::int64_t MovieMuxer::descriptionRoom() const {
     std::int64_t room = 0;
-    for (const auto& track : tracks_)
+    for (const auto& track : tracks_) {
+        room += std::int64_t(track.description.sampleEntryBoxes.size());
         room += track.sound ? std::int64_t(largestGrowth(*track.sound)) : 0;
+    }
     return room;
 }
 
-void MovieMuxer::describeSounds(std::vector<std::uint8_t>& moov) const {
-    for (const auto& track : tracks_)
-        if (track.sound)
-            describeSound(moov, *track.sound);
+// Adds what libavformat does not say of the tracks.
+void MovieMuxer::completeDescriptions(std::vector<std::uint8_t>& moov) const {
+    for (std::size_t i = 0; i < tracks_.size(); ++i) {
+        appendToSampleEntry(moov, i, tracks_[i].description.sampleEntryBoxes);
+        if (tracks_[i].sound)
+            describeSound(moov, *tracks_[i].sound);
+    }
 }
 
 void MovieMuxer::write(int index, PacketPtr packet) {
@@ -244,7 +257,7 @@ void MovieMuxer::cutFragment() {
 
 // The muxer leaves the edits of the first `moov` open ("to the end", duration 0). libavformat's demuxer, for one, drops
 // the samples in that `moov` then; an edit as long as the movie is meant to become shows them all. What the muxer does
-// not say of the sound needs room, which is in front of the box.
+// not say of the tracks needs room, which is in front of the box.
 //
 //   ftyp | place for the size of mdat | free ( room )       | moov | mdat …      as the muxer leaves it
 //   ftyp | place for the size of mdat | moov ( more ) | free ( the rest ) | mdat …
@@ -262,7 +275,7 @@ void MovieMuxer::completeInitialHeader() {
             ? av_rescale_rnd(planned.value, configuration_.movieTimeScale, planned.timescale, AV_ROUND_UP)
             : longest;
     boundEdits(moov, std::uint64_t(std::min(duration, longest)));
-    describeSounds(moov);
+    completeDescriptions(moov);
     const auto start = fileTypeEnd_ + boxHeaderSize; // behind the place that is kept for the size of `mdat`
     const auto left = mediaStart - start - std::int64_t(moov.size());
     if (left > 0) {
@@ -307,7 +320,7 @@ std::vector<std::uint8_t> MovieMuxer::takeMovieHeader() {
     file_.flush();
     auto moov = file_.takeTail();
     requireMovieHeader(moov);
-    describeSounds(moov);
+    completeDescriptions(moov);
     return moov;
 }
 

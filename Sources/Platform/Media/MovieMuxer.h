@@ -44,6 +44,14 @@ public:
     MovieMuxer(const std::filesystem::path& path, const Configuration& configuration, int trackCount);
     ~MovieMuxer();
 
+    // What the sample entry of a video track says beyond its codec parameters.
+    struct VideoDescription {
+        bool hasManyLayers = false;                      // parameter sets of a second layer go into `lhvC`
+        std::vector<std::uint8_t> sampleEntryBoxes = {}; // whole boxes
+    };
+    // Ahead of the track's configureTrack().
+    void describeVideo(int track, VideoDescription description);
+
     // What the packets of a track are, once for each track; `timescale` is their time unit, `sound` what else is to be
     // said of a track of sound. The header is written when the last track is told. Throws Error.
     void configureTrack(int track, const AVCodecParameters& parameters, std::int32_t timescale,
@@ -68,6 +76,7 @@ private:
         std::deque<PacketPtr> waiting;
         std::int64_t waitingBytes = 0;
         std::optional<SoundDescription> sound;
+        VideoDescription description;
         std::optional<std::int64_t> firstDecodeTime;
         bool isVideo = false;
         bool isConfigured = false;
@@ -80,8 +89,8 @@ private:
     bool isFragmented() const { return configuration_.fragmentInterval.isValid(); }
     bool isFarAhead(const Track& track) const;
     void writeHeader();
-    std::int64_t soundDescriptionRoom() const;
-    void describeSounds(std::vector<std::uint8_t>& moov) const;
+    std::int64_t descriptionRoom() const;
+    void completeDescriptions(std::vector<std::uint8_t>& moov) const;
     void writeReadyPackets();
     void writeNow(int track, PacketPtr packet);
     void cutBefore(const Track& track, const AVPacket& packet);

@@ -1,6 +1,7 @@
 #include "Platform/Media/QueuedVideoInput.h"
 
 #include "Platform/Media/ColorDescription.h"
+#include "Platform/Media/ImmersiveMediaBoxes.h"
 #include "Platform/Media/MovieMuxer.h"
 
 #include <format>
@@ -40,18 +41,42 @@ QueuedVideoInput::~QueuedVideoInput() { stop(); }
 
 bool QueuedVideoInput::isReadyForMoreMediaData() const { return queue_.hasRoom(); }
 
-bool QueuedVideoInput::append(PixelBufferPtr picture, MediaTime presentationTime) {
+bool QueuedVideoInput::fits(const PixelBufferPtr& picture) const {
     const auto& settings = configuration_.settings;
-    if (!picture || picture->format() != configuration_.pictureFormat || picture->width() != settings.width ||
-        picture->height() != settings.height)
+    return picture && picture->format() == configuration_.pictureFormat && picture->width() == settings.width &&
+           picture->height() == settings.height;
+}
+
+bool QueuedVideoInput::append(PixelBufferPtr picture, MediaTime presentationTime) {
+    if (configuration_.settings.isMultiview())
+        return refuse("A single picture for a track of two eyes");
+    if (!fits(picture))
         return refuse("A picture of another format or size than the track's");
+    return enqueue({.picture = std::move(picture)}, presentationTime);
+}
+
+bool QueuedVideoInput::appendTaggedBuffers(std::span<const TaggedPixelBuffer> pictures, MediaTime presentationTime) {
+    const auto is = [&](std::size_t index, StereoView view) {
+        return pictures[index].videoLayerID == int(index) && pictures[index].stereoView == view;
+    };
+    if (!configuration_.settings.isMultiview() || pictures.size() != 2 || !is(0, StereoView::leftEye) ||
+        !is(1, StereoView::rightEye))
+        return refuse("Pictures that are not those of a track's two eyes");
+    if (!fits(pictures[0].pixelBuffer) || !fits(pictures[1].pixelBuffer))
+        return refuse("A picture of another format or size than the track's");
+    return enqueue({.picture = pictures[0].pixelBuffer, .rightEye = pictures[1].pixelBuffer}, presentationTime);
+}
+
+// Sets the entry's time.
+bool QueuedVideoInput::enqueue(Entry entry, MediaTime presentationTime) {
     if (!queue_.waitForRoom())
         return false;
     const auto time = mediaTime(presentationTime);
     if (appendedTime_ && time <= *appendedTime_)
         return refuse(std::format("A picture at {} follows one at {}", time, *appendedTime_));
     appendedTime_ = time;
-    return time < 0 || queue_.push({std::move(picture), time});
+    entry.presentationTime = time;
+    return time < 0 || queue_.push(std::move(entry));
 }
 
 bool QueuedVideoInput::refuse(const std::string& message) {
@@ -110,7 +135,10 @@ void QueuedVideoInput::work() {
 void QueuedVideoInput::encode(Entry entry) {
     beginTrack(entry.picture->color());
     const auto duration = durationAt(entry.presentationTime);
-    encoder_->encode(std::move(entry.picture), entry.presentationTime, duration);
+    if (entry.rightEye)
+        encoder_->encodeViews(std::move(entry.picture), std::move(entry.rightEye), entry.presentationTime, duration);
+    else
+        encoder_->encode(std::move(entry.picture), entry.presentationTime, duration);
 }
 
 void QueuedVideoInput::openEncoder() {
@@ -133,6 +161,8 @@ void QueuedVideoInput::beginTrack(const ColorAttachments& firstPicture) {
         color = std::move(all);
         openEncoder();
     }
+    muxer_->describeVideo(track_, {.hasManyLayers = encoder_->hasManyLayers(),
+                                   .sampleEntryBoxes = immersiveMediaBoxes(configuration_.settings.immersiveMedia)});
     muxer_->configureTrack(track_, *encoder_->parameters(), configuration_.timescale);
     hasBegun_ = true;
 }

@@ -19,6 +19,7 @@ public:
 
     bool isReadyForMoreMediaData() const override;
     bool append(PixelBufferPtr picture, MediaTime presentationTime) override;
+    bool appendTaggedBuffers(std::span<const TaggedPixelBuffer> pictures, MediaTime presentationTime) override;
     void markAsFinished() override { finish(); }
 
     void start(MovieMuxer& muxer, int track, FailureHandler fail) override;
@@ -30,10 +31,13 @@ public:
 private:
     struct Entry {
         PixelBufferPtr picture;
+        PixelBufferPtr rightEye;           // of a multiview track, where `picture` is the left eye's
         std::int64_t presentationTime = 0; // units of the media timescale, from the session's start
     };
 
     bool refuse(const std::string& message);
+    bool fits(const PixelBufferPtr& picture) const;
+    bool enqueue(Entry entry, MediaTime presentationTime);
     std::int64_t mediaTime(MediaTime time) const;
     void work();
     void encode(Entry entry);

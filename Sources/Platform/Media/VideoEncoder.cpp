@@ -1,6 +1,8 @@
 #include "Platform/Media/VideoEncoder.h"
 
+#include "Platform/Media/AlphaHEVCEncoder.h"
 #include "Platform/Media/InterframeEncoder.h"
+#include "Platform/Media/MultiviewHEVCEncoder.h"
 #include "Platform/Media/ProResEncoder.h"
 
 #include <algorithm>
@@ -16,14 +18,22 @@ constexpr std::array tenBit420{pixelFormat::yCbCr420TenBitVideoRange};
 constexpr std::array any420{pixelFormat::yCbCr420VideoRange, pixelFormat::yCbCr420TenBitVideoRange};
 constexpr std::array tenBit422{pixelFormat::yCbCr422TenBitVideoRange};
 constexpr std::array withAlpha{pixelFormat::bgra, pixelFormat::rgbaHalf};
+constexpr std::array eightBitWithAlpha{pixelFormat::bgra};
 
 } // namespace
+
+void VideoEncoder::encodeViews(PixelBufferPtr left, PixelBufferPtr /*right*/, std::int64_t presentationTime,
+                               std::int64_t duration) {
+    encode(std::move(left), presentationTime, duration);
+}
 
 std::optional<CodecFamily> codecFamily(FourCC codec) {
     if (codec == FourCC("avc1"))
         return CodecFamily::h264;
     if (codec == FourCC("hvc1"))
         return CodecFamily::hevc;
+    if (codec == FourCC("muxa"))
+        return CodecFamily::hevcWithAlpha;
     if (findProResVariant(codec))
         return CodecFamily::proRes;
     return std::nullopt;
@@ -40,6 +50,8 @@ std::span<const FourCC> pictureFormats(FourCC codec, VideoProfile profile) {
         return mainProfile;
     if (family == CodecFamily::hevc && profile == VideoProfile::hevcMain10)
         return tenBit420;
+    if (family == CodecFamily::hevcWithAlpha && isAutomatic)
+        return eightBitWithAlpha;
     if (family == CodecFamily::proRes && isAutomatic)
         return findProResVariant(codec)->hasAlpha ? std::span<const FourCC>(withAlpha) : tenBit422;
     return {};
@@ -47,8 +59,14 @@ std::span<const FourCC> pictureFormats(FourCC codec, VideoProfile profile) {
 
 std::unique_ptr<VideoEncoder> makeVideoEncoder(const EncoderConfiguration& configuration,
                                                VideoEncoder::PacketSink sink) {
-    if (codecFamily(configuration.settings.codec) == CodecFamily::proRes)
+    const auto& settings = configuration.settings;
+    const auto family = codecFamily(settings.codec);
+    if (family == CodecFamily::proRes)
         return std::make_unique<ProResEncoder>(configuration, std::move(sink));
+    if (family == CodecFamily::hevcWithAlpha)
+        return std::make_unique<AlphaHEVCEncoder>(configuration, std::move(sink));
+    if (family == CodecFamily::hevc && settings.isMultiview())
+        return std::make_unique<MultiviewHEVCEncoder>(configuration, std::move(sink));
     return std::make_unique<InterframeEncoder>(configuration, std::move(sink));
 }
 

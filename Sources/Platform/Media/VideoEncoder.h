@@ -32,15 +32,20 @@ public:
 
     // What the packets are, for the container.
     virtual CodecParametersPtr parameters() const = 0;
+    // Whether the packets have another layer beside the one that every decoder shows.
+    virtual bool hasManyLayers() const { return false; }
     // Times in units of the timescale. Keeps the picture only until it is read. Throws Error, also for earlier
     // pictures, and what the sink throws.
     virtual void encode(PixelBufferPtr picture, std::int64_t presentationTime, std::int64_t duration) = 0;
+    // The same with a picture for each eye. An encoder of single pictures takes the left one.
+    virtual void encodeViews(PixelBufferPtr left, PixelBufferPtr right, std::int64_t presentationTime,
+                             std::int64_t duration);
     // Gives out all that it holds. Throws as encode() does.
     virtual void finish() = 0;
 };
 
 // The codec families that have an encoder here.
-enum class CodecFamily { h264, hevc, proRes };
+enum class CodecFamily { h264, hevc, hevcWithAlpha, proRes };
 
 // No value for a codec without one.
 std::optional<CodecFamily> codecFamily(FourCC codec);

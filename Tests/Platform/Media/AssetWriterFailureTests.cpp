@@ -293,7 +293,8 @@ TEST_P(EncoderRefusal, SaysWhy) {
 
 INSTANTIATE_TEST_SUITE_P(
     Cases, EncoderRefusal,
-    testing::Values(RefusalCase{"UnknownCodec", "muxa", VideoProfile::automatic, 640, 320, "no encoder for \"muxa\""},
+    testing::Values(RefusalCase{"UnknownCodec", "vp09", VideoProfile::automatic, 640, 320, "no encoder for \"vp09\""},
+                    RefusalCase{"OddWidthUnderAlpha", "muxa", VideoProfile::automatic, 641, 320, "even"},
                     RefusalCase{"ForeignProfile", "avc1", VideoProfile::hevcMain, 640, 320, "profile"},
                     RefusalCase{"OddWidth", "hvc1", VideoProfile::hevcMain, 641, 320, "even"},
                     RefusalCase{"OddHeightOf420", "avc1", VideoProfile::h264High, 640, 321, "even"},

@@ -81,13 +81,14 @@ void attachColorMetadata(PixelBuffer& output, ExportColorMode mode, const ColorA
 
 VideoSettings videoSettings(ExportCodec codec, std::int64_t width, std::int64_t height,
                             std::optional<double> bitrateMbps, std::optional<double> targetFrameRate,
-                            ExportColorMode colorMode) {
+                            ExportColorMode colorMode, const ImmersiveMediaProperties& immersiveMetadata) {
     VideoSettings settings;
     settings.codec = properties(codec).codecType;
     settings.width = int(width);
     settings.height = int(height);
     settings.profile = profile(codec);
     settings.color = outputColor(colorMode);
+    settings.immersiveMedia = immersiveMetadata;
     const bool isProRes = properties(codec).isProRes();
     if (!isProRes)
         settings.maximumKeyFrameInterval = defaultKeyFrameInterval;

@@ -13,10 +13,11 @@
 namespace panoveer {
 
 // What the writer's video track is to be. A key frame every 60 frames, or every second when the rate is known; ProRes,
-// whose frames are all key frames and whose quality governs, gets neither interval nor bit rate.
+// whose frames are all key frames and whose quality governs, gets neither interval nor bit rate. Width and height are
+// those of one eye for a multiview codec, whose immersive metadata say so.
 VideoSettings videoSettings(ExportCodec codec, std::int64_t width, std::int64_t height,
                             std::optional<double> bitrateMbps, std::optional<double> targetFrameRate,
-                            ExportColorMode colorMode);
+                            ExportColorMode colorMode, const ImmersiveMediaProperties& immersiveMetadata = {});
 
 // The colours of an output: BT.709, BT.2020 with PQ, or BT.2020 with HLG, as H.273 code points.
 ColorAttachments outputColor(ExportColorMode mode);

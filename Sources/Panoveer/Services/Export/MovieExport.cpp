@@ -6,13 +6,16 @@
 #include "Panoveer/Services/Export/DecodeAheadSource.h"
 #include "Panoveer/Services/Export/ExportArtifactTransaction.h"
 #include "Panoveer/Services/Export/ExportArtifactValidator.h"
+#include "Panoveer/Services/Export/ExportImmersiveMedia.h"
 #include "Panoveer/Services/Export/ExportVideoSettings.h"
 #include "Panoveer/Services/Export/PartialOutputRecovery.h"
 #include "Panoveer/Services/Export/SpatialVideoMetadataInjector.h"
+#include "Panoveer/Services/Export/StereoMultiviewFrameSink.h"
 #include "Panoveer/Services/Export/VRExportError.h"
 #include "Panoveer/Services/Intake/FFmpegRuntime.h"
 #include "Platform/Core/Log.h"
 #include "Platform/Core/Text.h"
+#include "Platform/Media/EncoderCatalog.h"
 
 #include <sys/stat.h>
 #include <unistd.h>
@@ -57,6 +60,11 @@ std::string sentence(std::string text) {
     if (std::ranges::none_of(ends, [&](auto end) { return text.ends_with(end); }))
         text += '.';
     return text;
+}
+
+bool lacksLayerEncoder(ExportCodec codec) {
+    const bool hasLayers = properties(codec).isMultiviewStereo || codec == ExportCodec::hevcWithAlpha;
+    return hasLayers && !EncoderCatalog::layerLibrary().absence.empty();
 }
 
 // What would refuse the rename at the end is better told before hours of work.
@@ -202,16 +210,18 @@ void MovieExport::prepareDestination() {
 void MovieExport::configureWriter() {
     diagnostics_.markStage("configuring_writer");
     const auto& size = descriptor_.resolution;
-    auto settings = videoSettings(descriptor_.codec, size.width, size.height, descriptor_.bitrateMbps,
-                                  descriptor_.targetFrameRate, descriptor_.colorMode);
+    const auto encoded = encodedResolution(descriptor_);
+    auto settings =
+        videoSettings(descriptor_.codec, encoded.width, encoded.height, descriptor_.bitrateMbps,
+                      descriptor_.targetFrameRate, descriptor_.colorMode, immersiveMediaProperties(descriptor_));
     settings.frameDuration = clock_.time(1);
-    // The writer's encoders know single pictures only.
-    const bool isMultiview = properties(descriptor_.codec).isMultiviewStereo;
-    std::string reason = "no encoder for multiview movies";
-    if (isMultiview || !writer_->canApply(settings, &reason)) {
+    std::string reason;
+    if (!writer_->canApply(settings, &reason)) {
         logger.error("encoder refused codec={} size={} reason={}", rawValue(descriptor_.codec), sizeText(size), reason);
-        VRExportError refusal(VRExportError::Case::unsupportedVideoSettings, descriptor_.codec, size.width,
-                              size.height);
+        auto refusal = lacksLayerEncoder(descriptor_.codec)
+                           ? VRExportError::withoutLayerEncoder(descriptor_.codec)
+                           : VRExportError(VRExportError::Case::unsupportedVideoSettings, descriptor_.codec, size.width,
+                                           size.height);
         refusal.setFailureReason(reason);
         throw refusal;
     }
@@ -229,12 +239,12 @@ void MovieExport::configureWriter() {
                          {"encoder_pixel_buffer_limit", std::int64_t(budget_.encoderPixelBufferLimit)},
                          {"metal_in_flight_frame_limit", std::int64_t(budget_.inFlightFrameLimit)},
                          {"buffer_memory_budget_bytes", std::int64_t(budget_.bufferMemoryBudgetBytes)}});
-    pool_ = std::make_unique<PixelBufferPool>(format, int(size.width), int(size.height));
 
     writer_->setMovieTimeScale(clock_.timescale);
     input_ = writer_->addVideoInput(settings, format, clock_.timescale, plannedFrameCount());
     if (!input_)
         throw VRExportError(VRExportError::Case::cannotAddWriterInput);
+    makeSink(format);
     audio_.configure(*writer_, stop_);
 
     if (!writer_->startWriting()) {
@@ -254,6 +264,14 @@ void MovieExport::configureWriter() {
     logger.info("export begin file={} format={} resolution={} codec={} fps={:.3f} audio_tracks={}",
                 descriptor_.url.lastPathComponent(), rawValue(descriptor_.outputFormat), sizeText(size),
                 rawValue(descriptor_.codec), double(clock_.timescale) / double(clock_.frameDuration), audio_.count());
+}
+
+void MovieExport::makeSink(FourCC pixelFormat) {
+    const auto [width, height] = encodedResolution(descriptor_);
+    if (properties(descriptor_.codec).isMultiviewStereo)
+        sink_ = std::make_unique<StereoMultiviewFrameSink>(*input_, pixelFormat, int(width), int(height));
+    else
+        sink_ = std::make_unique<PixelBufferAdaptor>(*input_, pixelFormat, int(width), int(height));
 }
 
 // A movie shows a picture, however short it is.
@@ -385,12 +403,15 @@ bool MovieExport::renderFrame(SegmentRun& run, SegmentFrame frame) {
 // Rendered pictures are handed on before anybody waits for a buffer: of a small pool they and the picture that the
 // retimer keeps may be all there is.
 PixelBufferPtr MovieExport::acquireOutput(SegmentRun& run) {
+    auto* pool = sink_->pixelBufferPool();
+    if (!pool)
+        throw VRExportError(VRExportError::Case::pixelBufferPoolUnavailable);
     while (!run.pending.empty()) {
-        if (auto buffer = pool_->acquire(budget_.encoderPixelBufferLimit))
+        if (auto buffer = pool->acquire(budget_.encoderPixelBufferLimit))
             return buffer;
         drainPending(run, run.pending.size() - 1);
     }
-    return acquireEncoderPixelBuffer(*pool_, writerStatus(), budget_.encoderPixelBufferLimit, stop_, waitClock_);
+    return acquireEncoderPixelBuffer(*pool, writerStatus(), budget_.encoderPixelBufferLimit, stop_, waitClock_);
 }
 
 void MovieExport::drainPending(SegmentRun& run, std::size_t keep) {
@@ -416,7 +437,7 @@ void MovieExport::appendPendingNativeFrame(SegmentRun& run, PendingNativeVideoFr
 void MovieExport::appendAtSlot(SegmentRun& run, const PixelBufferPtr& picture, std::int64_t slot) {
     waitUntilReady([this] { return input_->isReadyForMoreMediaData(); }, "video", writerStatus(), stop_, waitClock_);
     const auto time = clock_.time(run.slots.startFrame + slot);
-    if (!input_->append(picture, time)) {
+    if (!sink_->append(picture, time)) {
         if (const auto error = writer_->error())
             throw Error(*error);
         throw VRExportError(VRExportError::Case::appendFailed);

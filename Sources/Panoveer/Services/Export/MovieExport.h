@@ -9,6 +9,7 @@
 #include "Panoveer/Services/Export/ExportOutputDescriptor.h"
 #include "Panoveer/Services/Export/ExportRuntimeMonitor.h"
 #include "Panoveer/Services/Export/ExportSegmentFrameSlots.h"
+#include "Panoveer/Services/Export/ExportVideoFrameSink.h"
 #include "Panoveer/Services/Export/ExportWaits.h"
 #include "Panoveer/Services/Export/FixedFrameRateVideoRetimer.h"
 #include "Panoveer/Services/Export/SegmentFrameSource.h"
@@ -73,6 +74,7 @@ private:
 
     void prepareDestination();
     void configureWriter();
+    void makeSink(FourCC pixelFormat);
     void exportSegments();
     std::int64_t plannedFrameCount() const;
     SegmentRun beginSegment(const VRClipSegment& segment, double timelineStart);
@@ -112,12 +114,12 @@ private:
     URL staged_;
     ExportFrameClock clock_;
     ExportBufferBudget budget_;
-    std::unique_ptr<PixelBufferPool> pool_;
     std::unique_ptr<AssetWriter> writer_;
     VideoInput* input_ = nullptr; // owned by writer_
-    FileLock inUse_;              // the staged file
+    std::unique_ptr<ExportVideoFrameSink> sink_;
+    FileLock inUse_; // the staged file
     std::unique_ptr<ExportRuntimeMonitor> monitor_;
-    ExportAudioTracks audio_;     // feeds inputs of writer_
+    ExportAudioTracks audio_; // feeds inputs of writer_
     std::int64_t framesWritten_ = 0;
     double secondsWritten_ = 0;
 };

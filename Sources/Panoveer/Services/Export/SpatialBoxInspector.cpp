@@ -184,12 +184,59 @@ VideoExtendedUsageReport extendedUsage(const ByteSource& source, const MP4Box& b
     return report;
 }
 
+// NAL unit types (Rec. ITU-T H.265, table 7-1), and an SEI message's payload type (D.2.1).
+constexpr int sequenceParameterSet = 33;
+constexpr int pictureParameterSet = 34;
+constexpr int prefixSEI = 39;
+constexpr int alphaChannelInformation = 165;
+
+// Calls with the type, the offset and the size of each NAL unit of a decoder configuration record (ISO/IEC 14496-15,
+// 8.3.3.1 and 9.5.3.1) whose arrays are counted at an offset.
+template<class Call>
+void forEachParameterUnit(const Fields& fields, std::size_t countOffset, const Call& call) {
+    auto offset = countOffset + 1;
+    for (int arrays = fields.at<std::uint8_t>(countOffset); arrays > 0 && fields.has(offset, 3); --arrays) {
+        const int type = fields.at<std::uint8_t>(offset) & 63;
+        int units = fields.at<std::uint16_t>(offset + 1);
+        for (offset += 3; units > 0 && fields.has(offset, 2); --units) {
+            const std::size_t size = fields.at<std::uint16_t>(offset);
+            call(type, offset + 2, size);
+            offset += 2 + size;
+        }
+    }
+}
+
+LayerConfigurationReport layerConfiguration(const Fields& fields) {
+    LayerConfigurationReport report;
+    const auto packed = fields.at<std::uint8_t>(4);
+    report.version = fields.at<std::uint8_t>(0);
+    report.lengthSize = (packed & 3) + 1;
+    report.temporalLayerCount = packed >> 3 & 7;
+    forEachParameterUnit(fields, 5, [&](int type, std::size_t, std::size_t) {
+        report.sequenceParameterSets += type == sequenceParameterSet;
+        report.pictureParameterSets += type == pictureParameterSet;
+    });
+    return report;
+}
+
+bool saysAlpha(const Fields& fields) {
+    bool found = false;
+    forEachParameterUnit(fields, 22, [&](int type, std::size_t offset, std::size_t) {
+        found |= type == prefixSEI && fields.at<std::uint8_t>(offset + 2) == alphaChannelInformation;
+    });
+    return found;
+}
+
 void readVideoEntry(const ByteSource& source, const MP4Box& entry, SpatialTrackReport& report) {
     const Fields fields(source, entry);
     report.width = fields.at<std::uint16_t>(24);
     report.height = fields.at<std::uint16_t>(26);
-    report.hasBaseLayer = entry.child("hvcC");
-    report.hasSecondaryLayer = entry.child("lhvC");
+    if (const auto* box = entry.child("hvcC")) {
+        report.hasBaseLayer = true;
+        report.hasAlphaLayer = saysAlpha(Fields(source, *box));
+    }
+    if (const auto* box = entry.child("lhvC"))
+        report.secondaryLayer = layerConfiguration(Fields(source, *box));
     if (const auto* box = entry.child("st3d"))
         report.stereoMode = Fields(source, *box).at<std::uint8_t>(4);
     if (const auto* box = entry.child("sv3d"))

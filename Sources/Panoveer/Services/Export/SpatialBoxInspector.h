@@ -73,6 +73,16 @@ struct VideoExtendedUsageReport {
     friend bool operator==(const VideoExtendedUsageReport&, const VideoExtendedUsageReport&) = default;
 };
 
+// "lhvC", the parameter sets of an HEVC track's further layers.
+struct LayerConfigurationReport {
+    std::uint8_t version = 0;
+    int lengthSize = 0;         // of the length in front of each NAL unit, bytes
+    int temporalLayerCount = 0; // 0 when not said
+    int sequenceParameterSets = 0, pictureParameterSets = 0;
+
+    friend bool operator==(const LayerConfigurationReport&, const LayerConfigurationReport&) = default;
+};
+
 // One track and what its first sample entry says.
 struct SpatialTrackReport {
     std::uint32_t trackID = 0;
@@ -87,9 +97,10 @@ struct SpatialTrackReport {
     std::optional<std::uint8_t> stereoMode; // "st3d": 0 mono, 1 top-bottom, 2 left-right, 3 custom, 4 right-left
     std::optional<SphericalVideoV2Report> sphericalV2;
     std::optional<VideoExtendedUsageReport> extendedUsage;
-    std::optional<double> horizontalFieldOfViewDegrees; // "hfov"
-    bool hasBaseLayer = false;                          // "hvcC"
-    bool hasSecondaryLayer = false;                     // "lhvC": the other eye's layer
+    std::optional<double> horizontalFieldOfViewDegrees;     // "hfov"
+    bool hasBaseLayer = false;                              // "hvcC"
+    std::optional<LayerConfigurationReport> secondaryLayer; // "lhvC": the other eye's layer, or alpha
+    bool hasAlphaLayer = false; // the base layer's parameter sets say that the other one is alpha
     std::optional<SpatialAudioReport> spatialAudio;
 };
 

@@ -6,6 +6,11 @@ namespace panoveer {
 
 std::string VRExportError::asArgument(ExportCodec codec) { return displayName(codec); }
 
+VRExportError VRExportError::withoutLayerEncoder(ExportCodec codec) {
+    return {Case::unsupportedVideoSettings,
+            Wording{localized("error.export.layer_encoder_missing", asArgument(codec))}};
+}
+
 std::string_view VRExportError::key(Case which) {
     switch (which) {
     case Case::pixelBufferCreationFailed: return "error.export.pixel_buffer_creation_failed";

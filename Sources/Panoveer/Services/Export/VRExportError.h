@@ -47,6 +47,9 @@ public:
             setSpeaksForUnderlying();
     }
 
+    // unsupportedVideoSettings, in other words: what is missing is the library that encodes pictures in layers.
+    static VRExportError withoutLayerEncoder(ExportCodec codec);
+
     Case which() const noexcept { return case_; }
     // The payload's file; empty for cases without one.
     const URL& url() const noexcept { return url_; }
@@ -59,6 +62,11 @@ public:
     static std::string_view key(Case which);
 
 private:
+    struct Wording {
+        std::string text;
+    };
+    VRExportError(Case which, const Wording& wording) : Error(wording.text), case_(which) {}
+
     static std::string asArgument(const URL& url) { return url.path().string(); }
     static std::string asArgument(ExportCodec codec);
     static std::string asArgument(const std::string& text) { return text; }

@@ -1,5 +1,7 @@
 #include "Clips.h"
 #include "CopyingRenderer.h"
+#include "Panoveer/Services/Export/ExportArtifactValidator.h"
+#include "Panoveer/Services/Export/SpatialBoxInspector.h"
 #include "Panoveer/Services/Export/VRExportError.h"
 #include "Panoveer/Services/Export/VRNativeExporter.h"
 #include "Platform/Core/Localization.h"
@@ -205,6 +207,35 @@ TEST_F(MovieExportTest, PutsPicturesIntoTheSlotsOfTheirTimes) {
     // A movie begins with a picture.
     EXPECT_THAT(given({8 / rate, 9 / rate}),
                 ElementsAre(P(0, 0), P(0, 1), P(0, 2), P(0, 3), P(0, 4), P(0, 5), P(0, 6), P(0, 7), P(0, 8), P(1, 9)));
+}
+
+TEST_F(MovieExportTest, GivesEachEyeALayerAndChecksThatBothAreThere) {
+    settings.codec = ExportCodec::mvhevc8;
+    settings.stereoLayout = StereoVideoLayout::sideBySide;
+    settings.customWidth = 320;
+    run({clip({.frameCount = 6})});
+    const auto movie = out / "movie.mov";
+    EXPECT_THAT(written(), UnorderedElementsAre("movie.mov"));
+    const auto inspected = SpatialBoxInspector::inspect(URL::fromFilePath(movie)).tracks.at(0);
+    EXPECT_TRUE(inspected.secondaryLayer && inspected.extendedUsage);
+
+    auto expectation = movieValidationExpectation({.resolution = {320, 90}, .codec = ExportCodec::mvhevc8});
+    expectation.durationSeconds = 6 / rate;
+    EXPECT_TRUE(expectation.checksStereoLayers);
+    ExportArtifactValidator::validateMovie(URL::fromFilePath(movie), expectation);
+    // The same movie without the other eye's parameter sets, as one that knows a single layer would have written it.
+    auto bytes = test::readFile(movie);
+    constexpr std::string_view layer = "lhvC", nothing = "free";
+    for (auto found = std::ranges::search(bytes, layer); found.begin() != bytes.end();
+         found = std::ranges::search(bytes, layer))
+        std::ranges::copy(nothing, found.begin());
+    test::writeFile(folder / "flat.mov", bytes);
+    try {
+        ExportArtifactValidator::validateMovie(URL::fromFilePath(folder / "flat.mov"), expectation);
+        ADD_FAILURE() << "a track without the right eye passed";
+    } catch (const ExportArtifactValidationError& failure) {
+        EXPECT_EQ(failure.kind(), ExportArtifactValidationError::Kind::missingStereoLayers) << failure.what();
+    }
 }
 
 TEST_F(MovieExportTest, GivesAClipShorterThanAFrameOnePicture) {

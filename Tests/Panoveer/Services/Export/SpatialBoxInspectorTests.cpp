@@ -38,7 +38,7 @@ TEST(SpatialBoxInspectorTests, ReadsTheWholeTreeOfAMultiviewTrack) {
     EXPECT_EQ(report.sampleEntry, FourCC("hvc1"));
     EXPECT_EQ(report.width, 4096);
     EXPECT_EQ(report.height, 4098);
-    EXPECT_TRUE(report.hasBaseLayer && report.hasSecondaryLayer);
+    EXPECT_TRUE(report.hasBaseLayer && report.secondaryLayer);
     EXPECT_EQ(report.horizontalFieldOfViewDegrees, 180.0);
     VideoExtendedUsageReport expected;
     expected.requiredBoxes = {"eyes", "pack"};
@@ -94,7 +94,7 @@ TEST_F(CorpusInspectorTests, AgreesWithOtherReadersAboutAMultiviewMovie) {
     const auto& track = report.tracks[0];
     EXPECT_EQ(track.width, stream["width"]);
     EXPECT_EQ(track.height, stream["height"]);
-    EXPECT_TRUE(track.hasBaseLayer && track.hasSecondaryLayer);
+    EXPECT_TRUE(track.hasBaseLayer && track.secondaryLayer);
     ASSERT_TRUE(track.extendedUsage);
     EXPECT_TRUE(track.extendedUsage->hasLeftEyeView && track.extendedUsage->hasRightEyeView);
     EXPECT_FALSE(track.extendedUsage->eyeViewsReversed);
