@@ -255,10 +255,11 @@ void AssetWriter::State::fail(const Error& failure) {
 }
 
 void AssetWriter::State::stopInputs() noexcept {
-    if (muxer)
-        muxer->release();
     for (auto* input : inputs)
         input->stop();
+    // Wakes those whose track waits for another one.
+    if (muxer)
+        muxer->release();
 }
 
 void AssetWriter::State::joinInputs() {

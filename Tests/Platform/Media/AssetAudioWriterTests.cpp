@@ -239,7 +239,7 @@ INSTANTIATE_TEST_SUITE_P(
                               tagged(Tags::discreteInOrder | 64), "in24"},
                     SoundCase{"SurroundPCMInMP4", mp4, Codec::linearPCM24, 6, tagged(Tags::mpeg51A),
                               tagged(Tags::mpeg51A), "ipcm", labelsOf(Tags::mpeg51A)}),
-    [](const auto& info) { return std::string(info.param.name); });
+    [](const auto& test) { return std::string(test.param.name); });
 
 // Runs the work in a process of its own, which ends without any cleaning up.
 template<class Work>
@@ -285,7 +285,7 @@ INSTANTIATE_TEST_SUITE_P(All, KilledSound,
                                                    tagged(Tags::stereo), "mp4a", labelsOf(Tags::stereo)},
                                          SoundCase{"PCM", mov, Codec::linearPCM24, 4, tagged(Tags::hoaACNSN3D | 4),
                                                    tagged(Tags::hoaACNSN3D | 4), "in24"}),
-                         [](const auto& info) { return std::string(info.param.name); });
+                         [](const auto& test) { return std::string(test.param.name); });
 
 const SoundCase stereo{"Stereo", mov, Codec::linearPCM24, 2, tagged(Tags::stereo), tagged(Tags::stereo), "in24"};
 

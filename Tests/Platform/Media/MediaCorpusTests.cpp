@@ -96,7 +96,7 @@ TEST_P(Corpus, SoundsTheSameFromAnyStart) {
         ASSERT_GT(whole.frames(), 0);
         for (const double part : {0.2, 0.55, 0.9}) {
             const auto rest = readSound(path_, track, whole.seconds + part * double(whole.frames()) / 48000);
-            const auto skipped = std::llround((rest.seconds - whole.seconds) * 48000);
+            const std::int64_t skipped = std::llround((rest.seconds - whole.seconds) * 48000);
             EXPECT_EQ(rest.frames(), whole.frames() - skipped);
             double signal = 0, difference = 0;
             for (std::int64_t i = 0; i < std::min(rest.frames(), whole.frames() - skipped) * whole.channelCount; ++i) {
