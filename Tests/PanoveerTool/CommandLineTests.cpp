@@ -450,7 +450,8 @@ TEST_F(CommandLine, TakesAsMuchSoundAsIsAskedFor) {
                 .exitCode,
             0);
         std::vector<int> channels;
-        for (const auto& stream : ffprobeJSON(target)["streams"])
+        const auto file = ffprobeJSON(target);
+        for (const auto& stream : file["streams"])
             if (stream["codec_type"] == "audio")
                 channels.push_back(stream["channels"]);
         return channels;

@@ -68,7 +68,7 @@ private:
     // Sound that runs on is timed by its samples: Matroska counts milliseconds, and other time stamps wander, too. Only
     // a jump is believed to them; a lost packet leaves a larger gap.
     double runningTime(const FFmpegDecodedAudioFrame& frame) const {
-        const double jitterSeconds = std::min(0.010, 0.5 * double(frame.sampleCount) / audioSampleRate);
+        constexpr double jitterSeconds = 0.010;
         return end_ && std::abs(frame.ptsSeconds - *end_) <= jitterSeconds ? *end_ : frame.ptsSeconds;
     }
 

@@ -4,7 +4,6 @@
 
 #include <cstdint>
 #include <memory>
-#include <span>
 #include <vector>
 
 // Timed blocks of sound as a writer takes them: interleaved 32-bit float at 48,000 Hz. Pure functions, any thread.

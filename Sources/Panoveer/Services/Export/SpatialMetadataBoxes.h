@@ -1,7 +1,7 @@
 #pragma once
 
-#include "Panoveer/Services/Export/MP4Box.h"
 #include "Panoveer/Services/Audio/SpatialAudioDescriptor.h"
+#include "Panoveer/Services/Export/MP4Box.h"
 #include "Panoveer/Services/Export/SpatialVideoMetadataRequest.h"
 
 #include <array>

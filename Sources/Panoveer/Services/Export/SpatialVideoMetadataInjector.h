@@ -1,7 +1,7 @@
 #pragma once
 
-#include "Panoveer/Services/Export/ByteStreams.h"
 #include "Panoveer/Services/Audio/SpatialAudioDescriptor.h"
+#include "Panoveer/Services/Export/ByteStreams.h"
 #include "Panoveer/Services/Export/SpatialVideoMetadataRequest.h"
 #include "Platform/Core/URL.h"
 

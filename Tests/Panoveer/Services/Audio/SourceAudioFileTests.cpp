@@ -40,10 +40,10 @@ std::vector<std::string> kinds(const fs::path& movie, bool usesFFmpegDecode) {
 
 struct FileCase {
     const char* name;
-    test::MovieSpec movie;
-    std::string sampleEntry = {}; // gets an SA3D box
-    int order = 0, channels = 0;
-    bool headLocked = false;
+    const char* file;
+    std::vector<test::AudioSpec> audio;
+    std::string boxedEntry; // the sample entry that gets an SA3D box, if any
+    int order, channels;
     std::vector<std::string> expected;
 };
 
@@ -51,52 +51,40 @@ void PrintTo(const FileCase& each, std::ostream* out) { *out << each.name; }
 
 class SourceAudioFile : public testing::TestWithParam<FileCase> {};
 
-TEST_P(SourceAudioFile, IsRecognisedOnBothRoads) {
-    const auto& given = GetParam();
-    const test::TemporaryFolder folder;
-    const auto movie = test::makeMovie(folder, given.movie);
-    if (!given.sampleEntry.empty())
-        test::appendSpatialAudio(movie, given.sampleEntry, given.order, given.channels, given.headLocked);
-    EXPECT_EQ(kinds(movie, false), given.expected);
-    EXPECT_EQ(kinds(movie, true), given.expected);
-}
-
 test::MovieSpec movie(const char* name, std::vector<test::AudioSpec> audio) {
     return {.name = name, .frameCount = 10, .audio = std::move(audio)};
 }
 
+TEST_P(SourceAudioFile, IsRecognisedOnBothRoads) {
+    const auto& given = GetParam();
+    const test::TemporaryFolder folder;
+    const auto file = test::makeMovie(folder, movie(given.file, given.audio));
+    if (!given.boxedEntry.empty())
+        test::appendSpatialAudio(file, given.boxedEntry, given.order, given.channels, given.channels == 6);
+    EXPECT_EQ(kinds(file, false), given.expected);
+    EXPECT_EQ(kinds(file, true), given.expected);
+}
+
+const test::AudioSpec aac51 = {.codec = "aac", .layout = "5.1"}, quad = {.codec = "aac", .layout = "quad"};
+const test::AudioSpec third = {.layout = "ambisonic 3"}, six = {.codec = "pcm_s24le", .layout = "6.0"};
+const test::AudioSpec mono = {.layout = "mono"}, ac3 = {.codec = "ac3"};
+const test::AudioSpec opus = {.codec = "libopus", .layout = "ambisonic 3", .options = {"-mapping_family", "2"}};
+
 INSTANTIATE_TEST_SUITE_P(
     , SourceAudioFile,
-    testing::Values(
-        FileCase{.name = "FirstOrderInAAC",
-                 .movie = movie("a.mp4", {{.codec = "aac", .layout = "quad"}}),
-                 .sampleEntry = "mp4a",
-                 .order = 1,
-                 .channels = 4,
-                 .expected = {"ambisonic 1 + 0"}},
-        FileCase{.name = "ThirdOrderInPCM",
-                 .movie = movie("a.mov", {{.layout = "ambisonic 3"}}),
-                 .sampleEntry = "sowt",
-                 .order = 3,
-                 .channels = 16,
-                 .expected = {"ambisonic 3 + 0"}},
-        FileCase{.name = "HeadLockedInPCM",
-                 .movie = movie("a.mov", {{.codec = "pcm_s24le", .layout = "6.0"}}),
-                 .sampleEntry = "in24",
-                 .order = 1,
-                 .channels = 6,
-                 .headLocked = true,
-                 .expected = {"ambisonic 1 + 2"}},
-        FileCase{.name = "ThirdOrderInOpus",
-                 .movie = movie("a.mp4",
-                                {{.codec = "libopus", .layout = "ambisonic 3", .options = {"-mapping_family", "2"}}}),
-                 .expected = {"ambisonic 3 + 0"}},
-        FileCase{
-            .name = "UnmarkedChannels", .movie = movie("a.mkv", {{.layout = "ambisonic 3"}}), .expected = {"discrete"}},
-        FileCase{.name = "SpeakersInSeveralTracks",
-                 .movie = movie("a.mkv", {{.codec = "aac", .layout = "5.1"}, {.layout = "mono"}, {.codec = "ac3"}}),
-                 .expected = {"speakers { 1, 2, 3, 4, 5, 6 }", "speakers { 42 }", "speakers { 1, 2 }"}},
-        FileCase{.name = "NoSound", .movie = movie("a.mp4", {}), .expected = {}}),
+    testing::Values(FileCase{"FirstOrderInAAC", "a.mp4", {quad}, "mp4a", 1, 4, {"ambisonic 1 + 0"}},
+                    FileCase{"ThirdOrderInPCM", "a.mov", {third}, "sowt", 3, 16, {"ambisonic 3 + 0"}},
+                    FileCase{"HeadLockedInPCM", "a.mov", {six}, "in24", 1, 6, {"ambisonic 1 + 2"}},
+                    FileCase{"ThirdOrderInOpus", "a.mp4", {opus}, "", 0, 0, {"ambisonic 3 + 0"}},
+                    FileCase{"UnmarkedChannels", "a.mkv", {third}, "", 0, 0, {"discrete"}},
+                    FileCase{"SeveralTracks",
+                             "a.mkv",
+                             {aac51, mono, ac3},
+                             "",
+                             0,
+                             0,
+                             {"speakers { 1, 2, 3, 4, 5, 6 }", "speakers { 42 }", "speakers { 1, 2 }"}},
+                    FileCase{"NoSound", "a.mp4", {}, "", 0, 0, {}}),
     [](const auto& each) { return each.param.name; });
 
 // What the `chan` box of a QuickTime movie says of four channels.
@@ -205,7 +193,7 @@ TEST(FFmpegAudioSourceTest, RunsOnWithoutAHoleWhereTheContainerCountsMillisecond
         double worst = 0;
         std::optional<double> end;
         while (const auto block = source->next()) {
-            worst = std::max(worst, std::abs(block->seconds.value() - end.value_or(*block->seconds)));
+            worst = std::max(worst, block->seconds.value() - end.value_or(*block->seconds));
             end = *block->seconds + double(block->frames) / audioSampleRate;
         }
         EXPECT_LT(worst * audioSampleRate, 1) << codec;

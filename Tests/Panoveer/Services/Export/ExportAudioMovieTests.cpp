@@ -131,15 +131,19 @@ protected:
     Events events;
 };
 
+// The box that marks a source as ambisonic.
+struct Box {
+    int order = 0, channels = 0;
+    bool headLocked = false;
+};
+
 // Channel c of a source is a sine of 220 (c + 1) Hz at 0.25.
 struct DeliveryCase {
     const char* name;
     const char* layout;
-    int order = -1; // of the SA3D box, if any
-    int channels = 0;
-    bool headLocked = false;
+    std::optional<Box> box;
     ExportCodec codec;
-    ExportAudioMode mode = ExportAudioMode::automatic;
+    ExportAudioMode mode;
     const char* expectedKind; // as the program sees its own movie
     std::vector<int> heard;   // which channel of the source each channel of the movie holds; -1 for a mixture
 };
@@ -160,8 +164,8 @@ TEST_P(Delivery, HasTheChannelsAndSaysWhatTheyAre) {
     settings.codec = given.codec;
     settings.audioMode = given.mode;
     const auto source = clip({.name = "a.mov", .frameCount = 45, .audio = {{.layout = given.layout}}});
-    if (given.order >= 0)
-        test::appendSpatialAudio(source.sourceURL.path(), "sowt", given.order, given.channels, given.headLocked);
+    if (const auto& box = given.box)
+        test::appendSpatialAudio(source.sourceURL.path(), "sowt", box->order, box->channels, box->headLocked);
     const auto movie = run({source});
 
     const auto tracks = SourceAudioInspector::tracks(URL::fromFilePath(movie), false);
@@ -188,81 +192,28 @@ std::vector<int> counting(int channels) {
 
 // AAC keeps only the lowest pitches of a low frequency channel.
 const std::vector<int> surround = {0, 1, 2, -1, 4, 5};
+const std::vector<int> mixed = {-1, -1};
+const std::vector<int> mixedSurround = {-1, -1, -1, -1, -1, -1};
+const auto thirdOrder = Box{3, 16}, firstOrder = Box{1, 4}, headLocked = Box{1, 6, true};
+constexpr auto unmarked = std::nullopt;
+constexpr auto h264 = ExportCodec::h264, master = ExportCodec::proRes;
+constexpr auto automatic = ExportAudioMode::automatic, folded = ExportAudioMode::stereo;
 
-constexpr auto h264 = ExportCodec::h264;
-constexpr auto master = ExportCodec::proRes;
-
-INSTANTIATE_TEST_SUITE_P(, Delivery,
-                         testing::Values(DeliveryCase{.name = "ThirdOrderAsTheFirst",
-                                                      .layout = "ambisonic 3",
-                                                      .order = 3,
-                                                      .channels = 16,
-                                                      .codec = h264,
-                                                      .expectedKind = "ambisonic 1 + 0",
-                                                      .heard = counting(4)},
-                                         DeliveryCase{.name = "ThirdOrderMaster",
-                                                      .layout = "ambisonic 3",
-                                                      .order = 3,
-                                                      .channels = 16,
-                                                      .codec = master,
-                                                      .expectedKind = "ambisonic 3 + 0",
-                                                      .heard = counting(16)},
-                                         DeliveryCase{.name = "HeadLockedIsDropped",
-                                                      .layout = "6.0",
-                                                      .order = 1,
-                                                      .channels = 6,
-                                                      .headLocked = true,
-                                                      .codec = h264,
-                                                      .expectedKind = "ambisonic 1 + 0",
-                                                      .heard = counting(4)},
-                                         DeliveryCase{.name = "HeadLockedMaster",
-                                                      .layout = "6.0",
-                                                      .order = 1,
-                                                      .channels = 6,
-                                                      .headLocked = true,
-                                                      .codec = master,
-                                                      .expectedKind = "ambisonic 1 + 2",
-                                                      .heard = counting(6)},
-                                         DeliveryCase{.name = "AmbisonicFoldedToStereo",
-                                                      .layout = "ambisonic 1",
-                                                      .order = 1,
-                                                      .channels = 4,
-                                                      .codec = h264,
-                                                      .mode = ExportAudioMode::stereo,
-                                                      .expectedKind = "speakers 2",
-                                                      .heard = {-1, -1}},
-                                         DeliveryCase{.name = "SevenOneAsFiveOne",
-                                                      .layout = "7.1",
-                                                      .codec = h264,
-                                                      .expectedKind = "speakers 6",
-                                                      .heard = {-1, -1, -1, -1, -1, -1}},
-                                         DeliveryCase{.name = "FiveOne",
-                                                      .layout = "5.1",
-                                                      .codec = h264,
-                                                      .expectedKind = "speakers 6",
-                                                      .heard = surround},
-                                         DeliveryCase{.name = "SevenOneMaster",
-                                                      .layout = "7.1",
-                                                      .codec = master,
-                                                      .expectedKind = "speakers 8",
-                                                      .heard = counting(8)},
-                                         DeliveryCase{.name = "StereoMaster",
-                                                      .layout = "5.1",
-                                                      .codec = master,
-                                                      .mode = ExportAudioMode::stereo,
-                                                      .expectedKind = "speakers 2",
-                                                      .heard = {-1, -1}},
-                                         DeliveryCase{.name = "DiscreteMaster",
-                                                      .layout = "ambisonic 2",
-                                                      .codec = master,
-                                                      .expectedKind = "discrete 9",
-                                                      .heard = counting(9)},
-                                         DeliveryCase{.name = "DiscreteIsCapped",
-                                                      .layout = "ambisonic 2",
-                                                      .codec = h264,
-                                                      .expectedKind = "speakers 6",
-                                                      .heard = surround}),
-                         [](const auto& each) { return each.param.name; });
+INSTANTIATE_TEST_SUITE_P(
+    , Delivery,
+    testing::Values(
+        DeliveryCase{"ThirdOrder", "ambisonic 3", thirdOrder, h264, automatic, "ambisonic 1 + 0", counting(4)},
+        DeliveryCase{"ThirdOrderMaster", "ambisonic 3", thirdOrder, master, automatic, "ambisonic 3 + 0", counting(16)},
+        DeliveryCase{"HeadLocked", "6.0", headLocked, h264, automatic, "ambisonic 1 + 0", counting(4)},
+        DeliveryCase{"HeadLockedMaster", "6.0", headLocked, master, automatic, "ambisonic 1 + 2", counting(6)},
+        DeliveryCase{"FoldedField", "ambisonic 1", firstOrder, h264, folded, "speakers 2", mixed},
+        DeliveryCase{"SevenOneAsFiveOne", "7.1", unmarked, h264, automatic, "speakers 6", mixedSurround},
+        DeliveryCase{"FiveOne", "5.1", unmarked, h264, automatic, "speakers 6", surround},
+        DeliveryCase{"SevenOneMaster", "7.1", unmarked, master, automatic, "speakers 8", counting(8)},
+        DeliveryCase{"FoldedMaster", "5.1", unmarked, master, folded, "speakers 2", mixed},
+        DeliveryCase{"DiscreteMaster", "ambisonic 2", unmarked, master, automatic, "discrete 9", counting(9)},
+        DeliveryCase{"DiscreteIsCapped", "ambisonic 2", unmarked, h264, automatic, "speakers 6", surround}),
+    [](const auto& each) { return each.param.name; });
 
 TEST_F(ExportAudioMovieTest, SplicesStereoIntoASoundField) {
     const auto field = clip({.name = "a.mov", .audio = {{.layout = "ambisonic 1"}}});
