@@ -16,6 +16,7 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cmath>
 #include <cstring>
 #include <filesystem>
@@ -57,6 +58,8 @@ void makeRoom(const URL& source, const URL& destination) {
     fs::create_directories(folder, failure);
     if (failure)
         throw posixError(folder.native(), failure.value());
+    if (fs::is_directory(destination.path(), failure))
+        throw posixError(destination.path().native(), EISDIR);
     fs::remove(destination.path(), failure);
     if (failure)
         throw posixError(destination.path().native(), failure.value());
