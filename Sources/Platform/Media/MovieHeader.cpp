@@ -77,9 +77,9 @@ void appendToSampleEntry(std::vector<std::uint8_t>& moov, std::size_t track, std
         std::erase_if(found, [&](const Box& box) { return box.type != type; });
         return found;
     };
-    step(children("trak"), track);
-    for (const FourCC type : {"mdia", "minf", "stbl", "stsd"})
-        step(children(type), 0);
+    step(children(FourCC("trak")), track);
+    for (const char* type : {"mdia", "minf", "stbl", "stsd"})
+        step(children(FourCC(type)), 0);
     step(childrenOf(above.back(), sampleDescriptionOwnBytes), 0);
     const auto end = above.back().bytes.data() + above.back().bytes.size() - moov.data();
     for (const auto& box : above)

@@ -25,6 +25,16 @@ bool ExportEncoderPreflight::asksEncoderCatalog(ExportCodec codec, std::int64_t 
         videoSettings(codec, width, height, std::nullopt, std::nullopt, ExportColorMode::convertToSDR));
 }
 
+bool ExportEncoderPreflight::hasMultiviewEncoder(ExportCodec codec) {
+    constexpr int eightBits = 8, tenBits = 10;
+    return EncoderCatalog::shared().supportsStereoMultiview(properties(codec).isTenBitCapable ? tenBits : eightBits);
+}
+
+bool ExportEncoderPreflight::lacksLayerLibrary(ExportCodec codec) {
+    const bool hasLayers = properties(codec).isMultiviewStereo || codec == ExportCodec::hevcWithAlpha;
+    return hasLayers && !EncoderCatalog::layerLibrary().absence.empty();
+}
+
 bool ExportEncoderPreflight::isSupported(const ExportSettings& settings) {
     if (properties(settings.codec).isMultiviewStereo)
         return isMultiviewSupported(settings);
@@ -42,7 +52,7 @@ bool ExportEncoderPreflight::isSupported(const ExportSettings& settings) {
 }
 
 bool ExportEncoderPreflight::isMultiviewSupported(const ExportSettings& settings) {
-    if (settings.outputFormat == ProjectionFormat::mirrorDome || !isStereoEncodeSupported_())
+    if (settings.outputFormat == ProjectionFormat::mirrorDome || !isStereoEncodeSupported_(settings.codec))
         return false;
     const auto eye = settings.validatedResolution().eyeResolution(settings.effectiveStereoLayout());
     if (std::max(eye.width, eye.height) > largestMultiviewSide)

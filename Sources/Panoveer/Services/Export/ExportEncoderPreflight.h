@@ -24,7 +24,7 @@ public:
     // What is asked of the platform: whether an encoder of one layer opens at a size; whether there is one for a layer
     // for each eye.
     using EncoderQuery = std::function<bool(ExportCodec codec, std::int64_t width, std::int64_t height)>;
-    using MultiviewQuery = std::function<bool()>;
+    using MultiviewQuery = std::function<bool(ExportCodec)>;
 
     explicit ExportEncoderPreflight(EncoderQuery canEncode = asksEncoderCatalog,
                                     MultiviewQuery isStereoEncodeSupported = hasMultiviewEncoder)
@@ -37,8 +37,9 @@ public:
     bool isMultiviewSupported(const ExportSettings& settings);
 
     static bool asksEncoderCatalog(ExportCodec codec, std::int64_t width, std::int64_t height);
-    // This build writes no multiview movies.
-    static bool hasMultiviewEncoder() { return false; }
+    static bool hasMultiviewEncoder(ExportCodec codec);
+    // Whether what the codec misses is the library that encodes pictures in layers.
+    static bool lacksLayerLibrary(ExportCodec codec);
 
 private:
     const EncoderQuery canEncode_;

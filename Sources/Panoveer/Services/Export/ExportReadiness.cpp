@@ -4,6 +4,7 @@
 #include "Panoveer/Services/Export/ExportEncoderPreflight.h"
 #include "Panoveer/Services/Export/ExportPlanner.h"
 #include "Panoveer/Services/Export/ExportSizeEstimator.h"
+#include "Panoveer/Services/Export/VRExportError.h"
 #include "Platform/Core/Localization.h"
 
 #include <algorithm>
@@ -22,6 +23,8 @@ struct Message {
         return localized("error.export.missing_source", blocker.source.path().string());
     }
     std::string operator()(const Blocker::EncoderUnavailable& blocker) const {
+        if (ExportEncoderPreflight::lacksLayerLibrary(blocker.codec))
+            return VRExportError::withoutLayerEncoder(blocker.codec).what();
         return localized("error.export.unsupported_video_settings", displayName(blocker.codec),
                          blocker.resolution.width, blocker.resolution.height);
     }

@@ -6,6 +6,7 @@
 #include "Panoveer/Services/Export/DecodeAheadSource.h"
 #include "Panoveer/Services/Export/ExportArtifactTransaction.h"
 #include "Panoveer/Services/Export/ExportArtifactValidator.h"
+#include "Panoveer/Services/Export/ExportEncoderPreflight.h"
 #include "Panoveer/Services/Export/ExportImmersiveMedia.h"
 #include "Panoveer/Services/Export/ExportVideoSettings.h"
 #include "Panoveer/Services/Export/PartialOutputRecovery.h"
@@ -15,7 +16,6 @@
 #include "Panoveer/Services/Intake/FFmpegRuntime.h"
 #include "Platform/Core/Log.h"
 #include "Platform/Core/Text.h"
-#include "Platform/Media/EncoderCatalog.h"
 
 #include <sys/stat.h>
 #include <unistd.h>
@@ -60,11 +60,6 @@ std::string sentence(std::string text) {
     if (std::ranges::none_of(ends, [&](auto end) { return text.ends_with(end); }))
         text += '.';
     return text;
-}
-
-bool lacksLayerEncoder(ExportCodec codec) {
-    const bool hasLayers = properties(codec).isMultiviewStereo || codec == ExportCodec::hevcWithAlpha;
-    return hasLayers && !EncoderCatalog::layerLibrary().absence.empty();
 }
 
 // What would refuse the rename at the end is better told before hours of work.
@@ -218,7 +213,7 @@ void MovieExport::configureWriter() {
     std::string reason;
     if (!writer_->canApply(settings, &reason)) {
         logger.error("encoder refused codec={} size={} reason={}", rawValue(descriptor_.codec), sizeText(size), reason);
-        auto refusal = lacksLayerEncoder(descriptor_.codec)
+        auto refusal = ExportEncoderPreflight::lacksLayerLibrary(descriptor_.codec)
                            ? VRExportError::withoutLayerEncoder(descriptor_.codec)
                            : VRExportError(VRExportError::Case::unsupportedVideoSettings, descriptor_.codec, size.width,
                                            size.height);

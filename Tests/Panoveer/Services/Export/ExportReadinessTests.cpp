@@ -108,10 +108,12 @@ TEST(ExportDestinationPreflightTests, AsksForFivePerCentAndAGigabyteMore) {
 
 TEST(ExportEncoderPreflightTests, AsksThePlatformOnceForEachCodecAndSize) {
     int questions = 0;
-    ExportEncoderPreflight preflight([&](ExportCodec codec, std::int64_t width, std::int64_t) {
-        ++questions;
-        return codec == ExportCodec::hevc8 && width <= 4096;
-    });
+    ExportEncoderPreflight preflight(
+        [&](ExportCodec codec, std::int64_t width, std::int64_t) {
+            ++questions;
+            return codec == ExportCodec::hevc8 && width <= 4096;
+        },
+        [](ExportCodec) { return false; });
     ExportSettings settings;
     settings.outputFormat = ProjectionFormat::standard;
     settings.codec = ExportCodec::hevc8;
@@ -136,7 +138,7 @@ TEST(ExportEncoderPreflightTests, AsksForTheEyeOfAMultiviewMovie) {
             asked.emplace_back(codec, width, height);
             return true;
         },
-        [] { return true; });
+        [](ExportCodec) { return true; });
     ExportSettings settings;
     settings.codec = ExportCodec::mvhevc10;
     settings.outputFormat = ProjectionFormat::halfEquirectangular;
