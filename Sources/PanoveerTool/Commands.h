@@ -18,6 +18,7 @@ void declareMasks(CLI::App& program, std::stop_token stop);
 void declareInspect(CLI::App& program);
 void declarePresets(CLI::App& program);
 void declareDoctor(CLI::App& program);
+void declareDiagnostics(CLI::App& program);
 void declareSample(CLI::App& program, std::stop_token stop);
 
 } // namespace panoveer::tool

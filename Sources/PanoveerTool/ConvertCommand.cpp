@@ -1,10 +1,13 @@
+#include "Panoveer/Services/Export/ExportDiagnosticsRecorder.h"
 #include "Panoveer/Services/Export/ExportPlanner.h"
+#include "Panoveer/Services/Export/ExportReadiness.h"
 #include "Panoveer/Services/Export/VRNativeExporter.h"
 #include "Panoveer/Services/Intake/MediaFileSupport.h"
 #include "PanoveerTool/Commands.h"
 #include "PanoveerTool/ConversionOptions.h"
 #include "PanoveerTool/DetectionText.h"
 #include "PanoveerTool/Exit.h"
+#include "PanoveerTool/ExportStart.h"
 #include "PanoveerTool/JSONText.h"
 #include "PanoveerTool/ProgressDisplay.h"
 #include "PanoveerTool/RenderEngine.h"
@@ -107,16 +110,25 @@ void convert(const ConvertArguments& arguments, std::stop_token stop) {
         clips.push_back(arguments.conversion.clip(asset, settings));
         frameRates[asset.url] = asset.frameRate;
     }
+    const auto style = ProgressDisplay::styleNamed(arguments.progress);
+    recoverStaleExports(settings.mode == ExportMode::singleMovie ? output.deletingLastPathComponent() : output, style);
+    throwIfBlocked(ExportReadiness::evaluate(clips, settings, output, frameRates), arguments.json);
     const auto plan = ExportPlanner::plan(clips, settings, output, frameRates);
     checkTargets(plan, clips, arguments.overwrite);
 
     const auto renderer = makeRenderer(arguments.conversion.renderer);
-    VRNativeExporter exporter(*renderer);
+    VRNativeExporter exporter(
+        *renderer, [](const URL& movieOrFolder) { return std::make_unique<ExportDiagnosticsRecorder>(movieOrFolder); });
     {
-        ProgressDisplay display(ProgressDisplay::styleNamed(arguments.progress));
-        exporter.exportClips(
-            clips, settings, output, frameRates,
-            [&](const ExportProgress& progress) { display.show(progress, exporter.framesWritten()); }, stop);
+        ProgressDisplay display(style);
+        try {
+            exporter.exportClips(
+                clips, settings, output, frameRates,
+                [&](const ExportProgress& progress) { display.show(progress, exporter.framesWritten()); }, stop);
+        } catch (const std::exception& end) {
+            display.showEnd(end);
+            throw;
+        }
     }
     printResult(plan, arguments.json);
 }

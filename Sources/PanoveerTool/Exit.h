@@ -1,5 +1,6 @@
 #pragma once
 
+#include <exception>
 #include <stdexcept>
 #include <string>
 
@@ -17,6 +18,12 @@ inline constexpr int cancelled = 130;
 class UsageError : public std::runtime_error {
 public:
     using std::runtime_error::runtime_error;
+};
+
+// The work failed, and standard error says why already.
+class ToldFailure : public std::exception {
+public:
+    const char* what() const noexcept override { return "failed"; }
 };
 
 } // namespace panoveer::tool

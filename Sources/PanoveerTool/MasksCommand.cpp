@@ -1,7 +1,9 @@
+#include "Panoveer/Services/Diagnostics/GenerationFailureDescriber.h"
 #include "Panoveer/Services/Export/AlphaMaskExporter.h"
 #include "PanoveerTool/Commands.h"
 #include "PanoveerTool/ConversionOptions.h"
 #include "PanoveerTool/DetectionText.h"
+#include "PanoveerTool/ExportStart.h"
 #include "PanoveerTool/JSONText.h"
 #include "PanoveerTool/ProgressDisplay.h"
 #include "PanoveerTool/RenderEngine.h"
@@ -55,15 +57,26 @@ void exportMasks(const MasksArguments& arguments, const std::stop_token& stop) {
         clips.push_back(arguments.conversion.clip(asset, settings));
     }
 
+    const auto style = ProgressDisplay::styleNamed(arguments.progress);
+    const auto output = URL::fromFilePath(arguments.output);
+    recoverStaleExports(output, style);
     const auto renderer = makeRenderer(arguments.conversion.renderer);
     URL folder;
     {
-        ProgressDisplay display(ProgressDisplay::styleNamed(arguments.progress));
+        ProgressDisplay display(style);
         const auto show = [&](const ExportProgress& progress) {
             display.show(progress, std::llround(progress.fraction * double(clips.size())));
         };
-        folder = AlphaMaskExporter(*renderer).exportAlphaMasks(clips, settings, URL::fromFilePath(arguments.output),
-                                                               show, stop);
+        try {
+            folder = AlphaMaskExporter(*renderer).exportAlphaMasks(clips, settings, output, show, stop);
+        } catch (const Error& failure) {
+            const Error told(GenerationFailureDescriber::message(failure));
+            display.showEnd(told);
+            throw told;
+        } catch (const Cancelled& end) {
+            display.showEnd(end);
+            throw;
+        }
     }
     printResult(folder, arguments.json);
 }

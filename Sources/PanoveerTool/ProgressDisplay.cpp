@@ -1,6 +1,8 @@
 #include "PanoveerTool/ProgressDisplay.h"
 
+#include "Panoveer/Services/Export/VRExportError.h"
 #include "PanoveerTool/JSONText.h"
+#include "Platform/Core/Localization.h"
 
 #include <nlohmann/json.hpp>
 #include <sys/ioctl.h>
@@ -37,6 +39,9 @@ std::optional<double> secondsLeft(double fraction, double elapsedSeconds) {
     return elapsedSeconds * (1 - fraction) / fraction;
 }
 
+// What comes behind the last picture takes a while, and nobody knows how long.
+bool isExporting(const ExportProgress& progress) { return progress.message == localized("export.progress.exporting"); }
+
 } // namespace
 
 ProgressDisplay::ProgressDisplay(ProgressStyle style) : style_(style) {}
@@ -62,10 +67,12 @@ void ProgressDisplay::show(const ExportProgress& progress, std::int64_t framesWr
     framesOfThisMovie_ = framesWritten;
 
     const auto now = Clock::now();
-    const bool due = !lastShown_ || progress.fraction >= 1 || now - *lastShown_ >= redrawInterval;
+    const bool due = !lastShown_ || progress.fraction >= 1 || progress.message != lastMessage_ ||
+                     now - *lastShown_ >= redrawInterval;
     if (style_ == ProgressStyle::none || !due)
         return;
     lastShown_ = now;
+    lastMessage_ = progress.message;
     const double elapsed = std::chrono::duration<double>(now - begin_).count();
     if (style_ == ProgressStyle::bar)
         drawBar(progress, elapsed);
@@ -78,7 +85,9 @@ void ProgressDisplay::drawBar(const ExportProgress& progress, double elapsedSeco
     const auto left = secondsLeft(progress.fraction, elapsedSeconds);
     const auto figures = std::format(" {:3} %  {} frames  {:.1f} fps  {}", progress.displayedPercent(), frames,
                                      elapsedSeconds > 0 ? double(frames) / elapsedSeconds : 0.0,
-                                     left ? clockText(*left) + " left" : clockText(elapsedSeconds));
+                                     !isExporting(progress) ? progress.message
+                                     : left                 ? clockText(*left) + " left"
+                                                            : clockText(elapsedSeconds));
     const int width = std::clamp(terminalColumns() - int(figures.size()) - 3, narrowestBar, widestBar);
     const int filled = int(std::clamp(progress.fraction, 0.0, 1.0) * width);
     std::cerr << "\r\x1b[K[" << std::string(std::size_t(filled), '#') << std::string(std::size_t(width - filled), '.')
@@ -92,8 +101,22 @@ void ProgressDisplay::printJSON(const ExportProgress& progress, double elapsedSe
                                    {"message", progress.message},
                                    {"frames", framesOfFinishedMovies_ + framesOfThisMovie_},
                                    {"elapsedSeconds", elapsedSeconds}};
-    if (const auto left = secondsLeft(progress.fraction, elapsedSeconds))
+    if (const auto left = secondsLeft(progress.fraction, elapsedSeconds); left && isExporting(progress))
         line["secondsLeft"] = *left;
+    std::cerr << jsonText(line) << std::endl;
+}
+
+void ProgressDisplay::showEnd(const std::exception& failure) {
+    if (style_ != ProgressStyle::json)
+        return;
+    const auto* end = dynamic_cast<const VRExportError*>(&failure);
+    const bool isCancelled =
+        dynamic_cast<const Cancelled*>(&failure) || (end && end->which() == VRExportError::Case::cancelledPartialSaved);
+    nlohmann::ordered_json line = {{"event", isCancelled ? "cancelled" : "failed"}};
+    if (!isCancelled)
+        line["message"] = failure.what();
+    if (end && !end->url().empty())
+        line["partial"] = end->url().path().string();
     std::cerr << jsonText(line) << std::endl;
 }
 

@@ -4,6 +4,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <exception>
 #include <optional>
 #include <string>
 
@@ -22,6 +23,11 @@ public:
 
     void show(const ExportProgress& progress, std::int64_t framesWritten);
 
+    // The last line of an export that failed or was stopped: {"event":"cancelled","partial":PATH} or
+    // {"event":"failed","message":TEXT,"partial":PATH}, without "partial" when nothing is kept. As JSON only; people
+    // are told when the program ends.
+    void showEnd(const std::exception& failure);
+
     // A bar where standard error is a terminal, nothing where it is not.
     static ProgressStyle automaticStyle();
     // What "bar", "json" and "none" ask for; automatic without a name.
@@ -36,6 +42,7 @@ private:
     ProgressStyle style_;
     Clock::time_point begin_ = Clock::now();
     std::optional<Clock::time_point> lastShown_;
+    std::string lastMessage_;
     std::int64_t framesOfFinishedMovies_ = 0;
     std::int64_t framesOfThisMovie_ = 0;
     bool barIsOpen_ = false;

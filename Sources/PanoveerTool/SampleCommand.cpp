@@ -12,6 +12,7 @@
 #include "PanoveerTool/RenderEngine.h"
 #include "PanoveerTool/Targets.h"
 #include "Platform/Core/Error.h"
+#include "Platform/Core/FileLock.h"
 #include "Platform/Media/AssetWriter.h"
 
 #include <CLI/CLI.hpp>
@@ -95,6 +96,7 @@ void writeChartMovie(const URL& url, const std::stop_token& stop) {
         writer.addVideoInput(settings, pixelFormat::yCbCr420VideoRange, sampleFramesPerSecond, sampleFrameCount);
     require(input != nullptr);
     require(writer.startWriting());
+    const auto inUse = FileLock::shared(staged.path());
     writer.startSession({0, sampleFramesPerSecond});
 
     const auto still = PixelBuffer::make(pixelFormat::yCbCr420VideoRange, sampleWidth, sampleHeight);

@@ -1,5 +1,6 @@
 // The command line of Panoveer Studio: the whole engine without a window.
 
+#include "Panoveer/Services/Export/VRExportError.h"
 #include "PanoveerTool/Commands.h"
 #include "PanoveerTool/Exit.h"
 #include "PanoveerTool/Interrupt.h"
@@ -36,6 +37,7 @@ int run(int argc, char** argv) {
     declareInspect(program);
     declarePresets(program);
     declareDoctor(program);
+    declareDiagnostics(program);
     declareSample(program, interrupt.token());
 
     try {
@@ -49,6 +51,11 @@ int run(int argc, char** argv) {
     } catch (const Cancelled&) {
         std::cerr << "panoveer: cancelled; nothing unfinished was left behind.\n";
         return exitCode::cancelled;
+    } catch (const ToldFailure&) {
+        return exitCode::failed;
+    } catch (const VRExportError& error) {
+        std::cerr << "panoveer: " << error.what() << '\n';
+        return error.which() == VRExportError::Case::cancelledPartialSaved ? exitCode::cancelled : exitCode::failed;
     } catch (const std::bad_alloc&) {
         std::cerr << "panoveer: out of memory. Choose a smaller --size, or close other programs.\n";
         return exitCode::failed;

@@ -17,6 +17,7 @@ LAYERS = {
     "FFmpegBridge": 2,
     "Panoveer/Model/Records": 3,
     "Panoveer/Rendering/Projection": 4,
+    "Panoveer/Services/Diagnostics": 5,
     "Panoveer/Services/Intake": 5,
     "Panoveer/Services/Export": 6,
     "Panoveer/Services/Live": 7,

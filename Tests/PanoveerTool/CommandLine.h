@@ -4,6 +4,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include <cstdlib>
 #include <filesystem>
 #include <set>
 #include <string>
@@ -11,7 +12,15 @@
 
 namespace panoveer::test {
 
+// Gives the programs of this process a place of their own for traces and logs, for its life.
+inline void isolate() {
+    static const TemporaryFolder folder;
+    setenv("XDG_DATA_HOME", folder.path().c_str(), 1);
+    setenv("XDG_STATE_HOME", folder.path().c_str(), 1);
+}
+
 inline ProgramResult panoveer(std::vector<std::string> arguments) {
+    isolate();
     arguments.insert(arguments.begin(), PANOVEER_PROGRAM);
     return runProgram(arguments);
 }

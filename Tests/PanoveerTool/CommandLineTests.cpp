@@ -25,6 +25,8 @@ using Names = std::set<std::string>;
 
 class CommandLine : public testing::Test {
 protected:
+    CommandLine() { isolate(); }
+
     TemporaryFolder folder;
 
     std::string path(const std::string& name) const { return (folder / name).string(); }
@@ -219,29 +221,90 @@ TEST_F(CommandLine, KeepsNamesApartThatDifferOnlyInCase) {
     EXPECT_EQ(namesIn(folder / "out"), (Names{"clip - standard.mp4", "CLIP - standard (2).mp4"}));
 }
 
-TEST_F(CommandLine, LeavesNothingBehindWhenItCannotWrite) {
-    const auto source = movie({.frameCount = 20});
-    fs::create_directories(folder / "small");
-    // A file system of 48 kB of its own, gone with the shell: what a full disk looks like. The shell lists what is
-    // left. In a changed root, "/" is no mount point, and mounts are private already.
-    const std::string script =
-        "mount --make-rprivate / 2>/dev/null; mount -t tmpfs -o size=48k tmpfs \"$1\" && shift && "
-        "\"$@\"; code=$?; ls -A \"$0\"; exit $code";
-    std::vector<std::string> shell = {"unshare", "--mount", "--propagation", "unchanged",  "bash",
-                                      "-c",      script,    path("small"),   path("small")};
+// A file system of its own for a shell script, gone with it, that the script finds mounted at "$0". What it runs is
+// "$@".
+ProgramResult runOnSmallDisk(const fs::path& mountPoint, const std::string& size, const std::string& script,
+                             const std::vector<std::string>& arguments) {
+    fs::create_directories(mountPoint);
+    // In a changed root, "/" is no mount point, and mounts are private already.
+    std::vector<std::string> shell = {"unshare",
+                                      "--mount",
+                                      "--propagation",
+                                      "unchanged",
+                                      "bash",
+                                      "-c",
+                                      "mount --make-rprivate / 2>/dev/null; mount -t tmpfs -o size=" + size +
+                                          " tmpfs \"$0\" || exit 99\n" + script,
+                                      mountPoint.string(),
+                                      PANOVEER_PROGRAM};
     // Root needs no user namespace for a mount of its own, and within a changed root there is none to be had.
     if (geteuid() != 0)
         shell.insert(shell.begin() + 1, "--map-root-user");
-    shell.insert(shell.end(), {PANOVEER_PROGRAM, "convert", source, "-o", path("small/movie.mov"), "--format",
-                               "standard", "--size", "640x360", "--codec", "proRes"});
-    const auto full = runProgram(shell);
+    shell.insert(shell.end(), arguments.begin(), arguments.end());
+    return runProgram(shell);
+}
+
+TEST_F(CommandLine, LeavesNothingBehindWhenItCannotWrite) {
+    const auto source = movie({.frameCount = 20});
+    const auto full = runOnSmallDisk(folder / "small", "48k", R"("$@"; code=$?; ls -A "$0"; exit $code)",
+                                     {"convert", source, "-o", path("small/movie.mov"), "--format", "standard",
+                                      "--size", "640x360", "--codec", "proRes"});
     EXPECT_EQ(full.exitCode, 1) << full.standardError;
-    EXPECT_NE(full.standardError.find("No space left"), std::string::npos) << full.standardError;
+    EXPECT_NE(full.standardError.find("not enough space"), std::string::npos) << full.standardError;
     EXPECT_EQ(full.standardOutput, "") << "something was left behind";
     // Nobody, not even root, makes files there.
     const auto refused = panoveer({"convert", source, "-o", "/sys/panoveer/movie.mp4", "--codec", "h264"});
     EXPECT_EQ(refused.exitCode, 1);
     EXPECT_NE(refused.standardError.find("/sys/panoveer"), std::string::npos) << refused.standardError;
+}
+
+TEST_F(CommandLine, KeepsThePartOfAMovieThatTheDiskHadRoomFor) {
+    const auto source = movie({.width = 640, .height = 360, .frameCount = 900});
+    // Shrinks as soon as pictures are written: there is room for the first second and not for the ten that follow.
+    const auto script = R"("$@" 2>&1 >/dev/null | while read -r line; do
+            case "$line" in *'"frames":'[1-9]*) mount -o remount,size=3m "$0";; esac
+            echo "$line"
+        done
+        code=${PIPESTATUS[0]}
+        ffprobe -v error -count_frames -show_entries stream=nb_read_frames -of csv=p=0 "$0"/movie.partial.mov
+        ls -A "$0"; exit $code)";
+    const auto full =
+        runOnSmallDisk(folder / "small", "2g", script,
+                       {"convert", source, "-o", path("small/movie.mov"), "--source-format", "standard", "--format",
+                        "standard", "--size", "960x540", "--codec", "proRes", "--progress", "json"});
+    EXPECT_EQ(full.exitCode, 1);
+    EXPECT_NE(full.standardOutput.find("kept in " + path("small/movie.partial.mov") + ".\n"), std::string::npos)
+        << full.standardOutput;
+    EXPECT_TRUE(full.standardOutput.ends_with("\n30\nmovie.partial.mov\n")) << full.standardOutput;
+}
+
+TEST_F(CommandLine, TellsAtOnceAllThatKeepsAnExportFromStarting) {
+    const auto source = movie({.frameCount = 5});
+    const auto result = panoveer({"convert", source, "-o", path("a.mp4"), "--format", "equirectangular", "--size",
+                                  "12000x6000", "--codec", "h264", "--color", "hlg", "--json"});
+    EXPECT_EQ(result.exitCode, 1);
+    const auto blockers = nlohmann::json::parse(result.standardOutput)["blockers"];
+    ASSERT_EQ(blockers.size(), 2u) << result.standardOutput;
+    EXPECT_EQ(blockers[0]["blocker"], "encoderUnavailable");
+    EXPECT_EQ(blockers[0]["width"], 12000);
+    EXPECT_EQ(blockers[1]["blocker"], "hdrCodecRequired");
+    for (const auto& blocker : blockers)
+        EXPECT_NE(result.standardError.find("panoveer: " + blocker["message"].get<std::string>() + "\n"),
+                  std::string::npos)
+            << result.standardError;
+    EXPECT_EQ(namesIn(folder.path()), (Names{"movie.mov"}));
+}
+
+TEST_F(CommandLine, PrintsAReportThatNamesNobody) {
+    const auto source = movie({.name = "Secret.mov", .frameCount = 5});
+    ASSERT_EQ(
+        panoveer({"convert", source, "-o", path("Hidden film.mp4"), "--size", "160x90", "--codec", "h264"}).exitCode,
+        0);
+    const auto report = panoveer({"diagnostics"});
+    EXPECT_EQ(report.exitCode, 0);
+    EXPECT_NE(report.standardOutput.find("\"event\":\"export_completed\""), std::string::npos) << report.standardOutput;
+    for (const char* name : {"Secret", "Hidden"})
+        EXPECT_EQ(report.standardOutput.find(name), std::string::npos) << report.standardOutput;
 }
 
 // A conversion in a process of its own that has begun to write its movie when started() returns.
@@ -265,59 +328,81 @@ public:
     }
     ~RunningConversion() { close(output_); }
 
-    // Waits until a progress line tells of frames that are written.
+    // Waits until a progress line tells of 100 frames or more that are written.
     bool started() {
-        static const std::regex someFrames("\"frames\":[1-9]");
-        while (!std::regex_search(text_, someFrames)) {
-            pollfd ready{output_, POLLIN, 0};
-            char buffer[4096];
-            if (poll(&ready, 1, 60000) <= 0)
+        static const std::regex manyFrames("\"frames\":[1-9][0-9][0-9]");
+        while (!std::regex_search(text_, manyFrames))
+            if (!readSome())
                 return false;
-            const auto count = read(output_, buffer, sizeof buffer);
-            if (count <= 0)
-                return false;
-            text_.append(buffer, std::size_t(count));
-        }
         return true;
     }
 
     // Exit code, or 128 plus the signal that ended the process.
     int end(int signal) {
         kill(process_, signal);
+        while (readSome()) {
+        }
         int status = 0;
         waitpid(process_, &status, 0);
         return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
     }
 
+    // All that it has written to standard error.
+    const std::string& text() const { return text_; }
+
 private:
+    bool readSome() {
+        pollfd ready{output_, POLLIN, 0};
+        char buffer[4096];
+        if (poll(&ready, 1, 60000) <= 0)
+            return false;
+        const auto count = read(output_, buffer, sizeof buffer);
+        if (count > 0)
+            text_.append(buffer, std::size_t(count));
+        return count > 0;
+    }
+
     pid_t process_ = 0;
     int output_ = -1;
     std::string text_;
 };
 
-TEST_F(CommandLine, LeavesNothingUnderTheFinalNameWhenInterruptedOrKilled) {
+TEST_F(CommandLine, KeepsWhatIsFinishedWhenInterruptedOrKilled) {
     const auto source = movie({.width = 640, .height = 360, .frameCount = 900});
     fs::create_directories(folder / "out");
     const auto target = folder / "out/movie.mov";
-    {
+    const auto partial = path("out/movie.partial.mov");
+    for (int signal : {SIGINT, SIGTERM, SIGHUP}) {
         RunningConversion conversion(source, target);
         ASSERT_TRUE(conversion.started());
-        EXPECT_EQ(conversion.end(SIGINT), 130);
-        EXPECT_EQ(namesIn(folder / "out"), Names{}) << "a cancelled export cleans up after itself";
+        EXPECT_EQ(conversion.end(signal), 130);
+        EXPECT_EQ(namesIn(folder / "out"), Names{"movie.partial.mov"});
+        EXPECT_NE(conversion.text().find("{\"event\":\"cancelled\",\"partial\":\"" + partial + "\"}\n"),
+                  std::string::npos)
+            << conversion.text();
+        EXPECT_TRUE(conversion.text().ends_with("panoveer: Cancelled. What was finished is kept in " + partial + ".\n"))
+            << conversion.text();
+        EXPECT_GE(std::stoi(videoStream(partial, {"-count_frames"})["nb_read_frames"].get<std::string>()), 100);
+        fs::remove(partial);
     }
-    {
-        RunningConversion conversion(source, target);
-        ASSERT_TRUE(conversion.started());
-        EXPECT_EQ(conversion.end(SIGKILL), 128 + SIGKILL);
-        EXPECT_FALSE(fs::exists(target));
-        for (const auto& name : namesIn(folder / "out"))
-            EXPECT_NE(name.find(".panoveer-"), std::string::npos) << name;
-    }
+
+    RunningConversion killed(source, target), running(source, folder / "out/other.mov");
+    ASSERT_TRUE(killed.started() && running.started());
+    EXPECT_EQ(killed.end(SIGKILL), 128 + SIGKILL);
+    EXPECT_FALSE(fs::exists(target));
+    ASSERT_EQ(namesIn(folder / "out").size(), 2u) << "both staged";
+    const auto next = panoveer({"convert", source, "-o", path("out/next.mp4"), "--codec", "h264", "--size", "160x90",
+                                "--format", "standard", "--out", "1"});
+    EXPECT_EQ(next.exitCode, 0);
+    EXPECT_NE(next.standardError.find("kept in " + partial + ".\n"), std::string::npos) << next.standardError;
+    EXPECT_EQ(videoStream(partial, {"-count_frames"})["nb_read_frames"], "30");
+    EXPECT_EQ(running.end(0), 0) << "the export that runs goes on";
+    EXPECT_EQ(namesIn(folder / "out"), (Names{"movie.partial.mov", "next.mp4", "other.mov"}));
 }
 
 TEST_F(CommandLine, GoesOnWhenItsTerminalClosesIfToldToIgnoreThat) {
     const auto target = folder / "movie.mov";
-    RunningConversion conversion(movie({.name = "source.mov", .width = 640, .height = 360, .frameCount = 60}), target,
+    RunningConversion conversion(movie({.name = "source.mov", .width = 640, .height = 360, .frameCount = 300}), target,
                                  SIGHUP);
     ASSERT_TRUE(conversion.started());
     EXPECT_EQ(conversion.end(SIGHUP), 0);

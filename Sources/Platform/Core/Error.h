@@ -27,9 +27,21 @@ public:
     const std::shared_ptr<const Error>& underlying() const noexcept { return underlying_; }
     void setUnderlying(std::shared_ptr<const Error> error) { underlying_ = std::move(error); }
 
+    // What the platform gave as the reason, for diagnostics; empty when it gave none.
+    const std::string& failureReason() const noexcept { return failureReason_; }
+    void setFailureReason(std::string reason) { failureReason_ = std::move(reason); }
+
+    // Whether what() already tells the person all that the failures beneath mean.
+    bool speaksForUnderlying() const noexcept { return speaksForUnderlying_; }
+
+protected:
+    void setSpeaksForUnderlying() { speaksForUnderlying_ = true; }
+
 private:
     std::string domain_;
     int code_;
+    bool speaksForUnderlying_ = false;
+    std::string failureReason_;
     std::shared_ptr<const Error> underlying_;
 };
 

@@ -1,5 +1,7 @@
 #include "Platform/Core/Log.h"
 
+#include "Platform/Core/StandardFolders.h"
+
 #include <spdlog/sinks/rotating_file_sink.h>
 #include <spdlog/sinks/stdout_sinks.h>
 #include <spdlog/spdlog.h>
@@ -26,19 +28,12 @@ spdlog::level::level_enum spdlogLevel(LogLevel level) {
     return spdlog::level::info;
 }
 
-std::filesystem::path stateDirectory() {
-    if (const char* state = std::getenv("XDG_STATE_HOME"); state && *state)
-        return std::filesystem::path(state) / "Panoveer Studio";
-    const char* home = std::getenv("HOME");
-    return std::filesystem::path(home && *home ? home : "/tmp") / ".local/state/Panoveer Studio";
-}
-
 std::shared_ptr<spdlog::logger> makeLogger() {
     std::vector<spdlog::sink_ptr> sinks;
     try {
-        std::filesystem::create_directories(stateDirectory());
-        auto file = std::make_shared<spdlog::sinks::rotating_file_sink_mt>((stateDirectory() / "panoveer.log").string(),
-                                                                           maximumLogBytes, keptLogFiles);
+        std::filesystem::create_directories(logFile().parent_path());
+        auto file =
+            std::make_shared<spdlog::sinks::rotating_file_sink_mt>(logFile().string(), maximumLogBytes, keptLogFiles);
         file->set_level(spdlog::level::info);
         sinks.push_back(std::move(file));
     } catch (const std::exception&) {
@@ -55,12 +50,24 @@ std::shared_ptr<spdlog::logger> makeLogger() {
     return logger;
 }
 
+spdlog::logger& sharedLogger() {
+    static const auto logger = makeLogger();
+    return *logger;
+}
+
 } // namespace
+
+void flushLog() noexcept {
+    try {
+        sharedLogger().flush();
+    } catch (...) {
+        // As below.
+    }
+}
 
 void logMessage(LogLevel level, std::string_view category, const std::string& message) noexcept {
     try {
-        static const auto logger = makeLogger();
-        logger->log(spdlogLevel(level), "[{}] {}", category, message);
+        sharedLogger().log(spdlogLevel(level), "[{}] {}", category, message);
     } catch (...) {
         // Logging must never take the program down.
     }

@@ -13,6 +13,9 @@ enum class LogLevel { debug, info, warning, error };
 // ("debug", "info", "warning", "error") also go to standard error. Never fails, never throws; any thread.
 void logMessage(LogLevel level, std::string_view category, const std::string& message) noexcept;
 
+// Brings into the file what waits to be written. Never fails, never throws; any thread.
+void flushLog() noexcept;
+
 // A category, held by the code that logs under it.
 class Logger {
 public:

@@ -15,8 +15,9 @@ inline constexpr std::string_view gpuErrorDomain = "VulkanErrorDomain";
 struct GPUDeviceDescription {
     std::string name; // "NVIDIA H100", "llvmpipe (LLVM 19.1.7, 256 bits)"
     bool isSoftware = false;
-    std::string apiVersion; // "1.4.305"
-    std::string driver;     // "llvmpipe Mesa 25.0.7"; empty when the driver does not say
+    bool hasUnifiedMemory = false; // works in the machine's memory
+    std::string apiVersion;        // "1.4.305"
+    std::string driver;            // "llvmpipe Mesa 25.0.7"; empty when the driver does not say
 };
 
 // Which device is wanted.

@@ -87,6 +87,8 @@ GPUDeviceDescription describe(VkPhysicalDevice device, const VkPhysicalDevicePro
     return {
         .name = properties.deviceName,
         .isSoftware = properties.deviceType == VK_PHYSICAL_DEVICE_TYPE_CPU,
+        .hasUnifiedMemory = properties.deviceType == VK_PHYSICAL_DEVICE_TYPE_CPU ||
+                            properties.deviceType == VK_PHYSICAL_DEVICE_TYPE_INTEGRATED_GPU,
         .apiVersion = std::format("{}.{}.{}", VK_API_VERSION_MAJOR(version), VK_API_VERSION_MINOR(version),
                                   VK_API_VERSION_PATCH(version)),
         .driver = driver.driverName[0] ? std::format("{} {}", driver.driverName, driver.driverInfo) : std::string(),

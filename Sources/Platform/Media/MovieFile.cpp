@@ -1,11 +1,14 @@
 #include "Platform/Media/MovieFile.h"
 
+#include "Platform/Core/FileLock.h"
+
 #include <fcntl.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <new>
+#include <utility>
 
 extern "C" {
 #include <libavformat/avio.h>
@@ -57,9 +60,14 @@ MovieFile::MovieFile(const std::filesystem::path& path) : name_(path.filename().
         av_free(buffer);
         throw std::bad_alloc();
     }
-    descriptor_ = open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
-    if (descriptor_ < 0)
-        throw posixError("Cannot create " + name_, errno);
+    while (descriptor_ < 0) {
+        descriptor_ = open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+        if (descriptor_ < 0)
+            throw posixError("Cannot create " + name_, errno);
+        // Before it was marked, somebody may have taken it for one that a dead process left.
+        if (!FileLock::markInUse(descriptor_))
+            close(std::exchange(descriptor_, -1));
+    }
 }
 
 MovieFile::~MovieFile() {

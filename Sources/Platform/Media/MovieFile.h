@@ -17,7 +17,8 @@ namespace panoveer {
 // other layers.
 class MovieFile {
 public:
-    // Makes the file. Throws Error in posixErrorDomain, EEXIST when there is one of that name.
+    // Makes the file, and holds a FileLock on it. Throws Error in posixErrorDomain, EEXIST when there is one of that
+    // name.
     explicit MovieFile(const std::filesystem::path& path);
     ~MovieFile();
     MovieFile(const MovieFile&) = delete;

@@ -55,6 +55,8 @@ public:
     // Bytes that the engine's memory can hold and holds now, for the export's buffer budget.
     virtual std::uint64_t recommendedMaxWorkingSetSize() const = 0;
     virtual std::uint64_t currentAllocatedSize() const = 0;
+    // Whether that memory is the machine's own.
+    virtual bool hasUnifiedMemory() const { return true; }
 };
 
 } // namespace panoveer

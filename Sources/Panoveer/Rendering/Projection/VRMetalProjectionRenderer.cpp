@@ -124,6 +124,8 @@ std::uint64_t VRMetalProjectionRenderer::recommendedMaxWorkingSetSize() const {
 
 std::uint64_t VRMetalProjectionRenderer::currentAllocatedSize() const { return device_->currentAllocatedSize(); }
 
+bool VRMetalProjectionRenderer::hasUnifiedMemory() const { return device_->description().hasUnifiedMemory; }
+
 std::unique_ptr<GPUCommandBuffer> VRMetalProjectionRenderer::makeCommandBuffer() {
     try {
         return commandQueue_.makeCommandBuffer();

@@ -41,6 +41,7 @@ public:
                                           bool transparentUnmappedAreas) override;
     std::uint64_t recommendedMaxWorkingSetSize() const override;
     std::uint64_t currentAllocatedSize() const override;
+    bool hasUnifiedMemory() const override;
 
     // An empty command buffer of this renderer's queue.
     std::unique_ptr<GPUCommandBuffer> makeCommandBuffer();

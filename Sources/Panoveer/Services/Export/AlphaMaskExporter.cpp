@@ -6,6 +6,7 @@
 #include "Panoveer/Services/Export/ExportPlanner.h"
 #include "Panoveer/Services/Export/VRExportError.h"
 #include "Panoveer/Services/Intake/FFmpegRuntime.h"
+#include "Platform/Core/FileLock.h"
 #include "Platform/Core/Localization.h"
 #include "Platform/Media/MediaAsset.h"
 #include "Platform/Media/PictureFile.h"
@@ -23,7 +24,8 @@ namespace {
 // A folder that is gone with the value, unless it has moved to its final name.
 class StagedDirectory {
 public:
-    explicit StagedDirectory(const URL& parent) : url_(ExportArtifactTransaction::createStagedDirectory(parent)) {}
+    explicit StagedDirectory(const URL& parent)
+        : url_(ExportArtifactTransaction::createStagedDirectory(parent)), inUse_(FileLock::shared(url_.path())) {}
     ~StagedDirectory() {
         std::error_code ignored;
         std::filesystem::remove_all(url_.path(), ignored);
@@ -35,6 +37,7 @@ public:
 
 private:
     URL url_;
+    FileLock inUse_;
 };
 
 // As the road delivers it that an export of the clip takes: before its orientation is settled.

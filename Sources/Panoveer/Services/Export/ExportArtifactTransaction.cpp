@@ -23,6 +23,9 @@ bool exists(const URL& url) {
     return lstat(url.path().c_str(), &status) == 0;
 }
 
+// What the copy that gets a movie's metadata adds to its name.
+constexpr std::size_t metadataCopySuffixLength = std::string_view(".spatial-.tmp").size() + 36;
+
 // rename, but a taken name is an error instead of being replaced: plain rename would swallow an empty folder. 0 or
 // errno.
 int renameToFreeName(const URL& from, const URL& to) {
@@ -42,7 +45,8 @@ URL ExportArtifactTransaction::stagedFileURL(const URL& url) {
     auto suffix = ".panoveer-" + UUID::random().text() + ".tmp";
     if (const auto extension = url.pathExtension(); !extension.empty())
         suffix += "." + extension;
-    return url.deletingLastPathComponent().appendingPathComponent(fittingFileName(url.baseName(), suffix));
+    return url.deletingLastPathComponent().appendingPathComponent(
+        fittingFileName(url.baseName(), suffix, metadataCopySuffixLength));
 }
 
 URL ExportArtifactTransaction::createStagedDirectory(const URL& directory) {
@@ -65,14 +69,18 @@ URL ExportArtifactTransaction::commitUniqueDirectory(const URL& staged, const UR
     for (int number = 1;; ++number) {
         const auto name = number == 1 ? std::string(baseName) : std::string(baseName) + " " + std::to_string(number);
         const auto target = parent.appendingPathComponent(name);
-        const auto failure = renameToFreeName(staged, target);
-        if (failure == 0) {
+        if (moveToFreeName(staged, target)) {
             synchronizeDirectoryBestEffort(parent);
             return target;
         }
-        if (failure != EEXIST && failure != ENOTEMPTY)
-            throw posixError(target.path().native(), failure);
     }
+}
+
+bool ExportArtifactTransaction::moveToFreeName(const URL& from, const URL& to) {
+    const auto failure = renameToFreeName(from, to);
+    if (failure != 0 && failure != EEXIST && failure != ENOTEMPTY)
+        throw posixError(to.path().native(), failure);
+    return failure == 0;
 }
 
 void ExportArtifactTransaction::synchronizeFile(const URL& url) {

@@ -24,6 +24,9 @@ struct ExportArtifactTransaction {
     // merges into or replaces a folder. Returns the final folder.
     static URL commitUniqueDirectory(const URL& staged, const URL& parent, std::string_view baseName);
 
+    // Renames a file or folder unless the name is taken; false when it is.
+    static bool moveToFreeName(const URL& from, const URL& to);
+
     static void synchronizeFile(const URL& url);
     static void synchronizeDirectoryBestEffort(const URL& url) noexcept;
 };

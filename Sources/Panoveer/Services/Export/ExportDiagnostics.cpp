@@ -13,6 +13,12 @@ struct ValueText {
     std::string operator()(std::int64_t value) const { return std::to_string(value); }
     std::string operator()(double value) const { return std::format("{:.6g}", value); }
     std::string operator()(const std::string& value) const { return value; }
+    std::string operator()(const std::vector<std::string>& values) const {
+        std::string text;
+        for (const auto& value : values)
+            text += (text.empty() ? "" : ",") + value;
+        return text;
+    }
 };
 
 } // namespace

@@ -6,10 +6,11 @@
 #include <string>
 #include <string_view>
 #include <variant>
+#include <vector>
 
 namespace panoveer {
 
-using DiagnosticValue = std::variant<bool, std::int64_t, double, std::string>;
+using DiagnosticValue = std::variant<bool, std::int64_t, double, std::string, std::vector<std::string>>;
 using DiagnosticFields = std::map<std::string, DiagnosticValue>;
 
 // The trace of one export: stages and events with their fields. Any thread may record; nothing here throws or stops

@@ -54,6 +54,8 @@ void waitUntilReady(const std::function<bool()>& isReadyForMoreMediaData, std::s
             return;
         }
         throwIfStopped(stop);
+        if (writer.sample)
+            writer.sample("waiting_for_" + std::string(kind) + "_writer");
         const auto status = writer.status();
         if (status != AssetWriter::Status::writing)
             throwWriterError(writer);
@@ -72,6 +74,8 @@ void waitUntilReady(const std::function<bool()>& isReadyForMoreMediaData, std::s
 PixelBufferPtr acquireEncoderPixelBuffer(PixelBufferPool& pool, const ExportWriterStatus& writer, int maximumCount,
                                          const std::stop_token& stop, const ExportWaitClock& clock) {
     for (int attempts = 0;; ++attempts) {
+        if (writer.sample)
+            writer.sample("waiting_for_pixel_buffer");
         PixelBufferPtr buffer;
         try {
             buffer = pool.acquire(std::max(maximumCount, 1));

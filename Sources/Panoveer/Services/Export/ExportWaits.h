@@ -14,6 +14,8 @@ namespace panoveer {
 struct ExportWriterStatus {
     std::function<AssetWriter::Status()> status;
     std::function<std::optional<Error>()> error;
+    // Called while waiting, with what is waited for; may be empty, and may throw to end the wait.
+    std::function<void(std::string_view context)> sample;
 };
 
 // The clock that the waits measure with; tests bring their own.

@@ -2,10 +2,12 @@
 
 #include "Panoveer/Model/Records/ExportCodec.h"
 #include "Panoveer/Model/Records/RecordEnums.h"
+#include "Panoveer/Services/Diagnostics/GenerationFailureDescriber.h"
 #include "Panoveer/Services/Export/DecodeAheadSource.h"
 #include "Panoveer/Services/Export/ExportArtifactTransaction.h"
 #include "Panoveer/Services/Export/ExportArtifactValidator.h"
 #include "Panoveer/Services/Export/ExportVideoSettings.h"
+#include "Panoveer/Services/Export/PartialOutputRecovery.h"
 #include "Panoveer/Services/Export/SpatialVideoMetadataInjector.h"
 #include "Panoveer/Services/Export/VRExportError.h"
 #include "Panoveer/Services/Intake/FFmpegRuntime.h"
@@ -16,6 +18,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cmath>
 #include <filesystem>
@@ -41,6 +44,21 @@ std::string sizeText(const OutputResolution& size) {
     return std::to_string(size.width) + "x" + std::to_string(size.height);
 }
 
+// A folder may be moved or its disk disconnected while a movie is written into it, and writing goes on.
+void requireStillThere(const URL& staged) {
+    struct stat status{};
+    if (lstat(staged.path().c_str(), &status) != 0)
+        throw posixError(staged.path().native(), errno);
+}
+
+// As the first of several sentences.
+std::string sentence(std::string text) {
+    constexpr std::array<std::string_view, 5> ends = {".", "!", "?", "。", "）"};
+    if (std::ranges::none_of(ends, [&](auto end) { return text.ends_with(end); }))
+        text += '.';
+    return text;
+}
+
 // What would refuse the rename at the end is better told before hours of work.
 void requireUsableName(const URL& url) {
     struct stat status{};
@@ -53,16 +71,19 @@ void requireUsableName(const URL& url) {
 } // namespace
 
 MovieExport::MovieExport(ProjectionRenderer& renderer, const SegmentFrameRoads& roads,
-                         const ExportOutputDescriptor& descriptor, ExportDiagnostics& diagnostics, std::stop_token stop)
+                         const ExportOutputDescriptor& descriptor, ExportDiagnostics& diagnostics, std::stop_token stop,
+                         ExportOutputPosition position, ExportSystemReadings readings)
     : renderer_(renderer),
       roads_(roads),
       descriptor_(descriptor),
       diagnostics_(diagnostics),
       stop_(std::move(stop)),
+      position_(position),
+      readings_(std::move(readings)),
       clock_(outputFrameRate(descriptor)) {}
 
 MovieExport::~MovieExport() {
-    // The writer goes first: it may still hold the file open. After a commit there is no staged file left to remove.
+    // The writer goes first: it may still hold the file open. What was committed or kept has another name by now.
     writer_.reset();
     std::error_code ignored;
     if (!staged_.empty())
@@ -77,11 +98,20 @@ void MovieExport::run(const Report& report) {
         configureWriter();
         exportSegments();
         finishMovie();
-    } catch (...) {
-        if (writer_ && writer_->status() == AssetWriter::Status::writing)
-            writer_->cancelWriting();
+        commitMovie();
+    } catch (const Cancelled&) {
+        if (const auto partial = keepWhatIsCancelled())
+            throw VRExportError(VRExportError::Case::cancelledPartialSaved, *partial);
+        throw;
+    } catch (const std::exception& failure) {
+        if (const auto partial = keepWhatIsRecoverable())
+            throwFailedPartialSaved(*partial, failure);
         throw;
     }
+}
+
+void MovieExport::commitMovie() {
+    requireStillThere(staged_);
     diagnostics_.markStage("injecting_metadata");
     injectSpatialMetadataIfNeeded();
     diagnostics_.markStage("validating_output");
@@ -92,9 +122,59 @@ void MovieExport::run(const Report& report) {
     diagnostics_.markStage("completed", {{"frames_written", framesWritten_}});
 }
 
+// Whatever feeds the writer has ended when this returns.
+void MovieExport::stopFeeding() {
+    if (input_)
+        input_->markAsFinished();
+}
+
+// The encoder still completes what it was given: nothing that was rendered is lost. Neither metadata nor a check
+// follow; a partial movie is as it stands.
+std::optional<URL> MovieExport::keepWhatIsCancelled() {
+    if (!writer_ || writer_->status() != AssetWriter::Status::writing || framesWritten_ == 0)
+        return keepWhatIsRecoverable();
+    input_->markAsFinished();
+    report_(secondsWritten_, framesWritten_, "export.progress.finalizing_partial");
+    stopFeeding();
+    diagnostics_.markStage("finalizing_container");
+    const bool isComplete = writer_->finishWriting();
+    using Need = PartialOutputRecovery::Need;
+    auto partial = PartialOutputRecovery(diagnostics_)
+                       .preservePartialOutput({staged_, descriptor_.url, framesWritten_},
+                                              isComplete ? Need::wholeFile : Need::completeFragment,
+                                              isComplete ? "cancelled_finalized_container" : "complete_movie_fragment");
+    if (partial)
+        logger.info("export cancelled and partial file finalized file={} frames={}", partial->lastPathComponent(),
+                    framesWritten_);
+    return partial;
+}
+
+std::optional<URL> MovieExport::keepWhatIsRecoverable() {
+    if (!writer_ || writer_->status() == AssetWriter::Status::unknown)
+        return std::nullopt;
+    stopFeeding();
+    auto partial = PartialOutputRecovery(diagnostics_)
+                       .preserveRecoverablePartialOutput(*writer_, [this] { input_->markAsFinished(); },
+                                                         {staged_, descriptor_.url, framesWritten_});
+    if (!partial)
+        writer_->cancelWriting();
+    return partial;
+}
+
+void MovieExport::throwFailedPartialSaved(const URL& partial, const std::exception& failure) {
+    diagnostics_.record("export_failed_partial_saved",
+                        {{"partial_path", partial.path().string()},
+                         {"underlying_diagnostic", GenerationFailureDescriber::diagnosticMessage(failure)}});
+    VRExportError end(VRExportError::Case::failedPartialSaved, partial,
+                      sentence(GenerationFailureDescriber::message(failure)));
+    if (const auto* error = dynamic_cast<const Error*>(&failure))
+        end.setUnderlying(std::make_shared<Error>(*error));
+    throw end;
+}
+
 void MovieExport::prepareDestination() {
-    diagnostics_.markStage("preparing_destination", {{"output_path", descriptor_.url.path().string()},
-                                                     {"estimated_bytes", estimatedOutputBytes(descriptor_)}});
+    diagnostics_.markStage("preparing_destination",
+                           exportDiagnosticFields(descriptor_, position_, renderer_, readings_));
     const auto folder = descriptor_.url.deletingLastPathComponent().path();
     std::error_code failure;
     fs::create_directories(folder, failure);
@@ -129,7 +209,7 @@ void MovieExport::configureWriter() {
         logger.error("encoder refused codec={} size={} reason={}", rawValue(descriptor_.codec), sizeText(size), reason);
         VRExportError refusal(VRExportError::Case::unsupportedVideoSettings, descriptor_.codec, size.width,
                               size.height);
-        refusal.setUnderlying(std::make_shared<Error>(reason));
+        refusal.setFailureReason(reason);
         throw refusal;
     }
 
@@ -159,8 +239,14 @@ void MovieExport::configureWriter() {
             throw Error(*error);
         throw VRExportError(VRExportError::Case::writerStartFailed);
     }
+    inUse_ = FileLock::shared(staged_.path());
     writer_->startSession({0, clock_.timescale});
     diagnostics_.markStage("encoding_started");
+    monitor_ = std::make_unique<ExportRuntimeMonitor>(
+        ExportRuntimeMonitor::Subject{.outputURL = staged_,
+                                      .estimatedOutputBytes = estimatedOutputBytes(descriptor_),
+                                      .expectedDurationSeconds = totalDurationSeconds(descriptor_)},
+        &diagnostics_, renderer_, readings_);
     logger.info("export begin file={} format={} resolution={} codec={} fps={:.3f} audio_tracks=0",
                 descriptor_.url.lastPathComponent(), rawValue(descriptor_.outputFormat), sizeText(size),
                 rawValue(descriptor_.codec), double(clock_.timescale) / double(clock_.frameDuration));
@@ -180,6 +266,7 @@ void MovieExport::exportSegments() {
         diagnostics_.record("segment_completed", {{"source", segment.sourceURL.path().string()},
                                                   {"frames_written", run.framesWritten},
                                                   {"total_frames_written", framesWritten_}});
+        sampleProgress();
         timelineStart += duration(segment);
     }
 }
@@ -338,6 +425,8 @@ void MovieExport::appendAtSlot(SegmentRun& run, const PixelBufferPtr& picture, s
     ++run.framesWritten;
     ++framesWritten_;
     run.nextSlot = slot + 1;
+    secondsWritten_ = time.seconds();
+    sampleProgress();
     report_(time.seconds(), framesWritten_, "export.progress.exporting");
 }
 
@@ -357,10 +446,10 @@ void MovieExport::finishMovie() {
     input_->markAsFinished();
     report_(totalDurationSeconds(descriptor_), framesWritten_, "export.progress.finalizing");
     diagnostics_.markStage("finalizing_container");
-    if (!writer_->finishWriting(stop_)) {
-        throwIfStopped();
+    // Not ended by a stop: what is rendered is kept, and this is what keeping it takes.
+    if (!writer_->finishWriting())
         throwWriterError(writerStatus());
-    }
+    throwIfStopped();
 }
 
 void MovieExport::injectSpatialMetadataIfNeeded() {
@@ -370,7 +459,10 @@ void MovieExport::injectSpatialMetadataIfNeeded() {
         return;
     logger.info("inject spatial metadata file={} mode={} spatial_audio_tracks=0", staged_.lastPathComponent(),
                 rawValue(descriptor_.vrMetadataMode));
-    SpatialVideoMetadataInjector::injectMetadata(staged_, *request, {}, stop_);
+    FileLock copyInUse;
+    SpatialVideoMetadataInjector::injectMetadata(staged_, *request, {}, stop_,
+                                                 [&](const URL& copy) { copyInUse = FileLock::shared(copy.path()); });
+    inUse_ = std::move(copyInUse);
     SpatialVideoMetadataInjector::validateMetadata(staged_, *request);
 }
 
@@ -390,7 +482,17 @@ void MovieExport::throwIfStopped() const {
 }
 
 ExportWriterStatus MovieExport::writerStatus() const {
-    return {.status = [this] { return writer_->status(); }, .error = [this] { return writer_->error(); }};
+    return {.status = [this] { return writer_->status(); },
+            .error = [this] { return writer_->error(); },
+            // From any thread that waits; how far the pictures are is told by the frame loop.
+            .sample =
+                [this](std::string_view context) {
+                    monitor_->sampleIfNeeded(std::nullopt, std::nullopt, int(writer_->status()), context);
+                }};
+}
+
+void MovieExport::sampleProgress() {
+    monitor_->sampleIfNeeded(framesWritten_, secondsWritten_, int(writer_->status()), diagnostics_.stage());
 }
 
 } // namespace panoveer

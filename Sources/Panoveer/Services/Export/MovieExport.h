@@ -2,17 +2,21 @@
 
 #include "Panoveer/Rendering/Projection/ProjectionRenderer.h"
 #include "Panoveer/Services/Export/ExportBufferBudget.h"
+#include "Panoveer/Services/Export/ExportDiagnosticFields.h"
 #include "Panoveer/Services/Export/ExportDiagnostics.h"
 #include "Panoveer/Services/Export/ExportFrameClock.h"
 #include "Panoveer/Services/Export/ExportOutputDescriptor.h"
+#include "Panoveer/Services/Export/ExportRuntimeMonitor.h"
 #include "Panoveer/Services/Export/ExportSegmentFrameSlots.h"
 #include "Panoveer/Services/Export/ExportWaits.h"
 #include "Panoveer/Services/Export/FixedFrameRateVideoRetimer.h"
 #include "Panoveer/Services/Export/SegmentFrameSource.h"
+#include "Platform/Core/FileLock.h"
 #include "Platform/Media/AssetWriter.h"
 
 #include <cstdint>
 #include <deque>
+#include <exception>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -26,7 +30,8 @@ namespace panoveer {
 //   source -> decode (ahead) -> render (ahead) -> [retime] -> encode -> staged file -> metadata -> check -> rename
 //
 // Made for one movie and run once, on the export's thread; decoder, renderer and encoder work beside it. Any failure
-// leaves the final name as it was and removes the staged file.
+// leaves the final name as it was. What can be played of a movie that was stopped or failed is kept beside that name;
+// otherwise the staged file is removed.
 class MovieExport {
 public:
     // Seconds of the movie that are written, frames written, and the key of a message for the person.
@@ -34,10 +39,12 @@ public:
 
     // All that is referred to outlives this.
     MovieExport(ProjectionRenderer& renderer, const SegmentFrameRoads& roads, const ExportOutputDescriptor& descriptor,
-                ExportDiagnostics& diagnostics, std::stop_token stop);
+                ExportDiagnostics& diagnostics, std::stop_token stop, ExportOutputPosition position = {},
+                ExportSystemReadings readings = ExportSystemReadings::system());
     ~MovieExport();
 
-    // Throws Cancelled, or whatever went wrong.
+    // Throws Cancelled, VRExportError with cancelledPartialSaved or failedPartialSaved, or whatever went wrong. After
+    // a stop the encoder still completes the pictures that it was given.
     void run(const Report& report);
 
 private:
@@ -80,6 +87,12 @@ private:
     void appendAtSlot(SegmentRun& run, const PixelBufferPtr& picture, std::int64_t slot);
     void hold(SegmentRun& run, const PixelBufferPtr& picture);
     void finishMovie();
+    void commitMovie();
+    void stopFeeding();
+    std::optional<URL> keepWhatIsCancelled();
+    std::optional<URL> keepWhatIsRecoverable();
+    [[noreturn]] void throwFailedPartialSaved(const URL& partial, const std::exception& failure);
+    void sampleProgress();
     void injectSpatialMetadataIfNeeded();
     void validateOutput();
     void throwIfStopped() const;
@@ -92,6 +105,8 @@ private:
     std::stop_token stop_;
     Report report_;
     ExportWaitClock waitClock_ = ExportWaitClock::system();
+    const ExportOutputPosition position_;
+    const ExportSystemReadings readings_;
 
     URL staged_;
     ExportFrameClock clock_;
@@ -99,7 +114,10 @@ private:
     std::unique_ptr<PixelBufferPool> pool_;
     std::unique_ptr<AssetWriter> writer_;
     VideoInput* input_ = nullptr; // owned by writer_
+    FileLock inUse_;              // the staged file
+    std::unique_ptr<ExportRuntimeMonitor> monitor_;
     std::int64_t framesWritten_ = 0;
+    double secondsWritten_ = 0;
 };
 
 } // namespace panoveer

@@ -179,7 +179,8 @@ void SpatialVideoMetadataInjector::rewrite(const ByteSource& input, const URL& u
 }
 
 void SpatialVideoMetadataInjector::injectMetadata(const URL& url, const Request& video, AudioDescriptors spatialAudio,
-                                                  std::stop_token stop) {
+                                                  std::stop_token stop,
+                                                  const std::function<void(const URL& copy)>& beforeReplacing) {
     const FileByteSource input(url);
     struct stat status{};
     if (fstat(input.fileDescriptor(), &status) != 0)
@@ -191,6 +192,8 @@ void SpatialVideoMetadataInjector::injectMetadata(const URL& url, const Request&
     TemporaryFile temporary(copy);
     rewrite(input, url, video, spatialAudio, output, std::move(stop));
     output.close();
+    if (beforeReplacing)
+        beforeReplacing(copy);
     temporary.replace(url);
 }
 

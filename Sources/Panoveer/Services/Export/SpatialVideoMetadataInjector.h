@@ -5,6 +5,7 @@
 #include "Panoveer/Services/Export/SpatialVideoMetadataRequest.h"
 #include "Platform/Core/URL.h"
 
+#include <functional>
 #include <optional>
 #include <span>
 #include <stop_token>
@@ -22,8 +23,10 @@ struct SpatialVideoMetadataInjector {
     // Rewrites the movie under its own name: a copy is made beside it and takes its place at once. On any failure the
     // copy is removed and the movie is as it was. `spatialAudio` has one entry for each audio track in file order,
     // empty for a plain track; tracks beyond its end are plain.
+    // `beforeReplacing` is told of the finished copy.
     static void injectMetadata(const URL& url, const SpatialVideoMetadataRequest& video, AudioDescriptors spatialAudio,
-                               std::stop_token stop = {});
+                               std::stop_token stop = {},
+                               const std::function<void(const URL& copy)>& beforeReplacing = {});
 
     // The same from any bytes to any others; `url` only names the movie in errors.
     static void rewrite(const ByteSource& input, const URL& url, const SpatialVideoMetadataRequest& video,

@@ -41,9 +41,20 @@ public:
     // The payload of a case, in the order given above.
     template<class... Payload>
     explicit VRExportError(Case which, const Payload&... payload)
-        : Error(localized(key(which), asArgument(payload)...)), case_(which) {}
+        : Error(localized(key(which), asArgument(payload)...)), case_(which) {
+        (keep(payload), ...);
+        if (isEndOfExport())
+            setSpeaksForUnderlying();
+    }
 
     Case which() const noexcept { return case_; }
+    // The payload's file; empty for cases without one.
+    const URL& url() const noexcept { return url_; }
+    // One of the ways in which a whole export ends. Their text tells all that the person has to know.
+    bool isEndOfExport() const noexcept {
+        return case_ == Case::cancelledPartialSaved || case_ == Case::failedPartialSaved ||
+               case_ == Case::codecExportFailed;
+    }
 
     static std::string_view key(Case which);
 
@@ -53,7 +64,12 @@ private:
     static std::string asArgument(const std::string& text) { return text; }
     static std::int64_t asArgument(std::int64_t number) { return number; }
 
+    void keep(const URL& url) { url_ = url; }
+    template<class Payload>
+    void keep(const Payload&) {}
+
     Case case_;
+    URL url_;
 };
 
 } // namespace panoveer

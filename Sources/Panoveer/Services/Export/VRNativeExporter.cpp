@@ -1,6 +1,7 @@
 #include "Panoveer/Services/Export/VRNativeExporter.h"
 
 #include "Panoveer/Model/Records/RecordEnums.h"
+#include "Panoveer/Services/Diagnostics/GenerationFailureDescriber.h"
 #include "Panoveer/Services/Export/ExportPlanner.h"
 #include "Panoveer/Services/Export/ExportVideoSettings.h"
 #include "Panoveer/Services/Export/MovieExport.h"
@@ -9,6 +10,7 @@
 #include "Platform/Core/Log.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <filesystem>
 #include <new>
 #include <set>
@@ -34,26 +36,52 @@ std::set<UUID> allQueueItems(std::span<const VRClipSegment> segments) {
 Error errorOf(const std::exception& failure) {
     if (const auto* error = dynamic_cast<const Error*>(&failure))
         return *error;
-    if (dynamic_cast<const std::bad_alloc*>(&failure))
-        return VRExportError(VRExportError::Case::pixelBufferCreationFailed, outOfMemoryStatus);
+    if (dynamic_cast<const std::bad_alloc*>(&failure)) {
+        VRExportError error(VRExportError::Case::pixelBufferCreationFailed, outOfMemoryStatus);
+        error.setUnderlying(std::make_shared<Error>(posixError("Memory", ENOMEM)));
+        return error;
+    }
     return Error(failure.what());
 }
 
-// The failure of a movie. With other movies beside it, it names its own.
-VRExportError codecExportFailure(const ExportOutputDescriptor& descriptor, const std::exception& failure,
-                                 bool namesMovie) {
+// The failure of a movie, which it names.
+VRExportError codecExportFailure(const ExportOutputDescriptor& descriptor, const std::exception& failure) {
     const auto error = errorOf(failure);
-    const auto text = (namesMovie ? descriptor.url.lastPathComponent() + ": " : std::string()) + error.what();
+    const auto path = descriptor.url.path().string();
+    const auto reason = GenerationFailureDescriber::message(error);
+    const auto text = reason.starts_with(path) ? reason : path + ": " + reason;
     VRExportError wrapped(VRExportError::Case::codecExportFailed, descriptor.codec, text);
     wrapped.setUnderlying(std::make_shared<Error>(error));
     return wrapped;
 }
 
+[[noreturn]] void throwEnd(const ExportOutputDescriptor& descriptor, const std::exception& failure,
+                           ExportDiagnostics& diagnostics) {
+    const auto* kept = dynamic_cast<const VRExportError*>(&failure);
+    if (kept && kept->which() == VRExportError::Case::cancelledPartialSaved) {
+        diagnostics.record("export_cancelled_partial_saved",
+                           {{"partial_path", kept->url().path().string()}, {"stage", diagnostics.stage()}});
+        throw VRExportError(*kept);
+    }
+    const auto end = kept && kept->isEndOfExport() ? *kept : codecExportFailure(descriptor, failure);
+    diagnostics.record("export_failed", {{"stage", diagnostics.stage()},
+                                         {"diagnostic", GenerationFailureDescriber::diagnosticMessage(failure)},
+                                         {"user_message", std::string(end.what())}});
+    logger.error("export failed codec={} error={}", rawValue(descriptor.codec), failure.what());
+    throw end;
+}
+
+// What a partial movie's finishing leaves of the way: it is not the export that gets done.
+constexpr double mostOfPartial = 0.998;
+
 } // namespace
 
 VRNativeExporter::VRNativeExporter(ProjectionRenderer& renderer, DiagnosticsFactory makeDiagnostics,
-                                   SegmentFrameRoads roads)
-    : renderer_(renderer), makeDiagnostics_(std::move(makeDiagnostics)), roads_(std::move(roads)) {
+                                   SegmentFrameRoads roads, ExportSystemReadings readings)
+    : renderer_(renderer),
+      makeDiagnostics_(std::move(makeDiagnostics)),
+      roads_(std::move(roads)),
+      readings_(std::move(readings)) {
     if (!makeDiagnostics_)
         makeDiagnostics_ = [](const URL&) { return std::make_unique<LoggedExportDiagnostics>(); };
 }
@@ -99,11 +127,13 @@ std::vector<URL> VRNativeExporter::exportClips(std::span<const VRClipSegment> se
     for (const auto& descriptor : descriptors) {
         framesWritten_ = 0;
         try {
-            MovieExport movie(renderer_, roads_, descriptor, *diagnostics, stop);
+            MovieExport movie(renderer_, roads_, descriptor, *diagnostics, stop, {written.size(), descriptors.size()},
+                              readings_);
             movie.run([&](double seconds, std::int64_t frames, const std::string& messageKey) {
                 framesWritten_ = frames;
                 const double fraction = totalDuration > 0 ? (completedDuration + seconds) / totalDuration : 0;
-                progress({.fraction = std::clamp(fraction, 0.0, 0.999),
+                const bool isPartial = messageKey == "export.progress.finalizing_partial";
+                progress({.fraction = std::clamp(fraction, 0.0, isPartial ? mostOfPartial : 0.999),
                           .message = localized(messageKey),
                           .activeQueueItemIDs = allQueueItems(descriptor.segments)});
             });
@@ -111,12 +141,7 @@ std::vector<URL> VRNativeExporter::exportClips(std::span<const VRClipSegment> se
             diagnostics->record("export_cancelled");
             throw;
         } catch (const std::exception& failure) {
-            const auto wrapped = codecExportFailure(descriptor, failure, descriptors.size() > 1);
-            diagnostics->record("export_failed", {{"stage", diagnostics->stage()},
-                                                  {"diagnostic", std::string(failure.what())},
-                                                  {"user_message", std::string(wrapped.what())}});
-            logger.error("export failed codec={} error={}", rawValue(descriptor.codec), failure.what());
-            throw wrapped;
+            throwEnd(descriptor, failure, *diagnostics);
         }
         completedDuration += totalDurationSeconds(descriptor);
         written.push_back(descriptor.url);

@@ -6,6 +6,7 @@
 #include "Panoveer/Rendering/Projection/ProjectionRenderer.h"
 #include "Panoveer/Services/Export/ExportDiagnostics.h"
 #include "Panoveer/Services/Export/ExportOutputDescriptor.h"
+#include "Panoveer/Services/Export/ExportRuntimeMonitor.h"
 #include "Panoveer/Services/Export/SegmentFrameSource.h"
 #include "Panoveer/Services/Export/SourceFrameRates.h"
 
@@ -34,12 +35,14 @@ public:
 
     // The renderer is borrowed for the life of the exporter.
     explicit VRNativeExporter(ProjectionRenderer& renderer, DiagnosticsFactory makeDiagnostics = {},
-                              SegmentFrameRoads roads = {});
+                              SegmentFrameRoads roads = {},
+                              ExportSystemReadings readings = ExportSystemReadings::system());
 
     // The whole job: plans the movies and writes them one after another. `destination` is the file of a single movie
     // and the folder of separate clips. Returns the movies written. Throws ExportPlannerError as it stands, the Error
-    // of requireSourcesStay, Cancelled, and VRExportError::codecExportFailed around any failure of a movie, which it
-    // carries as underlying(); movies that were finished before it stay.
+    // of requireSourcesStay, and for a movie that was not finished Cancelled, or VRExportError with
+    // cancelledPartialSaved or failedPartialSaved where a part of it was kept, else with codecExportFailed; a failure
+    // is carried as underlying(). Movies that were finished before it stay.
     std::vector<URL> exportClips(std::span<const VRClipSegment> segments, const ExportSettings& settings,
                                  const URL& destination, const SourceFrameRates& sourceFrameRates,
                                  const ProgressHandler& progress, std::stop_token stop);
@@ -55,6 +58,7 @@ private:
     ProjectionRenderer& renderer_;
     DiagnosticsFactory makeDiagnostics_;
     SegmentFrameRoads roads_;
+    ExportSystemReadings readings_;
     std::atomic<std::int64_t> framesWritten_ = 0;
 };
 

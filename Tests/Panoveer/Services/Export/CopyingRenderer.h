@@ -11,7 +11,7 @@
 namespace panoveer {
 
 // Shows the luma of the source, fitted into the output by nearest neighbour, without colour: frame numbers survive.
-// Takes BGRA and 8-bit Y'CbCr, writes 8-bit Y'CbCr.
+// Takes BGRA and 8-bit Y'CbCr, writes Y'CbCr of 8 and 10 bits.
 class CopyingRenderer final : public ProjectionRenderer {
 public:
     std::function<void(int index)> onRender; // as a picture is started
@@ -58,11 +58,21 @@ private:
             auto* out = to.data + std::size_t(y) * to.rowBytes;
             for (int x = 0; x < to.width; ++x) {
                 const auto column = std::size_t(x * from.width / to.width);
-                out[x] = source.layout().isYCbCr() ? in[column] : std::byte(16 + 219 * int(in[4 * column + 1]) / 255);
+                const auto luma =
+                    source.layout().isYCbCr() ? in[column] : std::byte(16 + 219 * int(in[4 * column + 1]) / 255);
+                // Ten bits lie at the upper end of sixteen.
+                if (output.layout().bytesPerSample == 2)
+                    reinterpret_cast<std::uint16_t*>(out)[x] = std::uint16_t(std::uint16_t(luma) << 8);
+                else
+                    out[x] = luma;
             }
         }
         const auto& chroma = output.plane(1);
-        std::memset(chroma.data, 128, chroma.rowBytes * std::size_t(chroma.height));
+        auto* bytes = chroma.data;
+        for (std::size_t i = 0; i < chroma.rowBytes * std::size_t(chroma.height); ++i)
+            bytes[i] = std::byte(
+                i % std::size_t(output.layout().bytesPerSample) + 1 == std::size_t(output.layout().bytesPerSample) ? 128
+                                                                                                                   : 0);
     }
 
     int count_ = 0;

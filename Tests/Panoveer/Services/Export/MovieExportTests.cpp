@@ -91,7 +91,7 @@ protected:
     std::vector<URL> run(const std::vector<VRClipSegment>& clips) {
         const auto makeDiagnostics = [&](const URL&) { return std::make_unique<KeptDiagnostics>(events); };
         const auto target = settings.mode == ExportMode::singleMovie ? out / "movie.mp4" : out;
-        return VRNativeExporter(renderer, makeDiagnostics, roads)
+        return VRNativeExporter(renderer, makeDiagnostics, roads, readings)
             .exportClips(
                 clips, settings, URL::fromFilePath(target), rates,
                 [&](const ExportProgress& progress) {
@@ -101,12 +101,13 @@ protected:
                 stop.get_token());
     }
 
-    // The failure beneath the one that the export reports.
-    Error failureOf(const std::vector<VRClipSegment>& clips) {
+    // The failure beneath the one that the export reports, with or without a partial movie.
+    Error failureOf(const std::vector<VRClipSegment>& clips,
+                    VRExportError::Case end = VRExportError::Case::codecExportFailed) {
         try {
             run(clips);
         } catch (const VRExportError& error) {
-            EXPECT_EQ(error.which(), VRExportError::Case::codecExportFailed);
+            EXPECT_EQ(error.which(), end) << error.what();
             EXPECT_TRUE(error.underlying());
             return error.underlying() ? *error.underlying() : error;
         }
@@ -138,6 +139,11 @@ protected:
         return std::ranges::count(events, event, &std::pair<std::string, DiagnosticFields>::first);
     }
 
+    DiagnosticFields fieldsOf(const std::string& event) const {
+        const auto found = std::ranges::find(events, event, &std::pair<std::string, DiagnosticFields>::first);
+        return found == events.end() ? DiagnosticFields() : found->second;
+    }
+
     std::set<std::string> written() const {
         std::set<std::string> names;
         for (const auto& entry : fs::directory_iterator(out))
@@ -149,6 +155,7 @@ protected:
     fs::path out = folder / "out";
     CopyingRenderer renderer;
     SegmentFrameRoads roads;
+    ExportSystemReadings readings = ExportSystemReadings::system();
     ExportSettings settings;
     SourceFrameRates rates;
     std::function<void(const ExportProgress&)> onProgress;
@@ -308,35 +315,83 @@ TEST_F(MovieExportTest, EndsAtOnceWhenCancelledWhileTheDecoderIsStuck) {
     EXPECT_EQ(count("export_cancelled"), 1);
 }
 
-TEST_F(MovieExportTest, LeavesNothingWhenCancelledAtAnyStage) {
-    const auto source = clip({.frameCount = 60});
-    settings.outputFormat = ProjectionFormat::equirectangular; // so that there is metadata to inject
-    renderer.onRender = [&](int index) {
-        if (index == 20)
-            stop.request_stop();
-    };
-    EXPECT_THROW(run({source}), Cancelled);
-    EXPECT_THAT(written(), IsEmpty());
+struct CancelRow {
+    const char* name;
+    ExportCodec codec;
+    int stopAt;          // the picture as whose rendering starts the user stops; -1: while the movie is finished
+    const char* partial; // what is left; none when it is empty
+};
 
-    renderer.onRender = nullptr;
-    stop = {};
-    onProgress = [&](const ExportProgress& progress) {
-        if (progress.message == localized("export.progress.finalizing"))
+class Cancelling : public MovieExportTest, public testing::WithParamInterface<CancelRow> {};
+
+// What is kept plays to its end: every picture that the encoder was given, in its place.
+TEST_P(Cancelling, KeepsEveryPictureThatWasWritten) {
+    const auto& row = GetParam();
+    settings.codec = row.codec;
+    settings.outputFormat = ProjectionFormat::equirectangular; // so that there is metadata to inject
+    const auto source = clip({.frameCount = 60});
+    int rendered = 0;
+    renderer.onRender = [&](int) {
+        if (rendered++ == row.stopAt)
             stop.request_stop();
     };
-    EXPECT_THROW(run({source}), Cancelled);
-    EXPECT_THAT(written(), IsEmpty());
+    double largestFraction = 0;
+    bool isToldOfPartial = false;
+    onProgress = [&](const ExportProgress& progress) {
+        if (row.stopAt < 0 && progress.message == localized("export.progress.finalizing"))
+            stop.request_stop();
+        isToldOfPartial |= progress.message == localized("export.progress.finalizing_partial");
+        largestFraction = std::max(largestFraction, isToldOfPartial ? progress.fraction : 0);
+    };
+    if (std::string_view(row.partial).empty()) {
+        EXPECT_THROW(run({source}), Cancelled);
+        EXPECT_THAT(written(), IsEmpty());
+        EXPECT_EQ(count("export_cancelled"), 1);
+        return;
+    }
+    for (const auto& name : {std::string(row.partial), std::string(row.partial).insert(13, "-2")}) {
+        stop = {};
+        rendered = 0;
+        try {
+            run({source});
+            FAIL() << "the export ended as if all was well";
+        } catch (const VRExportError& end) {
+            EXPECT_EQ(end.which(), VRExportError::Case::cancelledPartialSaved);
+            EXPECT_EQ(end.url().lastPathComponent(), name);
+        }
+        const auto shown = numbers(out / name);
+        EXPECT_EQ(shown, countTo(int(shown.size())));
+        EXPECT_GE(int(shown.size()), row.stopAt < 0 ? 60 : 2);
+        EXPECT_EQ(
+            test::runProgram({"ffmpeg", "-v", "error", "-i", (out / name).string(), "-f", "null", "-"}).standardError,
+            "");
+    }
+    EXPECT_LT(largestFraction, 0.999);
+    EXPECT_EQ(isToldOfPartial, row.stopAt >= 0);
+    EXPECT_EQ(count("export_cancelled_partial_saved"), 2);
+    EXPECT_EQ(written().size(), 2u);
 }
 
-TEST_F(MovieExportTest, SaysWhatTheRendererSaidAndLeavesNothing) {
+INSTANTIATE_TEST_SUITE_P(Stages, Cancelling,
+                         testing::Values(CancelRow{"BeforeTheFirstPicture", ExportCodec::h264, 0, ""},
+                                         CancelRow{"InTheMiddleOfAnMP4", ExportCodec::h264, 20, "movie.partial.mp4"},
+                                         CancelRow{"InTheMiddleOfAQuickTimeMovie", ExportCodec::proRes422LT, 20,
+                                                   "movie.partial.mov"},
+                                         CancelRow{"WhileItIsFinished", ExportCodec::h264, -1, "movie.partial.mp4"}),
+                         [](const auto& test) { return test.param.name; });
+
+TEST_F(MovieExportTest, SaysWhatTheRendererSaidAndKeepsThePicturesBefore) {
     renderer.onWait = [](int index) {
         if (index == 4)
             throw Error("the device was lost", "VulkanErrorDomain", -4);
     };
-    const auto failure = failureOf({clip({})});
+    const auto failure = failureOf({clip({})}, VRExportError::Case::failedPartialSaved);
     EXPECT_STREQ(failure.what(), "the device was lost");
     EXPECT_EQ(failure.code(), -4);
-    EXPECT_THAT(written(), IsEmpty());
+    EXPECT_EQ(numbers(out / "movie.partial.mp4"), countTo(4));
+    EXPECT_THAT(written(), UnorderedElementsAre("movie.partial.mp4"));
+    EXPECT_EQ(count("export_failed_partial_saved"), 1);
+    EXPECT_EQ(count("export_failed"), 1);
 }
 
 TEST_F(MovieExportTest, FinishesWhatIsOpenWhenSourcesAreDeletedAndNamesTheOneThatIsGone) {
@@ -357,8 +412,8 @@ TEST_F(MovieExportTest, FailsWhenASourceLosesItsEndWhileItIsRead) {
     renderer.onRender = [&](int) {
         fs::resize_file(source.sourceURL.path(), fs::file_size(source.sourceURL.path()) / 4);
     };
-    failureOf({source});
-    EXPECT_THAT(written(), IsEmpty());
+    failureOf({source}, VRExportError::Case::failedPartialSaved);
+    EXPECT_THAT(written(), UnorderedElementsAre("movie.partial.mp4"));
 }
 
 // Sets how large the files of this process may grow while it lives: a disk that fills up.
@@ -385,15 +440,51 @@ TEST_F(MovieExportTest, KeepsTheOldMovieWhenTheNewOneCannotBeWrittenToItsEnd) {
     run({source});
     const auto before = test::readFile(out / "movie.mp4");
     const auto size = before.size();
-    // While pictures are written; at the last of them; while the metadata goes in.
-    for (const auto limit : {size / 2, size - 2000, size - 1}) {
+    using enum VRExportError::Case;
+    // While pictures are written; at the last of them; while the metadata goes in, when the movie is complete.
+    for (const auto& [limit, end] : {std::pair(size / 2, codecExportFailed), std::pair(size - 2000, codecExportFailed),
+                                     std::pair(size - 1, failedPartialSaved)}) {
         const FileSizeLimit disk(limit);
-        const auto failure = failureOf({source});
+        const auto failure = failureOf({source}, end);
         EXPECT_EQ(failure.domain(), posixErrorDomain) << failure.what();
         EXPECT_EQ(failure.code(), EFBIG) << failure.what();
         EXPECT_EQ(test::readFile(out / "movie.mp4"), before);
-        EXPECT_THAT(written(), UnorderedElementsAre("movie.mp4"));
     }
+    EXPECT_THAT(written(), UnorderedElementsAre("movie.mp4", "movie.partial.mp4"));
+    EXPECT_EQ(numbers(out / "movie.partial.mp4"), countTo(90));
+}
+
+// A QuickTime movie whose writer fails: 12 s of one, with fragments at 1 s and 11 s, and less than a second of another.
+TEST_F(MovieExportTest, KeepsTheCompleteFragmentsOfAWriterThatFailed) {
+    settings.codec = ExportCodec::proRes422Proxy;
+    const auto source = clip({.frameRate = "10", .frameCount = 120}, 10);
+    run({source});
+    const auto size = fs::file_size(out / "movie.mov");
+    fs::remove(out / "movie.mov");
+    {
+        const FileSizeLimit disk(size * 97 / 100);
+        EXPECT_EQ(failureOf({source}, VRExportError::Case::failedPartialSaved).code(), EFBIG);
+    }
+    EXPECT_EQ(numbers(out / "movie.partial.mov"), countTo(110));
+    const FileSizeLimit disk(size / 24);
+    EXPECT_EQ(failureOf({source}).code(), EFBIG);
+    EXPECT_THAT(written(), UnorderedElementsAre("movie.partial.mov"));
+    EXPECT_EQ(std::get<std::string>(fieldsOf("partial_recovery_skipped").at("reason")), "no_complete_movie_fragment");
+}
+
+TEST_F(MovieExportTest, EndsBeforeTheDiskIsFullAndKeepsThePicturesBefore) {
+    double free = 2e9, uptime = 100;
+    readings.freeDiskBytes = [&](const URL&) { return free; };
+    readings.uptimeSeconds = [&] { return uptime; };
+    renderer.onRender = [&](int index) {
+        if (index == 20) {
+            free = 0.9e9;
+            uptime += 5;
+        }
+    };
+    const auto failure = failureOf({clip({})}, VRExportError::Case::failedPartialSaved);
+    EXPECT_THAT(failure.what(), HasSubstr("900 MB"));
+    EXPECT_THAT(numbers(out / "movie.partial.mp4").size(), testing::Ge(10u));
 }
 
 TEST_F(MovieExportTest, RefusesANameThatCannotBeTakenBeforeItReadsAnything) {
