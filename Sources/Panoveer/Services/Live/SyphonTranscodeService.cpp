@@ -17,6 +17,7 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cmath>
 #include <cstring>
 #include <filesystem>
@@ -58,6 +59,8 @@ void makeRoom(const URL& source, const URL& destination) {
     fs::create_directories(folder, failure);
     if (failure)
         throw posixError(folder.native(), failure.value());
+    if (fs::is_directory(destination.path(), failure))
+        throw posixError(destination.path().native(), EISDIR);
     fs::remove(destination.path(), failure);
     if (failure)
         throw posixError(destination.path().native(), failure.value());
