@@ -62,22 +62,24 @@ void transcode(const TranscodeArguments& arguments, std::stop_token stop) {
     const auto target = destination(arguments);
     recoverStaleExports(target.deletingLastPathComponent(), style);
     std::int64_t frameCount = 0;
-    ProgressDisplay display(style);
-    try {
-        SyphonTranscodeService::transcode(
-            URL::fromFilePath(arguments.input), target,
-            [&](double fraction, const std::string& text, std::int64_t framesWritten) {
-                frameCount = framesWritten;
-                display.show({.fraction = fraction, .message = text, .activeQueueItemIDs = {}}, framesWritten);
-            },
-            stop);
-    } catch (const Cancelled& end) {
-        display.showEnd(end);
-        throw;
-    } catch (const Error& failure) {
-        const Error told(messageOf(failure, arguments.input));
-        display.showEnd(told);
-        throw told;
+    {
+        ProgressDisplay display(style);
+        try {
+            SyphonTranscodeService::transcode(
+                URL::fromFilePath(arguments.input), target,
+                [&](double fraction, const std::string& text, std::int64_t framesWritten) {
+                    frameCount = framesWritten;
+                    display.show({.fraction = fraction, .message = text, .activeQueueItemIDs = {}}, framesWritten);
+                },
+                stop);
+        } catch (const Cancelled& end) {
+            display.showEnd(end);
+            throw;
+        } catch (const Error& failure) {
+            const Error told(messageOf(failure, arguments.input));
+            display.showEnd(told);
+            throw told;
+        }
     }
     const auto path = target.path().string();
     if (arguments.json)
