@@ -1,8 +1,10 @@
 #include "Panoveer/Model/Records/ExportProgress.h"
+#include "Panoveer/Services/Diagnostics/GenerationFailureDescriber.h"
 #include "Panoveer/Services/Intake/FFmpegReaderError.h"
 #include "Panoveer/Services/Live/SyphonTranscodeService.h"
 #include "PanoveerTool/Commands.h"
 #include "PanoveerTool/Exit.h"
+#include "PanoveerTool/ExportStart.h"
 #include "PanoveerTool/JSONText.h"
 #include "PanoveerTool/ProgressDisplay.h"
 #include "PanoveerTool/Targets.h"
@@ -49,21 +51,35 @@ URL destination(const TranscodeArguments& arguments) {
     return url;
 }
 
+std::string messageOf(const Error& failure, const std::string& input) {
+    const auto text = GenerationFailureDescriber::message(failure);
+    return dynamic_cast<const FFmpegReaderError*>(&failure) ? input + ": " + text : text;
+}
+
 void transcode(const TranscodeArguments& arguments, std::stop_token stop) {
     checkSource(arguments.input);
+    const auto style = ProgressDisplay::styleNamed(arguments.progress);
     const auto target = destination(arguments);
+    recoverStaleExports(target.deletingLastPathComponent(), style);
     std::int64_t frameCount = 0;
-    try {
-        ProgressDisplay display(ProgressDisplay::styleNamed(arguments.progress));
-        SyphonTranscodeService::transcode(
-            URL::fromFilePath(arguments.input), target,
-            [&](double fraction, const std::string& text, std::int64_t framesWritten) {
-                frameCount = framesWritten;
-                display.show({.fraction = fraction, .message = text, .activeQueueItemIDs = {}}, framesWritten);
-            },
-            stop);
-    } catch (const FFmpegReaderError& error) {
-        throw Error(arguments.input + ": " + error.what());
+    {
+        ProgressDisplay display(style);
+        try {
+            SyphonTranscodeService::transcode(
+                URL::fromFilePath(arguments.input), target,
+                [&](double fraction, const std::string& text, std::int64_t framesWritten) {
+                    frameCount = framesWritten;
+                    display.show({.fraction = fraction, .message = text, .activeQueueItemIDs = {}}, framesWritten);
+                },
+                stop);
+        } catch (const Cancelled& end) {
+            display.showEnd(end);
+            throw;
+        } catch (const Error& failure) {
+            const Error told(messageOf(failure, arguments.input));
+            display.showEnd(told);
+            throw told;
+        }
     }
     const auto path = target.path().string();
     if (arguments.json)

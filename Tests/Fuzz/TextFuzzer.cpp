@@ -1,6 +1,7 @@
-// Names of files and addresses: what people, cameras and other programs write.
+// Names of files, addresses and lines of logs: what people, cameras and other programs write.
 
 #include "Fuzz/FuzzTarget.h"
+#include "Panoveer/Services/Diagnostics/DiagnosticPrivacyRedactor.h"
 #include "Panoveer/Services/Export/ExportFileNaming.h"
 #include "Panoveer/Services/Export/StagedName.h"
 #include "Panoveer/Services/Intake/FileNameImmersiveHints.h"
@@ -17,7 +18,9 @@ namespace panoveer::test {
 std::vector<Bytes> fuzzSeeds() {
     std::vector<Bytes> seeds;
     for (const std::string_view text :
-         {"beach_360_TB", "clip-fisheye190-sbs", "VR180 3DH LR 4096x2048 60fps", "mkx200_RL", "été dôme fulldome",
+         {R"({"partial_path":"/home/alice/a b.mov","message":"Cannot open /media/alice/x.mp4 of alice@example.org"})",
+          "2026-11-23 error at file:///home/bob/clip%20of%20me.mov (192.168.1.20)\nC:\\Users\\bob\\x.mov",
+          "beach_360_TB", "clip-fisheye190-sbs", "VR180 3DH LR 4096x2048 60fps", "mkx200_RL", "été dôme fulldome",
           "film.insv", "file:///films/%C3%A9t%C3%A9%20100%25/clip%231.mov", "https://example.org:8080/a/../b?c=d#e",
           "日本語のビデオ 12", "a\xff\xfe/b:c*?\"<>|.mov", "IMG_0001.MOV", "....", "QUJDREVGRw=="})
         seeds.emplace_back(text.begin(), text.end());
@@ -44,6 +47,10 @@ void fuzzOne(std::span<const std::uint8_t> input) {
     require(base.find('/') == base.npos, "a name holds no slash");
     require(fittingFileName(text, ".panoveer.tmp.mov").size() <= std::max<std::size_t>(NAME_MAX, 17),
             "a name fits the file system");
+    for (const auto& report : {DiagnosticPrivacyRedactor::redact("/home/alice/" + text),
+                               DiagnosticPrivacyRedactor::redactJSONLines("{\"path\":\"/home/alice/\"}\n" + text)})
+        require(report.find("/home/alice") == report.npos || text.find("/home/alice") != text.npos,
+                "a report does not say whose home a path lies in");
     if (validUTF8Length(text) == text.size()) {
         lowercased(text);
         uppercased(text);

@@ -10,6 +10,7 @@
 #include "Panoveer/Services/Export/VRExportError.h"
 #include "Panoveer/Services/Intake/FFmpegFrameReader.h"
 #include "Panoveer/Services/Intake/FFmpegRuntime.h"
+#include "Platform/Core/FileLock.h"
 #include "Platform/Core/Localization.h"
 #include "Platform/Core/Log.h"
 
@@ -149,7 +150,7 @@ private:
         if (!writer_->canApply(settings, &reason)) {
             VRExportError refusal(VRExportError::Case::unsupportedVideoSettings, codec, std::int64_t(sheets_.width()),
                                   std::int64_t(sheets_.height()));
-            refusal.setUnderlying(std::make_shared<Error>(reason));
+            refusal.setFailureReason(reason);
             throw refusal;
         }
         writer_->setMovieTimeScale(clock_.timescale);
@@ -160,6 +161,7 @@ private:
             throw VRExportError(VRExportError::Case::cannotAddWriterInput);
         if (!writer_->startWriting())
             throwWriterError(status());
+        inUse_ = FileLock::shared(staged_.path());
         writer_->startSession({0, clock_.timescale});
     }
 
@@ -196,6 +198,7 @@ private:
     FFmpegFrameReader reader_;
     EvenSheets sheets_;
     URL staged_;
+    FileLock inUse_; // so that nobody takes the staged file for what a killed process has left
     std::unique_ptr<AssetWriter> writer_;
     VideoInput* input_ = nullptr; // owned by writer_
 };
