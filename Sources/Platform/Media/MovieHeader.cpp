@@ -78,8 +78,8 @@ void appendToSampleEntry(std::vector<std::uint8_t>& moov, std::size_t track, std
         return found;
     };
     step(children(FourCC("trak")), track);
-    for (const char* type : {"mdia", "minf", "stbl", "stsd"})
-        step(children(FourCC(type)), 0);
+    for (const FourCC type : {FourCC("mdia"), FourCC("minf"), FourCC("stbl"), FourCC("stsd")})
+        step(children(type), 0);
     step(childrenOf(above.back(), sampleDescriptionOwnBytes), 0);
     const auto end = above.back().bytes.data() + above.back().bytes.size() - moov.data();
     for (const auto& box : above)
