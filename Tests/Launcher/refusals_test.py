@@ -40,7 +40,7 @@ CASES = {
 
 
 def stamp():
-    files = [CHECKOUT / "Environment/packages.txt", CHECKOUT / "Environment/build-x265.sh"]
+    files = [CHECKOUT / "Environment/packages.txt", *sorted((CHECKOUT / "Environment").glob("*x265*"))]
     return hashlib.sha256(b"".join(file.read_bytes() for file in files)).hexdigest()
 
 

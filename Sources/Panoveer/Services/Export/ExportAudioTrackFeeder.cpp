@@ -1,6 +1,7 @@
 #include "Panoveer/Services/Export/ExportAudioTrackFeeder.h"
 
 #include "Panoveer/Services/Audio/PCMSampleBuffers.h"
+#include "Panoveer/Services/Diagnostics/GenerationFailureDescriber.h"
 #include "Panoveer/Services/Export/SegmentDuration.h"
 #include "Panoveer/Services/Export/VRExportError.h"
 #include "Platform/Core/Error.h"
@@ -98,8 +99,9 @@ void ExportAudioTrackFeeder::recordFallback(const VRClipSegment& segment, const 
     try {
         std::rethrow_exception(failure);
     } catch (const Error& error) {
-        diagnostics_->record("audio_ffmpeg_fallback", {{"source", segment.sourceURL.lastPathComponent()},
-                                                       {"avfoundation_diagnostic", std::string(error.what())}});
+        diagnostics_->record("audio_ffmpeg_fallback",
+                             {{"source", segment.sourceURL.lastPathComponent()},
+                              {"avfoundation_diagnostic", GenerationFailureDescriber::diagnosticMessage(error)}});
     }
 }
 

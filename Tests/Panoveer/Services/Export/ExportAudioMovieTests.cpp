@@ -6,6 +6,7 @@
 #include "Panoveer/Services/Export/VRNativeExporter.h"
 #include "Platform/Media/AssetReader.h"
 #include "Platform/Media/AudioSampleBuffer.h"
+#include "Platform/Media/MediaAsset.h"
 #include "Support/SpatialAudioBox.h"
 
 #include <gmock/gmock.h>
@@ -306,20 +307,31 @@ TEST_F(ExportAudioMovieTest, EndsWithTheFailureOfItsSound) {
         run({first, second});
         ADD_FAILURE() << "the export ended as if all was well";
     } catch (const VRExportError& error) {
+        EXPECT_EQ(error.which(), VRExportError::Case::failedPartialSaved);
         EXPECT_THAT(error.what(), HasSubstr("No such file"));
+        EXPECT_TRUE(fs::exists(error.url().path()));
     }
     EXPECT_EQ(events.count("audio_encoding_failed"), 1);
-    EXPECT_TRUE(fs::is_empty(out));
+    EXPECT_EQ(std::distance(fs::directory_iterator(out), {}), 1);
 }
 
-TEST_F(ExportAudioMovieTest, LeavesNothingWhenItIsCancelledWhileSoundIsFed) {
+TEST_F(ExportAudioMovieTest, KeepsTheSoundThatWasWrittenWhenItIsCancelled) {
     const auto source = clip({.frameCount = 450, .audio = {{.codec = "pcm_s16le", .layout = "5.1"}}});
     renderer.onRender = [&](int index) {
         if (index == 20)
             stop.request_stop();
     };
-    EXPECT_THROW(run({source}), Cancelled);
-    EXPECT_TRUE(fs::is_empty(out));
+    try {
+        run({source});
+        ADD_FAILURE() << "the export ended as if all was well";
+    } catch (const VRExportError& error) {
+        EXPECT_EQ(error.which(), VRExportError::Case::cancelledPartialSaved);
+        const auto partial = MediaAsset::load(error.url());
+        ASSERT_EQ(partial->audioTracks().size(), 1u);
+        EXPECT_EQ(partial->audioTracks().front().channelCount, 6);
+        EXPECT_LT(partial->durationSeconds(), 15);
+    }
+    EXPECT_EQ(std::distance(fs::directory_iterator(out), {}), 1);
     EXPECT_EQ(events.count("audio_encoding_failed"), 0);
 }
 
