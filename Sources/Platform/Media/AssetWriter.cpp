@@ -71,6 +71,7 @@ struct AssetWriter::State {
     std::vector<WriterInput*> inputs; // of all tracks, in their order
     std::unique_ptr<MovieMuxer> muxer;
     bool ownsFile = false;
+    double sessionStartSeconds = 0;
 
     mutable std::mutex mutex; // guards what follows
     Status status = Status::unknown;
@@ -180,8 +181,14 @@ bool AssetWriter::startWriting() {
 }
 
 void AssetWriter::startSession(MediaTime sourceTime) {
+    state_->sessionStartSeconds = sourceTime.seconds();
     for (auto* input : state_->inputs)
         input->setSessionStart(sourceTime);
+}
+
+void AssetWriter::endSession(MediaTime sourceTime) {
+    if (state_->muxer)
+        state_->muxer->endAt(sourceTime.seconds() - state_->sessionStartSeconds);
 }
 
 bool AssetWriter::finishWriting(std::stop_token stop) {

@@ -93,10 +93,10 @@ public:
     virtual void markAsFinished() = 0;
 };
 
-// Writes a movie file. The order of calls is: add inputs, startWriting, startSession, append…, finishWriting or
-// cancelWriting. All calls come from one thread; status() and error() may be read from any. The first failure of an
-// encoder or of the disk stops all inputs and stays: posixErrorDomain for what the file system refused (ENOSPC for a
-// full disk), mediaErrorDomain for the rest.
+// Writes a movie file. The order of calls is: add inputs, startWriting, startSession, append…, perhaps endSession,
+// finishWriting or cancelWriting. All calls come from one thread; status() and error() may be read from any. The first
+// failure of an encoder or of the disk stops all inputs and stays: posixErrorDomain for what the file system refused
+// (ENOSPC for a full disk), mediaErrorDomain for the rest.
 //
 // .mov files are fragmented as they grow when movieFragmentInterval is set, so that a killed process, or a writer that
 // failed, leaves a movie that plays up to its last fragment; a finished file is an ordinary movie with one `moov`. .mp4
@@ -142,6 +142,9 @@ public:
     bool startWriting();
     // The time of pictures that becomes the movie's 0; 0 unless called.
     void startSession(MediaTime sourceTime);
+    // The time at which the movie ends: samples at or behind it that are not in the file yet are left out of it. Told
+    // before the inputs are marked as finished. Without it the movie is as long as its longest track.
+    void endSession(MediaTime sourceTime);
 
     // Drains the encoders and completes the file. Blocks; a stop ends that within the picture that an encoder is at,
     // and cancels the writing. True exactly when status() is then completed.

@@ -181,6 +181,11 @@ void MovieMuxer::release() noexcept {
     changed_.notify_all();
 }
 
+void MovieMuxer::endAt(double seconds) {
+    std::lock_guard lock(mutex_);
+    endSeconds_ = seconds;
+}
+
 void MovieMuxer::finishTrack(int index) {
     std::lock_guard lock(mutex_);
     if (!muxer_)
@@ -210,7 +215,8 @@ void MovieMuxer::writeReadyPackets() {
         auto packet = std::move(track.waiting.front());
         track.waiting.pop_front();
         track.waitingBytes -= packet->size;
-        writeNow(next, std::move(packet));
+        if (!endSeconds_ || double(packet->pts) < *endSeconds_ * track.timescale)
+            writeNow(next, std::move(packet));
     }
 }
 

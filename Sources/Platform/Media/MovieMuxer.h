@@ -60,6 +60,8 @@ public:
     void write(int track, PacketPtr packet);
     // From now on write() neither blocks nor writes.
     void release() noexcept;
+    // Packets to be shown at or behind this time of the movie are left out from now on.
+    void endAt(double seconds);
     // No packet follows in this track. Throws Error.
     void finishTrack(int track);
 
@@ -108,6 +110,7 @@ private:
     std::unique_ptr<AVFormatContext, FreeMuxer> muxer_; // none once finished or abandoned
     std::vector<Track> tracks_;
     bool hasHeader_ = false;
+    std::optional<double> endSeconds_;
     std::int64_t writtenSampleCount_ = 0;
     std::int64_t fileTypeEnd_ = 0; // where `ftyp` ends
     std::int64_t headerStart_ = 0; // fragmented: where the muxer puts the first `moov`

@@ -127,11 +127,13 @@ void MovieExport::commitMovie() {
     diagnostics_.markStage("completed", {{"frames_written", framesWritten_}});
 }
 
-// Whatever feeds the writer has ended when this returns.
+// Whatever feeds the writer has ended when this returns. Sound that is ahead of the last picture is left out.
 void MovieExport::stopFeeding() {
     audio_.cancel();
-    if (input_)
-        input_->markAsFinished();
+    if (!input_)
+        return;
+    writer_->endSession(clock_.time(clock_.frameIndex(secondsWritten_) + 1));
+    input_->markAsFinished();
 }
 
 // The encoder still completes what it was given: nothing that was rendered is lost. Neither metadata nor a check

@@ -329,7 +329,8 @@ TEST_F(ExportAudioMovieTest, KeepsTheSoundThatWasWrittenWhenItIsCancelled) {
         const auto partial = MediaAsset::load(error.url());
         ASSERT_EQ(partial->audioTracks().size(), 1u);
         EXPECT_EQ(partial->audioTracks().front().channelCount, 6);
-        EXPECT_LT(partial->durationSeconds(), 15);
+        // Sound may run ten seconds ahead of the picture, but ends with it.
+        EXPECT_LT(partial->durationSeconds(), 4);
     }
     EXPECT_EQ(std::distance(fs::directory_iterator(out), {}), 1);
     EXPECT_EQ(events.count("audio_encoding_failed"), 0);

@@ -265,7 +265,7 @@ TEST_F(ExportAudioTrackFeederTest, GoesOnWithFFmpegWhereTheNativeRoadStops) {
     EXPECT_THAT(runs(input.samples), ElementsAre(Samples(1, 1000)));
     ASSERT_EQ(diagnostics.count("audio_ffmpeg_fallback"), 1);
     EXPECT_THAT(diagnostics.events[0].second,
-                ElementsAre(Pair("avfoundation_diagnostic", DiagnosticValue(std::string("the decoder gave up"))),
+                ElementsAre(Pair("avfoundation_diagnostic", DiagnosticValue(std::string("(0): the decoder gave up"))),
                             Pair("source", DiagnosticValue(std::string("source.mov")))));
 
     track.ffmpegFallbackStreamIndex.reset();
