@@ -69,13 +69,13 @@ void exportMasks(const MasksArguments& arguments, const std::stop_token& stop) {
         };
         try {
             folder = AlphaMaskExporter(*renderer).exportAlphaMasks(clips, settings, output, show, stop);
-        } catch (const Error& failure) {
-            const Error told(GenerationFailureDescriber::message(failure));
-            display.showEnd(told);
-            throw told;
         } catch (const Cancelled& end) {
             display.showEnd(end);
             throw;
+        } catch (const std::exception& failure) {
+            const Error told(GenerationFailureDescriber::message(failure));
+            display.showEnd(told);
+            throw told;
         }
     }
     printResult(folder, arguments.json);

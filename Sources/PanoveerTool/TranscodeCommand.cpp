@@ -51,7 +51,7 @@ URL destination(const TranscodeArguments& arguments) {
     return url;
 }
 
-std::string messageOf(const Error& failure, const std::string& input) {
+std::string messageOf(const std::exception& failure, const std::string& input) {
     const auto text = GenerationFailureDescriber::message(failure);
     return dynamic_cast<const FFmpegReaderError*>(&failure) ? input + ": " + text : text;
 }
@@ -75,7 +75,7 @@ void transcode(const TranscodeArguments& arguments, std::stop_token stop) {
         } catch (const Cancelled& end) {
             display.showEnd(end);
             throw;
-        } catch (const Error& failure) {
+        } catch (const std::exception& failure) {
             const Error told(messageOf(failure, arguments.input));
             display.showEnd(told);
             throw told;

@@ -9,11 +9,15 @@ extern "C" {
 #include <libavcodec/avcodec.h>
 #include <libavutil/frame.h>
 #include <libavutil/mem.h>
+#include <libavutil/pixdesc.h>
 }
 
 namespace panoveer {
 
 namespace {
+
+// More than any decoder holds back: 16 pictures in its buffer, and one for each of its threads.
+constexpr std::size_t mostPictures = 64;
 
 using Bytes = std::vector<std::uint8_t>;
 using View = std::span<const std::uint8_t>;
@@ -98,10 +102,18 @@ AVBufferRef* opaquePlane(const AVFrame& color) {
     return plane;
 }
 
+// YUVJ420P is what libavcodec calls it in full range.
+bool isEightBit420(int format) { return format == AV_PIX_FMT_YUV420P || format == AV_PIX_FMT_YUVJ420P; }
+
+int depthOf(const AVFrame& picture) {
+    const auto* description = av_pix_fmt_desc_get(AVPixelFormat(picture.format));
+    return description ? description->comp[0].depth : 0;
+}
+
 } // namespace
 
 bool AlphaLayerDecoder::isPresent(const AVCodecParameters& parameters) {
-    if (parameters.codec_id != AV_CODEC_ID_HEVC || parameters.format != AV_PIX_FMT_YUV420P)
+    if (parameters.codec_id != AV_CODEC_ID_HEVC || !isEightBit420(parameters.format))
         return false;
     bool saysAlpha = false, hasSequence = false;
     forEachParameterUnit(extradata(parameters), [&](View unit) {
@@ -168,16 +180,22 @@ void AlphaLayerDecoder::flush() {
 void AlphaLayerDecoder::receive() {
     for (auto picture = makeFrame(); avcodec_receive_frame(decoder_.get(), picture.get()) >= 0; picture = makeFrame())
         pictures_.push_back(std::move(picture));
+    // Without pictures of colour to fetch them they would pile up.
+    while (pictures_.size() > mostPictures)
+        pictures_.pop_front();
 }
 
 void AlphaLayerDecoder::addTo(AVFrame& color) {
-    if (color.format != AV_PIX_FMT_YUV420P)
+    if (!isEightBit420(color.format))
         return;
+    if (color.format == AV_PIX_FMT_YUVJ420P)
+        color.color_range = AVCOL_RANGE_JPEG;
     const auto time = color.best_effort_timestamp;
     while (!pictures_.empty() && pictures_.front()->best_effort_timestamp < time)
         pictures_.pop_front();
     const bool hasPicture = !pictures_.empty() && pictures_.front()->best_effort_timestamp == time &&
-                            pictures_.front()->width == color.width && pictures_.front()->height == color.height;
+                            pictures_.front()->width == color.width && pictures_.front()->height == color.height &&
+                            depthOf(*pictures_.front()) == 8;
     constexpr int alphaPlane = 3;
     color.format = AV_PIX_FMT_YUVA420P;
     if (hasPicture) {

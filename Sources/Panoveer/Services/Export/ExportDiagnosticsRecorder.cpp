@@ -48,11 +48,11 @@ struct Report {
 std::vector<Report> reportsIn(const fs::path& folder) {
     std::vector<Report> reports;
     std::error_code failure;
-    for (const auto& entry : fs::directory_iterator(folder, failure)) {
+    for (fs::directory_iterator entry(folder, failure), end; !failure && entry != end; entry.increment(failure)) {
         std::error_code unreadable;
-        const auto modified = entry.last_write_time(unreadable);
-        if (!unreadable && entry.path().extension() == reportExtension)
-            reports.push_back({entry.path(), modified});
+        const auto modified = entry->last_write_time(unreadable);
+        if (!unreadable && entry->path().extension() == reportExtension)
+            reports.push_back({entry->path(), modified});
     }
     return reports;
 }

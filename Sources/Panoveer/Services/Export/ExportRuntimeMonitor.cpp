@@ -64,10 +64,11 @@ int severity(const fs::path& zone) {
 std::string thermalStateOfZones() {
     constexpr std::array<const char*, 4> names = {"nominal", "fair", "serious", "critical"};
     int worst = -1;
-    std::error_code ignored;
-    for (const auto& zone : fs::directory_iterator("/sys/class/thermal", ignored))
-        if (zone.path().filename().string().starts_with("thermal_zone"))
-            worst = std::max(worst, severity(zone.path()));
+    std::error_code failure;
+    for (fs::directory_iterator zone("/sys/class/thermal", failure), end; !failure && zone != end;
+         zone.increment(failure))
+        if (zone->path().filename().string().starts_with("thermal_zone"))
+            worst = std::max(worst, severity(zone->path()));
     return worst < 0 ? "unknown" : names[std::size_t(worst)];
 }
 

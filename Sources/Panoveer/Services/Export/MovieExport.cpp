@@ -139,9 +139,10 @@ void MovieExport::stopFeeding() {
 // The encoder still completes what it was given: nothing that was rendered is lost. Neither metadata nor a check
 // follow; a partial movie is as it stands.
 std::optional<URL> MovieExport::keepWhatIsCancelled() {
-    if (!writer_ || writer_->status() != AssetWriter::Status::writing || framesWritten_ == 0)
+    const auto status = writer_ ? writer_->status() : AssetWriter::Status::unknown;
+    const bool canComplete = status == AssetWriter::Status::writing || status == AssetWriter::Status::completed;
+    if (!canComplete || framesWritten_ == 0)
         return keepWhatIsRecoverable();
-    input_->markAsFinished();
     report_(secondsWritten_, framesWritten_, "export.progress.finalizing_partial");
     stopFeeding();
     diagnostics_.markStage("finalizing_container");

@@ -24,9 +24,7 @@ std::size_t bytesPerPixel(const PixelFormatLayout& layout, int plane) {
 StereoMultiviewFrameSink::StereoMultiviewFrameSink(VideoInput& writerInput, FourCC pixelFormat, int eyeWidth,
                                                    int eyeHeight)
     : adaptor_{writerInput, PixelBufferPool(pixelFormat, eyeWidth, eyeHeight)},
-      packedAttributes_{pixelFormat, 2 * eyeWidth, eyeHeight},
-      eyeWidth_(eyeWidth),
-      eyeHeight_(eyeHeight) {}
+      packedAttributes_{pixelFormat, 2 * eyeWidth, eyeHeight} {}
 
 PixelBufferPool* StereoMultiviewFrameSink::pixelBufferPool() {
     if (!packedPool_)

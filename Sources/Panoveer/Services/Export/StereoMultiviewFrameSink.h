@@ -52,8 +52,6 @@ private:
     Adaptor adaptor_;
     const PackedAttributes packedAttributes_;
     std::optional<PixelBufferPool> packedPool_;
-    const int eyeWidth_;
-    const int eyeHeight_;
     // Not kept alive: of a small pool the frame loop may need it.
     std::weak_ptr<const PixelBuffer> lastPackedBuffer_;
     std::optional<Eyes> lastEyes_;
