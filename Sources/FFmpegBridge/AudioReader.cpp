@@ -1,4 +1,5 @@
 #include "FFmpegBridge/Common.h"
+#include "Platform/Media/ChannelMixing.h"
 
 #include <algorithm>
 #include <cmath>
@@ -145,8 +146,9 @@ int configureResampler(PNVFFmpegAudioReader& reader, const AVChannelLayout& layo
     reader.resampler.reset(resampler);
     if (result < 0 || !resampler)
         return pnv_set_av_error(error, "Could not configure audio conversion", result < 0 ? result : AVERROR(ENOMEM));
-    if (const int initialized = swr_init(resampler); initialized < 0)
-        return pnv_set_av_error(error, "Could not initialize audio conversion", initialized);
+    const int opened = panoveer::openResampler(*resampler, reader.inputLayout.get(), reader.outputLayout.get());
+    if (opened < 0)
+        return pnv_set_av_error(error, "Could not initialize audio conversion", opened);
     return 0;
 }
 

@@ -1,6 +1,7 @@
 #include "Platform/Media/AudioConverter.h"
 
 #include "Platform/Media/AudioSampleBuffer.h"
+#include "Platform/Media/ChannelMixing.h"
 #include "Platform/Media/MediaSupport.h"
 
 #include <algorithm>
@@ -69,7 +70,7 @@ void AudioConverter::open(const AVFrame& frame) {
                                    AVSampleFormat(inputFormat_), inputRate_, 0, nullptr);
     resampler_.reset(context);
     if (code >= 0)
-        code = swr_init(context);
+        code = openResampler(*context, from.get(), to.get());
     if (code < 0) {
         resampler_.reset();
         throw libavError("Cannot convert the channels of the sound", code, mediaErrorCode::operationNotSupported);

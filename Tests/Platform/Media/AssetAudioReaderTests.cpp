@@ -73,9 +73,13 @@ INSTANTIATE_TEST_SUITE_P(
 TEST(AssetAudioReader, MixesToTheLayoutThatIsAskedFor) {
     const TemporaryFolder folder;
     const auto movie = makeMovie(
-        folder, {.frameCount = 30,
-                 .audio = {{.codec = "pcm_s16le", .layout = "stereo", .expression = "0.25|0.5"},
-                           {.codec = "pcm_s16le", .layout = "5.1", .expression = "0.1|0.2|0.3|0.4|0.5|0.6"}}});
+        folder,
+        {.frameCount = 30,
+         .audio = {{.codec = "pcm_s16le", .layout = "stereo", .expression = "0.25|0.5"},
+                   {.codec = "pcm_s16le", .layout = "5.1", .expression = "0.1|0.2|0.3|0.4|0.5|0.6"},
+                   {.codec = "pcm_s16le", .layout = "FC+FL+FR+BL+BR+LFE", .expression = "0.1|0.2|0.3|0.4|0.5|0.6"},
+                   {.codec = "pcm_s16le", .layout = "FR+FL", .expression = "0.1|0.2"},
+                   {.codec = "pcm_s16le", .layout = "BL+BR", .expression = "0.1|0.2"}}});
     const auto layout = [](AudioChannelLayoutTag tag) { return AudioChannelLayout{tag, 0, {}}; };
     const auto mono = readSound(movie, 0, 0, layout(AudioChannelLayoutTags::mono));
     ASSERT_EQ(mono.channelCount, 1);
@@ -84,6 +88,21 @@ TEST(AssetAudioReader, MixesToTheLayoutThatIsAskedFor) {
     ASSERT_EQ(moved.channelCount, 6);
     for (int channel = 0; const float level : {0.3f, 0.1f, 0.2f, 0.5f, 0.6f, 0.4f})
         EXPECT_NEAR(moved.at(1000, channel++), level, 1e-4) << channel;
+    // Orders and sets of loudspeakers that libswresample has no mix for.
+    struct {
+        int track;
+        AudioChannelLayoutTag tag;
+        std::vector<float> levels;
+    } const rows[] = {{2, AudioChannelLayoutTags::mpeg51D, {0.1f, 0.2f, 0.3f, 0.4f, 0.5f, 0.6f}},
+                      {3, AudioChannelLayoutTags::stereo, {0.2f, 0.1f}},
+                      {4, AudioChannelLayoutTags::stereo, {0.1f, 0.2f}},
+                      {4, AudioChannelLayoutTags::mono, {0.15f}}};
+    for (const auto& row : rows) {
+        const auto sound = readSound(movie, row.track, 0, layout(row.tag));
+        ASSERT_EQ(sound.channelCount, int(row.levels.size())) << row.track;
+        for (int channel = 0; const float level : row.levels)
+            EXPECT_NEAR(sound.at(1000, channel++), level, 1e-3) << row.track << ", " << channel;
+    }
     EXPECT_THROW(readSound(movie, 1, 0, layout(AudioChannelLayoutTags::discreteInOrder | 2)), Error);
 }
 

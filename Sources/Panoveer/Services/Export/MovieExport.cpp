@@ -129,11 +129,11 @@ void MovieExport::commitMovie() {
 
 // Whatever feeds the writer has ended when this returns. Sound that is ahead of the last picture is left out.
 void MovieExport::stopFeeding() {
+    if (input_)
+        writer_->endSession(clock_.time(clock_.frameIndex(secondsWritten_) + 1));
     audio_.cancel();
-    if (!input_)
-        return;
-    writer_->endSession(clock_.time(clock_.frameIndex(secondsWritten_) + 1));
-    input_->markAsFinished();
+    if (input_)
+        input_->markAsFinished();
 }
 
 // The encoder still completes what it was given: nothing that was rendered is lost. Neither metadata nor a check
