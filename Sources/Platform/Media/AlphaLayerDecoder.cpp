@@ -1,5 +1,7 @@
 #include "Platform/Media/AlphaLayerDecoder.h"
 
+#include "Platform/Media/MovieBox.h"
+
 #include <algorithm>
 #include <cstring>
 #include <functional>
@@ -38,13 +40,6 @@ int layerOf(View unit) { return (unit[0] & 1) << 5 | unit[1] >> 3; }
 // of lengths. libavformat appends the arrays of `lhvC`.
 constexpr std::size_t recordSize = 23;
 constexpr std::size_t lengthSizeOffset = 21;
-
-std::size_t readBigEndian(View bytes) {
-    std::size_t value = 0;
-    for (const auto byte : bytes)
-        value = value << 8 | byte;
-    return value;
-}
 
 View extradata(const AVCodecParameters& parameters) {
     return {parameters.extradata, parameters.extradata ? std::size_t(std::max(parameters.extradata_size, 0)) : 0};

@@ -1,6 +1,7 @@
 #include "Platform/Media/ImmersiveMediaBoxes.h"
 
 #include "Platform/Core/FourCC.h"
+#include "Platform/Media/MovieBox.h"
 
 #include <initializer_list>
 
@@ -11,7 +12,9 @@ namespace {
 using Bytes = std::vector<std::uint8_t>;
 
 Bytes bigEndian(std::uint32_t value) {
-    return {std::uint8_t(value >> 24), std::uint8_t(value >> 16), std::uint8_t(value >> 8), std::uint8_t(value)};
+    Bytes bytes(4);
+    writeBigEndian(bytes, value);
+    return bytes;
 }
 
 Bytes joined(std::initializer_list<Bytes> parts) {
@@ -22,12 +25,7 @@ Bytes joined(std::initializer_list<Bytes> parts) {
 }
 
 // No box where there is no content.
-Bytes box(FourCC type, const Bytes& content) {
-    constexpr std::uint32_t headerSize = 8;
-    if (content.empty())
-        return {};
-    return joined({bigEndian(headerSize + std::uint32_t(content.size())), bigEndian(type.value), content});
-}
+Bytes box(FourCC type, const Bytes& content) { return content.empty() ? Bytes() : makeMovieBox(type, content); }
 
 // Version 0, no flags.
 Bytes fullBox(FourCC type, const Bytes& content) { return box(type, joined({bigEndian(0), content})); }

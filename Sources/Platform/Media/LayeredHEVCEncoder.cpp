@@ -2,6 +2,7 @@
 
 #include "Platform/Core/Processors.h"
 #include "Platform/Media/EncoderSupport.h"
+#include "Platform/Media/MovieBox.h"
 #include "Platform/Media/X265.h"
 #include "Platform/Media/X265Library.h"
 
@@ -52,13 +53,6 @@ int kilobits(double bitsPerSecond) {
 int layerOf(const x265_nal& unit) {
     const auto* header = unit.payload + (unit.payload[2] == 1 ? 3 : 4);
     return (header[0] & 1) << 5 | header[1] >> 3;
-}
-
-std::uint32_t readBigEndian(std::span<const std::uint8_t> bytes) {
-    std::uint32_t value = 0;
-    for (const auto byte : bytes)
-        value = value << 8 | byte;
-    return value;
 }
 
 // The payload of an mdcv box in the words of x265, which takes the same units in the same order.

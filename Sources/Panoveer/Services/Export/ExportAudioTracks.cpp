@@ -8,7 +8,6 @@
 #include "Platform/Core/Log.h"
 
 #include <algorithm>
-#include <chrono>
 #include <cmath>
 #include <filesystem>
 #include <set>
@@ -52,10 +51,6 @@ std::string whatWentWrong(const std::exception_ptr& failure) {
     } catch (...) {
         return "unknown";
     }
-}
-
-double uptimeSeconds() {
-    return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
 }
 
 } // namespace
@@ -188,12 +183,13 @@ void ExportAudioTracks::waitForRoom(const AudioInput& input) const {
         return;
     constexpr double usualSeconds = 1;
     auto clock = ExportWaitClock::system();
-    clock.uptimeSeconds = [this, seen = progress(), since = uptimeSeconds()]() mutable {
+    clock.uptimeSeconds = [this, uptime = clock.uptimeSeconds, seen = progress(),
+                           since = clock.uptimeSeconds()]() mutable {
         if (const auto now = progress(); now != seen) {
             seen = now;
-            since = uptimeSeconds();
+            since = uptime();
         }
-        return std::max(uptimeSeconds() - since - usualSeconds, 0.0);
+        return std::max(uptime() - since - usualSeconds, 0.0);
     };
     waitUntilReady([&] { return input.isReadyForMoreMediaData(); }, "audio", writer_, ending_.get_token(), clock);
 }

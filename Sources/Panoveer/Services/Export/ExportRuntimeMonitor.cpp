@@ -2,13 +2,13 @@
 
 #include "Panoveer/Services/Export/ExportDestinationPreflight.h"
 #include "Panoveer/Services/Export/ExportSizeEstimator.h"
+#include "Panoveer/Services/Export/ExportWaits.h"
 #include "Platform/Core/Localization.h"
 
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
-#include <chrono>
 #include <cmath>
 #include <filesystem>
 #include <fstream>
@@ -84,26 +84,24 @@ ExportRuntimeMonitorError::ExportRuntimeMonitorError(double current, double rema
       availableBytes(available) {}
 
 ExportSystemReadings ExportSystemReadings::system() {
-    return {
-        .uptimeSeconds =
-            [] { return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count(); },
-        .fileSize =
-            [](const URL& url) {
-                std::error_code failure;
-                const auto bytes = fs::file_size(url.path(), failure);
-                return failure ? 0.0 : double(bytes);
+    return {.uptimeSeconds = ExportWaitClock::system().uptimeSeconds,
+            .fileSize =
+                [](const URL& url) {
+                    std::error_code failure;
+                    const auto bytes = fs::file_size(url.path(), failure);
+                    return failure ? 0.0 : double(bytes);
+                },
+            .freeDiskBytes = [](const URL& url) -> std::optional<double> {
+                try {
+                    return double(ExportDestinationPreflight::availableCapacity(url));
+                } catch (const Error&) {
+                    return std::nullopt;
+                }
             },
-        .freeDiskBytes = [](const URL& url) -> std::optional<double> {
-            try {
-                return double(ExportDestinationPreflight::availableCapacity(url));
-            } catch (const Error&) {
-                return std::nullopt;
-            }
-        },
-        .residentMemoryBytes = [] { return processMemory(1); },
-        .virtualMemoryBytes = [] { return processMemory(0); },
-        .thermalState = thermalStateOfZones,
-        .physicalMemoryBytes = [] { return double(sysconf(_SC_PHYS_PAGES)) * double(sysconf(_SC_PAGE_SIZE)); }};
+            .residentMemoryBytes = [] { return processMemory(1); },
+            .virtualMemoryBytes = [] { return processMemory(0); },
+            .thermalState = thermalStateOfZones,
+            .physicalMemoryBytes = [] { return double(sysconf(_SC_PHYS_PAGES)) * double(sysconf(_SC_PAGE_SIZE)); }};
 }
 
 ExportRuntimeMonitor::ExportRuntimeMonitor(Subject subject, ExportDiagnostics* diagnostics,
