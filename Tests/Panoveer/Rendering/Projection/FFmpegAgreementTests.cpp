@@ -1,6 +1,5 @@
 #include "Panoveer/Rendering/Projection/PictureTesting.h"
 #include "Panoveer/Rendering/Projection/ScalarProjectionReference.h"
-#include "Panoveer/Rendering/Projection/SphericalTestChart.h"
 
 #include <gtest/gtest.h>
 #include <unistd.h>
@@ -66,11 +65,9 @@ TEST_P(FFmpegAgreement, PutsEveryPixelWhereV360PutsIt) {
     const auto& conversion = GetParam();
     auto transform = transformBetween(conversion.source, conversion.output);
     transform.fovDegrees = conversion.fovDegrees;
-    const auto sourceSize = frameSize(conversion.source, StereoVideoLayout::mono, 256);
     const auto outputSize = frameSize(conversion.output, StereoVideoLayout::mono, 192);
     transform.outputResolution = outputSize;
-    const auto source = PixelBuffer::make(pixelFormat::bgra, int(sourceSize.width), int(sourceSize.height));
-    paintAsSource(SphericalTestChart{.softness = 0.03}, transform, *source);
+    const auto source = chartSource(transform, pixelFormat::bgra, 256);
     const auto ours = PixelBuffer::make(pixelFormat::bgra, int(outputSize.width), int(outputSize.height));
     const auto theirs = PixelBuffer::make(pixelFormat::bgra, int(outputSize.width), int(outputSize.height));
     ScalarProjectionReference::renderPicture(*source, {}, transform, *ours, {.transparentUnmappedAreas = true});

@@ -92,43 +92,42 @@ TEST_P(BrokenMeshes, AreToldInOneLine) {
     }
 }
 
-const std::string longLine = "0 0 0 0 1 " + std::string(100, '7');
-const std::string foreignLine = [] {
+BrokenMesh wrongCount(const char* name, const char* text, int expected, int found) {
+    return {name, text, Case::unexpectedNodeCount,
+            std::format("Mirror Dome warp mesh expected {} nodes, found {}.", expected, found)};
+}
+BrokenMesh wrongType(const char* name, const char* text, int type) {
+    return {name, text, Case::invalidMeshType, std::format("Line 1: invalid Mirror Dome mesh type {}.", type)};
+}
+BrokenMesh wrongSize(const char* name, const char* text) {
+    return {name, text, Case::invalidGridSize, "Line 2: invalid Mirror Dome grid size."};
+}
+// Behind a sound node, and between blank lines, which do not count. `shown` bytes of the node are shown.
+BrokenMesh wrongNode(const char* name, const std::string& node, std::size_t shown = std::string::npos) {
+    return {name, "2\n2 1\n\n1 0 0 0 1\n\n " + node + " \n", Case::malformedNodeLine,
+            "Line 4: malformed Mirror Dome node: " + node.substr(0, shown)};
+}
+
+std::string foreignLine() {
     std::string line;
     for (int i = 0; i < 90; ++i)
         line += "球";
     return line;
-}();
+}
 
 INSTANTIATE_TEST_SUITE_P(
     All, BrokenMeshes,
-    testing::Values(
-        BrokenMesh{"Empty", "", Case::unexpectedNodeCount, "Mirror Dome warp mesh expected 0 nodes, found 0."},
-        BrokenMesh{"OneLine", "\n2\n \n", Case::unexpectedNodeCount,
-                   "Mirror Dome warp mesh expected 0 nodes, found 1."},
-        BrokenMesh{"TypeThree", "3\n1 1\n", Case::invalidMeshType, "Line 1: invalid Mirror Dome mesh type 3."},
-        BrokenMesh{"TypeIsText", "mesh\n1 1\n", Case::invalidMeshType, "Line 1: invalid Mirror Dome mesh type 0."},
-        BrokenMesh{"TypeIsTwoNumbers", "2 2\n1 1\n", Case::invalidMeshType, "Line 1: invalid Mirror Dome mesh type 0."},
-        BrokenMesh{"SizeZero", "2\n0 4\n", Case::invalidGridSize, "Line 2: invalid Mirror Dome grid size."},
-        BrokenMesh{"SizeTooLarge", "2\n4 10000\n", Case::invalidGridSize, "Line 2: invalid Mirror Dome grid size."},
-        BrokenMesh{"SizeOfThree", "2\n4 4 4\n", Case::invalidGridSize, "Line 2: invalid Mirror Dome grid size."},
-        BrokenMesh{"SizeInHalves", "2\n4 4.5\n", Case::invalidGridSize, "Line 2: invalid Mirror Dome grid size."},
-        BrokenMesh{"LargestSize", "2\n9999 9999\n", Case::unexpectedNodeCount,
-                   "Mirror Dome warp mesh expected 99980001 nodes, found 0."},
-        BrokenMesh{"NodeMissing", "2\n2 1\n1 0 0 0 1\n", Case::unexpectedNodeCount,
-                   "Mirror Dome warp mesh expected 2 nodes, found 1."},
-        BrokenMesh{"FourNumbers", "2\n2 1\n\n1 0 0 0 1\n\n 1 0 0 0 \n", Case::malformedNodeLine,
-                   "Line 4: malformed Mirror Dome node: 1 0 0 0"},
-        BrokenMesh{"SixNumbers", "2\n1 1\n" + longLine, Case::malformedNodeLine,
-                   "Line 3: malformed Mirror Dome node: " + longLine.substr(0, 80)},
-        BrokenMesh{"Foreign", "2\n1 1\n" + foreignLine, Case::malformedNodeLine,
-                   "Line 3: malformed Mirror Dome node: " + foreignLine.substr(0, 240)},
-        BrokenMesh{"NotFinite", "2\n1 1\n1 0 nan 0 1\n", Case::malformedNodeLine,
-                   "Line 3: malformed Mirror Dome node: 1 0 nan 0 1"},
-        BrokenMesh{"BeyondFloats", "2\n1 1\n1 0 1e99 0 1\n", Case::malformedNodeLine,
-                   "Line 3: malformed Mirror Dome node: 1 0 1e99 0 1"},
-        BrokenMesh{"NoExtent", "2\n2 1\n0 0 0 0 1\n0 1 1 1 1\n", Case::zeroAspectRatio,
-                   "Mirror Dome warp mesh has a zero projector aspect ratio."}),
+    testing::Values(wrongCount("Empty", "", 0, 0), wrongCount("OneLine", "\n2\n \n", 0, 1),
+                    wrongType("TypeThree", "3\n1 1\n", 3), wrongType("TypeIsText", "mesh\n1 1\n", 0),
+                    wrongType("TypeIsTwoNumbers", "2 2\n1 1\n", 0), wrongSize("SizeZero", "2\n0 4\n"),
+                    wrongSize("SizeTooLarge", "2\n4 10000\n"), wrongSize("SizeOfThree", "2\n4 4 4\n"),
+                    wrongSize("SizeInHalves", "2\n4 4.5\n"), wrongCount("LargestSize", "2\n9999 9999\n", 99980001, 0),
+                    wrongCount("NodeMissing", "2\n2 1\n1 0 0 0 1\n", 2, 1), wrongNode("FourNumbers", "1 0 0 0"),
+                    wrongNode("SixNumbers", "0 0 0 0 1 " + std::string(100, '7'), 80),
+                    wrongNode("Foreign", foreignLine(), 240), wrongNode("NotFinite", "1 0 nan 0 1"),
+                    wrongNode("BeyondFloats", "1 0 1e99 0 1"),
+                    BrokenMesh{"NoExtent", "2\n2 1\n0 0 0 0 1\n0 1 1 1 1\n", Case::zeroAspectRatio,
+                               "Mirror Dome warp mesh has a zero projector aspect ratio."}),
     [](const auto& test) { return test.param.name; });
 
 TEST_F(MirrorDomeMeshFile, MustBeARegularFileOfText) {

@@ -74,6 +74,16 @@ void premultiply(PixelBuffer& picture) {
         }
 }
 
+void setSample(PixelBuffer& picture, int planeIndex, int sample, int row, int code) {
+    auto* place = picture.plane(planeIndex).data + std::size_t(row) * picture.plane(planeIndex).rowBytes;
+    if (picture.layout().bytesPerSample == 1) {
+        place[sample] = std::byte(code);
+        return;
+    }
+    const auto word = std::uint16_t(code << 6);
+    std::memcpy(place + sample * 2, &word, sizeof word);
+}
+
 void fill(PixelBuffer& picture, const std::function<std::array<int, 4>(int x, int y)>& pixel) {
     const auto& plane = picture.plane(0);
     for (int y = 0; y < plane.height; ++y) {
@@ -126,6 +136,28 @@ VRTransform transformBetween(ProjectionFormat source, ProjectionFormat output) {
     const bool isFlat = source == ProjectionFormat::standard;
     transform.fovDegrees = output == ProjectionFormat::standard ? (isFlat ? 60 : 80) : isFlat ? 120 : 180;
     return transform;
+}
+
+VRTransform mirrorDomeFrom(ProjectionFormat source) {
+    auto transform = transformBetween(source, ProjectionFormat::mirrorDome);
+    transform.outputResolution = {160, 90};
+    transform.yawDegrees = 20;
+    transform.pitchDegrees = source == ProjectionFormat::standard ? 30 : -35;
+    transform.rollDegrees = 10;
+    return transform;
+}
+
+RGB waves(Direction d, double, StereoEye eye) {
+    const double sign = eye == StereoEye::left ? wavesAmplitude : -wavesAmplitude;
+    return {0.5 + sign * std::sin(5 * d.x + 2 * d.y + 1), 0.5 + sign * std::sin(4 * d.y - 3 * d.z),
+            0.5 + sign * std::sin(4 * d.z + 3 * d.x + 2)};
+}
+
+PixelBufferPtr chartSource(const VRTransform& transform, FourCC format, int eyeHeight, double softness) {
+    const auto size = frameSize(transform.sourceFormat, transform.sourceStereoLayout, eyeHeight);
+    auto source = PixelBuffer::make(format, int(size.width), int(size.height));
+    paintAsSource(SphericalTestChart{.seconds = 2, .softness = softness}, transform, *source);
+    return source;
 }
 
 std::vector<Direction> seams() {

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "Panoveer/Model/Records/VRTransform.h"
-#include "Panoveer/Rendering/Projection/VRProjectionMath.h"
+#include "Panoveer/Rendering/Projection/SphericalTestChart.h"
 #include "Platform/Media/PixelBuffer.h"
 
 #include <array>
@@ -29,6 +29,9 @@ PictureDifference differenceBetween(const PixelBuffer& a, const PixelBuffer& b, 
 // certain straight colour.
 void premultiply(PixelBuffer& picture);
 
+// One sample of a row of a plane, in codes of the picture's depth.
+void setSample(PixelBuffer& picture, int plane, int sample, int row, int code);
+
 // Fills every pixel of a BGRA picture with what a function says: B, G, R, A.
 void fill(PixelBuffer& picture, const std::function<std::array<int, 4>(int x, int y)>& pixel);
 
@@ -37,6 +40,8 @@ inline constexpr std::array kernelFormats{
     ProjectionFormat::domemaster, ProjectionFormat::cubemap,         ProjectionFormat::eac};
 inline constexpr std::array stereoLayouts{StereoVideoLayout::mono, StereoVideoLayout::sideBySide,
                                           StereoVideoLayout::overUnder};
+inline constexpr std::array orientations{SourceVideoOrientation::up, SourceVideoOrientation::right,
+                                         SourceVideoOrientation::down, SourceVideoOrientation::left};
 
 std::string nameOf(ProjectionFormat format);
 std::string nameOf(StereoVideoLayout layout);
@@ -46,6 +51,16 @@ OutputResolution frameSize(ProjectionFormat format, StereoVideoLayout layout, in
 
 // A transform between two formats with an ordinary field of view.
 VRTransform transformBetween(ProjectionFormat source, ProjectionFormat output);
+
+// From a format to a mirror dome of 160 by 90, turned about every axis.
+VRTransform mirrorDomeFrom(ProjectionFormat source);
+
+// Waves about a radian long, in opposite colours for the two eyes: a scene without edges.
+inline constexpr double wavesAmplitude = 0.3;
+RGB waves(Direction direction, double footprint, StereoEye eye);
+
+// The test chart as the source of a transform. `softness` is that of its edges, in radians.
+PixelBufferPtr chartSource(const VRTransform& transform, FourCC format, int eyeHeight, double softness = 0.03);
 
 // The axes, edges and corners of a cube, which are also the poles and the seam of a sphere and the rims of a half
 // sphere and of a fisheye; and places a little beside the poles and on the seam.

@@ -1,6 +1,5 @@
 #include "Panoveer/Rendering/Projection/PictureTesting.h"
 #include "Panoveer/Rendering/Projection/ScalarProjectionReference.h"
-#include "Panoveer/Rendering/Projection/SphericalTestChart.h"
 
 #include <gtest/gtest.h>
 
@@ -18,14 +17,6 @@ using namespace pixelFormat;
 constexpr int sourceHeight = 96;
 constexpr int viewSize = 24;
 constexpr double viewDegrees = 12; // about six source pixels
-
-// Waves about a radian long, in opposite colours for the two eyes.
-constexpr double amplitude = 0.3;
-RGB waves(Direction d, double, StereoEye eye) {
-    const double sign = eye == StereoEye::left ? amplitude : -amplitude;
-    return {0.5 + sign * std::sin(5 * d.x + 2 * d.y + 1), 0.5 + sign * std::sin(4 * d.y - 3 * d.z),
-            0.5 + sign * std::sin(4 * d.z + 3 * d.x + 2)};
-}
 
 // What one source pixel covers at most, in radians: the middle of a cube's face is coarsest.
 double sourcePixel(ProjectionFormat format) {
@@ -67,17 +58,17 @@ TEST_P(SourceSeams, CannotBeSeen) {
         // Rounding to codes on both sides, the first up to doubled by the negative lobes of eight taps, and what
         // interpolation makes of the bend of the waves; then the slope of the waves, 5.4 a radian at the most.
         const double rounding = 2.5;
-        const double slope = amplitude * 255 * 5.4 * sourcePixel(format) * planes.coarsestGrid;
+        const double slope = wavesAmplitude * 255 * 5.4 * sourcePixel(format) * planes.coarsestGrid;
         const double limit = (rounding + slope * heldPixels(format)) * planes.codes;
         int view = 0;
         for (const auto& place : seams()) {
             lookAt(place, transform);
             transform.monoStereoEye = ++view % 2 ? StereoEye::left : StereoEye::right;
+            const auto truth = PixelBuffer::make(planes.output, viewSize, viewSize);
+            paintAsOutput(waves, transform, {source->width(), source->height()}, *truth);
             for (const int taps : {2, 8}) {
                 const auto output = PixelBuffer::make(planes.output, viewSize, viewSize);
-                const auto truth = PixelBuffer::make(planes.output, viewSize, viewSize);
                 ScalarProjectionReference::renderPicture(*source, {}, transform, *output, {.resamplingTaps = taps});
-                paintAsOutput(waves, transform, {source->width(), source->height()}, *truth);
                 EXPECT_LE(differenceBetween(*output, *truth).worst, limit)
                     << planes.source.text() << ", " << taps << " taps, towards " << place.x << " " << place.y << " "
                     << place.z;

@@ -1,12 +1,10 @@
 #include "Panoveer/Rendering/Projection/PictureTesting.h"
 #include "Panoveer/Rendering/Projection/ScalarProjectionReference.h"
-#include "Panoveer/Rendering/Projection/SphericalTestChart.h"
 #include "Platform/Core/Error.h"
 
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <cstring>
 #include <numbers>
 
 namespace panoveer {
@@ -47,37 +45,38 @@ protected:
         transform_.rollDegrees = 20;
     }
 
-    PictureDifference differenceFromTruth(const SphericalScene& scene, FourCC sourceFormat, FourCC outputFormat,
+    PixelBufferPtr painted(const SphericalScene& scene, FourCC format) const {
+        auto source =
+            makeFrame(format, frameSize(transform_.sourceFormat, transform_.sourceStereoLayout, sourceHeight));
+        auto transform = transform_; // a flat source has the shape of an eye of the output
+        transform.outputStereoLayout = StereoVideoLayout::mono;
+        transform.outputResolution = frameSize(transform.outputFormat, StereoVideoLayout::mono, outputHeight);
+        paintAsSource(scene, transform, *source);
+        return source;
+    }
+
+    PictureDifference differenceFromTruth(const SphericalScene& scene, const PixelBuffer& source, FourCC format,
                                           int taps) {
         const auto size = frameSize(transform_.outputFormat, transform_.outputStereoLayout, outputHeight);
         transform_.outputResolution = size;
-        const auto source =
-            makeFrame(sourceFormat, frameSize(transform_.sourceFormat, transform_.sourceStereoLayout, sourceHeight));
-        paintAsSource(scene, transform_, *source);
-        const auto truth = makeFrame(outputFormat, size);
-        paintAsOutput(scene, transform_, sizeOf(*source), *truth);
-        return differenceBetween(*rendered(*source, transform_, outputFormat, size, {.resamplingTaps = taps}), *truth);
+        const auto truth = makeFrame(format, size);
+        paintAsOutput(scene, transform_, sizeOf(source), *truth);
+        return differenceBetween(*rendered(source, transform_, format, size, {.resamplingTaps = taps}), *truth);
     }
 };
-
-// Waves about a radian long, in opposite colours for the two eyes.
-RGB waves(Direction d, double, StereoEye eye) {
-    const double sign = eye == StereoEye::left ? 0.3 : -0.3;
-    return {0.5 + sign * std::sin(5 * d.x + 2 * d.y + 1), 0.5 + sign * std::sin(4 * d.y - 3 * d.z),
-            0.5 + sign * std::sin(4 * d.z + 3 * d.x + 2)};
-}
 
 // A source holds so smooth a scene entirely, so that only rounding is left, twice to eight bits. A place that is
 // misread, at a seam, a pole, an edge of a cube or the border of an eye, stands out from that.
 TEST_P(FormatPairs, ShowASmoothSceneAsItIs) {
-    for (const auto source : stereoLayouts) {
+    for (const auto layout : stereoLayouts) {
+        transform_.sourceStereoLayout = layout;
+        transform_.sourceEyesSwapped = layout == StereoVideoLayout::overUnder;
+        transform_.monoStereoEye = layout == StereoVideoLayout::mono ? StereoEye::left : StereoEye::right;
+        const auto source = painted(waves, bgra);
         for (const auto output : stereoLayouts) {
-            SCOPED_TRACE(nameOf(source) + " to " + nameOf(output));
-            transform_.sourceStereoLayout = source;
+            SCOPED_TRACE(nameOf(layout) + " to " + nameOf(output));
             transform_.outputStereoLayout = output;
-            transform_.sourceEyesSwapped = source == StereoVideoLayout::overUnder;
-            transform_.monoStereoEye = source == StereoVideoLayout::mono ? StereoEye::left : StereoEye::right;
-            const auto difference = differenceFromTruth(waves, bgra, bgra, 8);
+            const auto difference = differenceFromTruth(waves, *source, bgra, 8);
             EXPECT_GT(difference.psnr, 54);
             // Nothing goes on beyond a flat picture or a fisheye's circle: their outermost pixels are held.
             const bool hasBorder = transform_.sourceFormat == ProjectionFormat::standard ||
@@ -95,7 +94,7 @@ TEST_P(FormatPairs, KeepAFineSceneAndItsChroma) {
                                                {yCbCr420VideoRange, yCbCr420VideoRange, 8},
                                                {bgra, yCbCr422TenBitVideoRange, 8},
                                                {yCbCr420TenBitFullRange, bgra, 8}})
-        EXPECT_GT(differenceFromTruth(chart, source, output, taps).psnr, 40)
+        EXPECT_GT(differenceFromTruth(chart, *painted(chart, source), output, taps).psnr, 40)
             << source.text() << " to " << output.text() << " with " << taps;
 }
 
@@ -141,22 +140,20 @@ class Sources : public testing::TestWithParam<ProjectionFormat> {};
 
 void fillWithNoise(PixelBuffer& picture) {
     std::uint32_t state = 1;
-    const auto next = [&] { return state = state * 1664525 + 1013904223, state >> 16; };
+    const auto next = [&](int limit) {
+        state = state * 1664525 + 1013904223;
+        return int(state >> 16) % limit;
+    };
+    const bool isWide = picture.layout().bytesPerSample == 2;
     for (int p = 0; p < picture.planeCount(); ++p) {
         const auto& plane = picture.plane(p);
         const int count = plane.width * (p == 0 ? picture.layout().samplesPerPixel : 2);
-        for (int y = 0; y < plane.height; ++y) {
-            auto* row = plane.data + std::size_t(y) * plane.rowBytes;
+        for (int y = 0; y < plane.height; ++y)
             for (int i = 0; i < count; ++i) {
-                if (picture.layout().bytesPerSample == 1) {
-                    // Alpha stays opaque: what is less would limit the premultiplied colours.
-                    row[i] = std::byte(p == 0 && i % 4 == 3 && !picture.layout().isYCbCr() ? 255 : 1 + next() % 254);
-                } else {
-                    const auto word = std::uint16_t((4 + next() % 1016) << 6);
-                    std::memcpy(row + i * 2, &word, sizeof word);
-                }
+                // Alpha stays opaque: what is less would limit the premultiplied colours.
+                const bool isAlpha = picture.format() == bgra && i % 4 == 3;
+                setSample(picture, p, i, y, isAlpha ? 255 : isWide ? 4 + next(1016) : 1 + next(254));
             }
-        }
     }
 }
 
@@ -206,15 +203,13 @@ TEST_P(Sources, NeverLetOneEyeBleedIntoTheOther) {
                 for (int p = 0; p < 2; ++p) {
                     const auto& plane = picture->plane(p);
                     const int shift = p == 0 || picture == source ? 0 : 1;
-                    for (int y = 0; y < plane.height; ++y) {
+                    for (int y = 0; y < plane.height; ++y)
                         for (int i = 0; i < plane.width * (p + 1); ++i) {
                             const int x = i / (p + 1) << shift;
                             const bool isFirst =
                                 isBeside ? x < int(size.width) / 2 : (y << shift) + shift < int(size.height) / 2;
-                            const auto word = std::uint16_t((isFirst ? 200 : 800) << 6);
-                            std::memcpy(plane.data + std::size_t(y) * plane.rowBytes + i * 2, &word, 2);
+                            setSample(*picture, p, i, y, isFirst ? 200 : 800);
                         }
-                    }
                 }
                 for (const auto eye : {StereoEye::left, StereoEye::right}) {
                     auto transform = transformBetween(GetParam(), ProjectionFormat::cubemap);
@@ -242,9 +237,6 @@ INSTANTIATE_TEST_SUITE_P(ScalarProjectionReference, Sources, testing::ValuesIn(k
                          [](const auto& test) { return nameOf(test.param); });
 
 // --- Orientation -----------------------------------------------------------------------------------------------------
-
-constexpr std::array orientations{SourceVideoOrientation::up, SourceVideoOrientation::right,
-                                  SourceVideoOrientation::down, SourceVideoOrientation::left};
 
 // Where a pixel of the upright picture lies in the stored one: turning the stored picture by the orientation, `right`
 // being a quarter clockwise, makes it upright.
@@ -274,14 +266,10 @@ TEST(ScalarProjectionReference, TurnsTheSourceUprightBeforeItLooksForTheEyes) {
         for (const auto orientation : orientations) {
             const bool isTurned = swapsDimensions(orientation);
             const auto turned = PixelBuffer::make(bgra, isTurned ? 64 : 128, isTurned ? 128 : 64);
-            for (int y = 0; y < 64; ++y) {
-                for (int x = 0; x < 128; ++x) {
-                    const auto at = stored(orientation, x + 0.5, y + 0.5, turned->width(), turned->height());
-                    auto* pixel =
-                        turned->plane(0).data + std::size_t(at.y) * turned->plane(0).rowBytes + std::size_t(at.x) * 4;
-                    for (std::size_t c = 0; c < 4; ++c)
-                        pixel[c] = std::byte(pixels[std::size_t(y * 128 + x) * 4 + c]);
-                }
+            for (int i = 0; i < 128 * 64 * 4; ++i) {
+                const int x = i / 4 % 128, y = i / 512;
+                const auto at = stored(orientation, x + 0.5, y + 0.5, turned->width(), turned->height());
+                setSample(*turned, 0, int(at.x) * 4 + i % 4, int(at.y), int(pixels[std::size_t(i)]));
             }
             const auto output = rendered(*turned, transform, bgra, {128, 36}, {}, {.orientation = orientation});
             EXPECT_EQ(differenceBetween(*output, *expected).worst, 0) << nameOf(layout) << int(orientation);
@@ -297,23 +285,18 @@ TEST(ScalarProjectionReference, KnowsWhereChromaLiesInATurnedPicture) {
         const int width = isTurned ? 64 : 128;
         const int height = isTurned ? 128 : 64;
         const auto source = PixelBuffer::make(yCbCr420TenBitVideoRange, width, height);
-        const auto write = [&](int plane, int sample, int row, double code) {
-            const auto word = std::uint16_t(std::lround(code) << 6);
-            std::memcpy(source->plane(plane).data + std::size_t(row) * source->plane(plane).rowBytes + sample * 2,
-                        &word, 2);
-        };
         const auto ramp = [](double x, double y) { return 300 + 4 * x + 2 * y; };
         for (double y = 0.5; y < 64; y += 0.5) {
             for (double x = 0.5; x < 128; x += 0.5) {
                 const auto at = stored(orientation, x, y, width, height);
-                write(0, int(at.x), int(at.y), 500);
+                setSample(*source, 0, int(at.x), int(at.y), 500);
                 // Left column, between the rows.
                 const double column = (at.x - 0.5) / 2;
                 const double row = (at.y - 1) / 2;
                 if (column != std::floor(column) || row != std::floor(row))
                     continue;
-                write(1, 2 * int(column), int(row), ramp(x, y));
-                write(1, 2 * int(column) + 1, int(row), ramp(x, y));
+                for (const int component : {0, 1})
+                    setSample(*source, 1, 2 * int(column) + component, int(row), int(std::lround(ramp(x, y))));
             }
         }
         const auto output = rendered(*source, transform, yCbCr444TenBitVideoRange, {128, 64}, {.resamplingTaps = 2},

@@ -325,33 +325,6 @@ INSTANTIATE_TEST_SUITE_P(All, SourceLattices,
                                          ProjectionFormat::halfEquirectangular, ProjectionFormat::domemaster,
                                          ProjectionFormat::cubemap, ProjectionFormat::eac));
 
-TEST(ProjectionMapping, GivesEachEyeItsHalf) {
-    struct Row {
-        StereoVideoLayout source, output;
-        bool isSwapped;
-        StereoEye monoEye;
-        int first, last; // the source's image at the output's first and last pixel
-    };
-    using enum StereoVideoLayout;
-    for (const auto& row :
-         {Row{mono, sideBySide, false, StereoEye::left, 0, 0},
-          Row{sideBySide, sideBySide, false, StereoEye::left, 0, 1},
-          Row{sideBySide, overUnder, true, StereoEye::left, 1, 0},
-          Row{overUnder, sideBySide, false, StereoEye::right, 0, 1},
-          Row{overUnder, mono, false, StereoEye::right, 1, 1}, Row{sideBySide, mono, false, StereoEye::left, 0, 0},
-          Row{sideBySide, mono, true, StereoEye::left, 1, 1}}) {
-        VRTransform transform;
-        transform.sourceFormat = transform.outputFormat = ProjectionFormat::equirectangular;
-        transform.sourceStereoLayout = row.source;
-        transform.outputStereoLayout = row.output;
-        transform.sourceEyesSwapped = row.isSwapped;
-        transform.monoStereoEye = row.monoEye;
-        const ProjectionMapping mapping(transform, {64, 64}, {64, 64});
-        EXPECT_EQ(mapping.place(0.5, 0.5)->source.half, row.first);
-        EXPECT_EQ(mapping.place(63.5, 63.5)->source.half, row.last);
-    }
-}
-
 TEST(ProjectionMapping, DividesPixelsThatCoverManySourcePixels) {
     VRTransform transform;
     transform.sourceFormat = transform.outputFormat = ProjectionFormat::equirectangular;
