@@ -1,5 +1,7 @@
 #include "Support/MediaFactory.h"
 
+#include "Platform/Media/MediaAsset.h"
+
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
@@ -195,6 +197,10 @@ std::filesystem::path makeMovie(const TemporaryFolder& folder, const MovieSpec& 
         std::filesystem::remove(encoded);
     }
     return result;
+}
+
+std::shared_ptr<const MediaAsset> loaded(const std::filesystem::path& movie) {
+    return MediaAsset::load(URL::fromFilePath(movie));
 }
 
 std::optional<std::filesystem::path> corpusFile(const std::string& name) {

@@ -8,10 +8,15 @@
 #include <cstdint>
 #include <filesystem>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <span>
 #include <string>
 #include <vector>
+
+namespace panoveer {
+class MediaAsset;
+}
 
 // Makes small real movies for tests with the `ffmpeg` program. Everything here throws std::runtime_error with the
 // program's own words when something goes wrong, so that a test fails with the reason.
@@ -81,6 +86,9 @@ struct MovieSpec {
 
 // Writes the movie into the folder and returns its path.
 std::filesystem::path makeMovie(const TemporaryFolder& folder, const MovieSpec& spec = {});
+
+// A movie as the program's native road knows it. Throws what MediaAsset::load() throws.
+std::shared_ptr<const MediaAsset> loaded(const std::filesystem::path& movie);
 
 // The default picture shows its own number: 4 by 4 grey cells, the first 14 of them the bits of the index from the
 // lowest up (white is 1), the 15th black and the 16th white. It survives lossy coding, scaling and any colour matrix.

@@ -6,10 +6,6 @@
 namespace panoveer::test {
 namespace {
 
-std::shared_ptr<const MediaAsset> loaded(const std::filesystem::path& path) {
-    return MediaAsset::load(URL::fromFilePath(path));
-}
-
 // 100 pictures at 25 per second with a key frame every second.
 MovieSpec fourSeconds(const std::string& name = "a.mp4") {
     return {.name = name,

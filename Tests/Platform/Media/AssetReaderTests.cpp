@@ -19,10 +19,6 @@ using Status = AssetReader::Status;
 
 constexpr double forever = std::numeric_limits<double>::infinity();
 
-std::shared_ptr<const MediaAsset> loaded(const std::filesystem::path& path) {
-    return MediaAsset::load(URL::fromFilePath(path));
-}
-
 AssetReader startedReader(const std::shared_ptr<const MediaAsset>& asset, FourCC format, double start = 0,
                           double end = forever) {
     AssetReader reader(asset, start, end);
@@ -58,62 +54,108 @@ std::vector<int> counted(int first, int count) {
 struct DeliveryCase {
     const char* name;
     MovieSpec movie;
-    std::vector<const char*> formats;
+    const char *codecType, *codecName;
+    std::vector<FourCC> formats;       // in which it is read
+    const char* pixelFormat = nullptr; // of the stream, where it is not the one asked for
+    bool isFullRange = false, hasAlpha = false;
 };
 
 class Delivery : public testing::TestWithParam<DeliveryCase> {};
 
-TEST_P(Delivery, ComesWholeInOrderAndOnTime) {
+TEST_P(Delivery, IsDescribedAndComesWholeInOrderAndOnTime) {
+    const auto& expected = GetParam();
     const TemporaryFolder folder;
-    auto spec = GetParam().movie;
+    auto spec = expected.movie;
     spec.frameCount = 20;
     const auto asset = loaded(makeMovie(folder, spec));
-    const double rate = asset->videoTracks().at(0).nominalFrameRate;
-    for (const auto* name : GetParam().formats) {
-        SCOPED_TRACE(name);
-        FourCC format;
-        for (const char* letter = name; *letter; ++letter)
-            format.value = format.value << 8 | std::uint8_t(*letter);
+    ASSERT_EQ(asset->videoTracks().size(), 1u);
+    const auto& track = asset->videoTracks()[0];
+    const auto& description = track.formatDescriptions.at(0);
+    EXPECT_TRUE(track.isDecodable && asset->isPlayable());
+    EXPECT_EQ(description.codecType.text(), expected.codecType);
+    EXPECT_EQ(description.codecName, expected.codecName);
+    EXPECT_EQ(description.pixelFormatName, expected.pixelFormat ? expected.pixelFormat : spec.pixelFormat);
+    EXPECT_EQ(description.isFullRange, expected.isFullRange);
+    EXPECT_EQ(description.containsAlpha, expected.hasAlpha);
+    EXPECT_EQ(description.width, spec.width);
+    EXPECT_EQ(track.naturalHeight, spec.height);
+    EXPECT_FALSE(description.hasLeftStereoEyeView || description.hasRightStereoEyeView);
+    const double rate = spec.frameRate == "30000/1001" ? 30000.0 / 1001 : 30;
+    EXPECT_NEAR(track.nominalFrameRate, rate, 1e-6);
+    EXPECT_NEAR(asset->durationSeconds(), 20 / rate, 0.0021); // Matroska counts milliseconds
+    for (const auto format : expected.formats) {
+        SCOPED_TRACE(format.text());
         const auto reading = readAll(startedReader(asset, format));
         EXPECT_EQ(reading.status, Status::completed);
         EXPECT_EQ(reading.indices, counted(0, 20));
         for (std::size_t i = 0; i < reading.seconds.size(); ++i)
-            EXPECT_NEAR(reading.seconds[i], double(i) / rate, 0.0011); // Matroska counts milliseconds
+            EXPECT_NEAR(reading.seconds[i], double(i) / rate, 0.0011);
         EXPECT_EQ(reading.pictures.at(0)->format(), format);
         EXPECT_EQ(reading.pictures[0]->width(), spec.width);
         EXPECT_EQ(reading.pictures[0]->height(), spec.height);
     }
 }
 
+MovieSpec movieOf(const char* name, const char* codec, const char* pixelFormat, const char* range = "",
+                  const char* rate = "30") {
+    return {.name = name, .frameRate = rate, .codec = codec, .pixelFormat = pixelFormat, .range = range};
+}
+
+MovieSpec with(MovieSpec movie, std::vector<std::string> outputOptions) {
+    movie.outputOptions = std::move(outputOptions);
+    return movie;
+}
+
+MovieSpec digitalVideo() {
+    auto movie = movieOf("a.mov", "dvvideo", "yuv411p", "", "30000/1001");
+    movie.width = 720;
+    movie.height = 480;
+    return movie;
+}
+
+constexpr auto x264 = "libx264", x265 = "libx265", proRes = "prores_ks", eightBits = "yuv420p", tenBits = "yuv420p10le";
+
 INSTANTIATE_TEST_SUITE_P(
     Codecs, Delivery,
     testing::Values(
-        DeliveryCase{"H264", {.name = "a.mp4"}, {"420v", "420f", "x420", "BGRA"}},
-        DeliveryCase{"H264Ntsc", {.name = "a.mov", .frameRate = "30000/1001"}, {"420v"}},
-        DeliveryCase{"H264FullRange", {.name = "a.mp4", .pixelFormat = "yuvj420p", .range = "pc"}, {"420f", "420v"}},
-        DeliveryCase{"H264FourTwoTwo", {.name = "a.mp4", .pixelFormat = "yuv422p10le"}, {"BGRA", "x420", "x422"}},
-        DeliveryCase{"H264InMatroska", {.name = "a.mkv"}, {"420v"}},
+        DeliveryCase{"H264", movieOf("a.mp4", x264, eightBits), "avc1", "h264", {"420v", "420f", "x420", "BGRA"}},
+        DeliveryCase{"H264Ntsc", movieOf("a.mov", x264, eightBits, "", "30000/1001"), "avc1", "h264", {"420v"}},
         DeliveryCase{
-            "H264Fragmented", {.name = "a.mp4", .outputOptions = {"-movflags", "frag_keyframe+empty_moov"}}, {"420v"}},
-        DeliveryCase{"Hevc10", {.name = "a.mp4", .codec = "libx265", .pixelFormat = "yuv420p10le"}, {"x420", "420v"}},
+            "H264FullRange", movieOf("a.mp4", x264, "yuvj420p", "pc"), "avc1", "h264", {"420f", "420v"}, nullptr, true},
+        DeliveryCase{"H264FourTwoTwo", movieOf("a.mp4", x264, "yuv422p10le"), "avc1", "h264", {"BGRA", "x420", "x422"}},
+        DeliveryCase{"H264InMatroska", movieOf("a.mkv", x264, eightBits), "avc1", "h264", {"420v"}},
+        DeliveryCase{"H264Fragmented",
+                     with(movieOf("a.mp4", x264, eightBits), {"-movflags", "frag_keyframe+empty_moov"}),
+                     "avc1",
+                     "h264",
+                     {"420v"}},
+        DeliveryCase{
+            "Hevc10", with(movieOf("a.mp4", x265, tenBits), {"-tag:v", "hvc1"}), "hvc1", "hevc", {"x420", "420v"}},
         DeliveryCase{"Hevc10FullRange",
-                     {.name = "a.mp4", .codec = "libx265", .pixelFormat = "yuv420p10le", .range = "pc"},
-                     {"x420", "xf20"}},
-        DeliveryCase{"ProRes422", {.codec = "prores_ks", .pixelFormat = "yuv422p10le"}, {"x422", "BGRA", "420v"}},
-        DeliveryCase{"ProRes4444", {.codec = "prores_ks", .pixelFormat = "yuv444p10le"}, {"x444", "x422"}},
-        DeliveryCase{"ProRes4444Alpha", {.codec = "prores_ks", .pixelFormat = "yuva444p10le"}, {"BGRA"}},
-        DeliveryCase{"MotionJpeg", {.name = "a.avi", .codec = "mjpeg", .pixelFormat = "yuvj422p"}, {"BGRA"}},
+                     with(movieOf("a.mp4", x265, tenBits, "pc"), {"-tag:v", "hvc1"}),
+                     "hvc1",
+                     "hevc",
+                     {"x420", "xf20"},
+                     nullptr,
+                     true},
+        DeliveryCase{"ProRes422", movieOf("a.mov", proRes, "yuv422p10le"), "apch", "prores", {"x422", "BGRA", "420v"}},
+        DeliveryCase{
+            "ProRes4444", movieOf("a.mov", proRes, "yuv444p10le"), "ap4h", "prores", {"x444", "x422"}, "yuv444p12le"},
+        DeliveryCase{"ProRes4444Alpha",
+                     movieOf("a.mov", proRes, "yuva444p10le"),
+                     "ap4h",
+                     "prores",
+                     {"BGRA"},
+                     "yuva444p12le",
+                     false,
+                     true},
+        DeliveryCase{"MotionJpeg", movieOf("a.mov", "mjpeg", "yuvj422p"), "jpeg", "mjpeg", {"BGRA"}, nullptr, true},
         DeliveryCase{"Mpeg4WithBFrames",
-                     {.name = "a.avi", .codec = "mpeg4", .outputOptions = {"-bf", "2", "-q:v", "2"}},
+                     with(movieOf("a.avi", "mpeg4", eightBits), {"-bf", "2", "-q:v", "2"}),
+                     "FMP4",
+                     "mpeg4",
                      {"BGRA"}},
-        DeliveryCase{"Dv",
-                     {.name = "a.mov",
-                      .width = 720,
-                      .height = 480,
-                      .frameRate = "30000/1001",
-                      .codec = "dvvideo",
-                      .pixelFormat = "yuv411p"},
-                     {"BGRA"}}),
+        DeliveryCase{"Dv", digitalVideo(), "dvc ", "dvvideo", {"BGRA"}}),
     [](const auto& test) { return test.param.name; });
 
 TEST(AssetReader, DeliversTheSamplesThatTheStreamHoldsWithTheirColours) {
@@ -166,53 +208,49 @@ TEST(AssetReader, KeepsStraightAlpha) {
     }
 }
 
-struct RangeCase {
-    const char* name;
-    double start, end;
-    int firstIndex, count;
-};
-
-class TimeRange : public testing::TestWithParam<std::tuple<RangeCase, MovieSpec>> {};
+class TimeRange : public testing::TestWithParam<MovieSpec> {};
 
 // 60 pictures at 25 per second: picture i is displayed from i / 25 s to (i + 1) / 25 s.
 TEST_P(TimeRange, HoldsThePicturesDisplayedInIt) {
-    const auto& [range, movie] = GetParam();
     const TemporaryFolder folder;
-    auto spec = movie;
+    auto spec = GetParam();
     spec.frameRate = "25";
     spec.frameCount = 60;
-    const auto reading = readAll(startedReader(loaded(makeMovie(folder, spec)), "420v", range.start, range.end));
-    EXPECT_EQ(reading.status, Status::completed);
-    EXPECT_EQ(reading.indices, counted(range.firstIndex, range.count));
-    if (range.count > 0) {
-        EXPECT_NEAR(reading.seconds.at(0), range.firstIndex / 25.0, 0.0011);
+    const auto asset = loaded(makeMovie(folder, spec));
+    struct Range {
+        const char* what;
+        double start, end;
+        int firstIndex, count;
+    };
+    for (const auto& [what, start, end, firstIndex, count] :
+         {Range{"whole", 0, forever, 0, 60}, Range{"on frames", 1.0, 1.4, 25, 10},
+          Range{"between frames", 1.03, 1.05, 25, 2}, Range{"before the head", -3, 0.04, 0, 1},
+          Range{"last picture", 2.39, 9, 59, 1}, Range{"behind the end", 2.41, 9, 0, 0}, Range{"empty", 1, 1, 0, 0}}) {
+        SCOPED_TRACE(what);
+        const auto reading = readAll(startedReader(asset, "420v", start, end));
+        EXPECT_EQ(reading.status, Status::completed);
+        EXPECT_EQ(reading.indices, counted(firstIndex, count));
+        if (count > 0) {
+            EXPECT_NEAR(reading.seconds.at(0), firstIndex / 25.0, 0.0011);
+        }
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Movies, TimeRange,
-    testing::Combine(
-        testing::Values(RangeCase{"Whole", 0, forever, 0, 60}, RangeCase{"OnFrames", 1.0, 1.4, 25, 10},
-                        RangeCase{"BetweenFrames", 1.03, 1.05, 25, 2}, RangeCase{"BeforeTheHead", -3, 0.04, 0, 1},
-                        RangeCase{"LastPicture", 2.39, 9, 59, 1}, RangeCase{"BehindTheEnd", 2.41, 9, 0, 0},
-                        RangeCase{"Empty", 1, 1, 0, 0}),
-        testing::Values(MovieSpec{.name = "a.mp4"}, MovieSpec{.name = "sparse.mov", .keyFrameInterval = 250},
-                        MovieSpec{.name = "late.mkv", .keyFrameInterval = 10, .startSeconds = 2},
-                        MovieSpec{.name = "late.mp4", .keyFrameInterval = 10, .startSeconds = 2},
-                        MovieSpec{.name = "fragments.mp4",
-                                  .keyFrameInterval = 20,
-                                  .outputOptions = {"-movflags", "frag_keyframe+empty_moov"}},
-                        MovieSpec{.name = "open.mp4",
-                                  .codec = "libx265",
-                                  .outputOptions = {"-x265-params", "log-level=none:open-gop=1:keyint=15:bframes=4"}},
-                        MovieSpec{
-                            .name = "open.mkv",
-                            .outputOptions = {"-x264-params", "open-gop=1:keyint=15:bframes=3:b-pyramid=normal"}})),
-    [](const auto& test) {
-        auto name = std::get<0>(test.param).name + std::get<1>(test.param).name;
-        std::ranges::replace(name, '.', '_');
-        return name;
-    });
+INSTANTIATE_TEST_SUITE_P(Movies, TimeRange,
+                         testing::Values(MovieSpec{.name = "sparse.mov", .keyFrameInterval = 250},
+                                         MovieSpec{.name = "late.mkv", .keyFrameInterval = 10, .startSeconds = 2},
+                                         MovieSpec{.name = "late.mp4", .keyFrameInterval = 10, .startSeconds = 2},
+                                         with(movieOf("fragments.mp4", x264, eightBits),
+                                              {"-g", "20", "-movflags", "frag_keyframe+empty_moov"}),
+                                         with(movieOf("open.mp4", x265, eightBits),
+                                              {"-x265-params", "log-level=none:open-gop=1:keyint=15:bframes=4"}),
+                                         with(movieOf("open.mkv", x264, eightBits),
+                                              {"-x264-params", "open-gop=1:keyint=15:bframes=3:b-pyramid=normal"})),
+                         [](const auto& test) {
+                             auto name = test.param.name;
+                             std::ranges::replace(name, '.', '_');
+                             return name;
+                         });
 
 // Trimming without a new encoding leaves pictures in the file that its edit list hides.
 TEST(AssetReader, HidesWhatTheEditListHides) {

@@ -1,20 +1,15 @@
 #include "MovieInspection.h"
 #include "Platform/Media/AssetWriter.h"
 #include "Platform/Media/EncoderCatalog.h"
+#include "Support/FileSizeLimit.h"
 #include "Support/MediaFactory.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
-#include <sched.h>
-#include <sys/mount.h>
-#include <sys/resource.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <atomic>
 #include <cerrno>
-#include <csignal>
 
 namespace panoveer::test {
 namespace {
@@ -72,17 +67,6 @@ struct Writing {
     }
 };
 
-// Runs the work in a process of its own, which ends without any cleaning up; its exit status.
-template<class Work>
-int inProcess(const Work& work) {
-    const auto child = fork();
-    if (child == 0)
-        _exit(work());
-    int status = 0;
-    waitpid(child, &status, 0);
-    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-}
-
 int decodedFrameCount(const std::filesystem::path& movie) {
     const auto stream = ffprobeJSON(movie, {"-count_frames"}).at("streams").at(0);
     return std::stoi(stream["nb_read_frames"].get<std::string>());
@@ -94,13 +78,12 @@ TEST_P(KilledWriter, LeavesAMovieThatPlaysToItsLastFragment) {
     const TemporaryFolder folder;
     const auto path = folder / "movie.mov";
     // 20 s: far enough beyond 11 s for any encoder to have given out that much.
-    ASSERT_EQ(inProcess([&] {
-                  Writing writing(path, GetParam());
-                  const bool isWritten = writing.writer.startWriting() && writing.append(GetParam(), 500) == 500;
-                  _exit(isWritten ? 0 : 1); // before the writer can clean up
-                  return 1;
-              }),
-              0);
+    ASSERT_TRUE(succeedsInProcess([&] {
+        Writing writing(path, GetParam());
+        const bool isWritten = writing.writer.startWriting() && writing.append(GetParam(), 500) == 500;
+        _exit(isWritten ? 0 : 1); // before the writer can clean up
+        return false;
+    }));
     // The first picture with the header, the rest of the first second, ten more seconds.
     EXPECT_THAT(topLevelBoxes(path), ElementsAre("ftyp", "wide", "moov", "mdat", "moof", "mdat", "moof", "mdat"));
     EXPECT_EQ(decodedFrameCount(path), 11 * timescale);
@@ -111,98 +94,52 @@ TEST_P(KilledWriter, LeavesAMovieThatPlaysToItsLastFragment) {
 INSTANTIATE_TEST_SUITE_P(Codecs, KilledWriter, testing::Values(h264, proRes),
                          [](const auto& test) { return test.param.name; });
 
-// A folder that holds 1 MB: a disk of its own where that is allowed, else by a limit on the size of this process's
-// files.
-class SmallDisk {
-public:
-    explicit SmallDisk(const std::filesystem::path& folder) : folder_(folder) {
-        if (unshare(CLONE_NEWNS) == 0 || unshare(CLONE_NEWUSER | CLONE_NEWNS) == 0) {
-            mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr); // refused where "/" is no mount point
-            isMounted_ = mount("tmpfs", folder.c_str(), "tmpfs", 0, "size=1m") == 0;
-        }
-        if (isMounted_)
-            return;
-        std::signal(SIGXFSZ, SIG_IGN);
-        const rlimit limit{1 << 20, 1 << 20};
-        setrlimit(RLIMIT_FSIZE, &limit);
-    }
-    ~SmallDisk() {
-        if (isMounted_)
-            umount2(folder_.c_str(), MNT_DETACH);
-    }
-    SmallDisk(const SmallDisk&) = delete;
-    SmallDisk& operator=(const SmallDisk&) = delete;
-
-    int errorWhenFull() const { return isMounted_ ? ENOSPC : EFBIG; }
-
-private:
-    std::filesystem::path folder_;
-    bool isMounted_ = false;
-};
-
 TEST(FullDisk, FailsTheWriterWithTheSystemsErrorAndLeavesWhatWasWritten) {
     const TemporaryFolder folder;
-    const auto disk = folder / "disk", saved = folder / "saved.mov";
-    std::filesystem::create_directory(disk);
-    enum { asExpected, notStarted, neverFailed, notFailed, otherError, tookMore, becameReady, finished, notRemoved };
-    EXPECT_EQ(inProcess([&] {
-                  const SmallDisk smallDisk(disk);
-                  Writing writing(disk / "movie.mov", proRes);
-                  auto& [writer, input] = writing;
-                  if (!writer.startWriting())
-                      return notStarted;
-                  if (writing.append(proRes, 5000) == 5000)
-                      return neverFailed;
-                  if (writer.status() != Status::failed)
-                      return notFailed;
-                  if (!writer.error() || writer.error()->domain() != posixErrorDomain ||
-                      writer.error()->code() != smallDisk.errorWhenFull())
-                      return otherError;
-                  if (input->append(makePatternPicture(proRes.pictureFormat, width, height, 0), {9999, timescale}))
-                      return tookMore;
-                  if (input->isReadyForMoreMediaData())
-                      return becameReady;
-                  if (writer.finishWriting() || writer.status() != Status::failed)
-                      return finished;
-                  std::filesystem::copy_file(disk / "movie.mov", saved);
-                  writer.cancelWriting();
-                  return std::filesystem::exists(disk / "movie.mov") ? notRemoved : asExpected;
-              }),
-              asExpected);
+    const auto path = folder / "movie.mov", saved = folder / "saved.mov";
+    {
+        const FileSizeLimit disk(4 << 20);
+        Writing writing(path, proRes);
+        auto& [writer, input] = writing;
+        ASSERT_TRUE(writer.startWriting());
+        ASSERT_LT(writing.append(proRes, 5000), 5000);
+        EXPECT_EQ(writer.status(), Status::failed);
+        ASSERT_TRUE(writer.error());
+        EXPECT_EQ(writer.error()->domain(), posixErrorDomain);
+        EXPECT_EQ(writer.error()->code(), EFBIG);
+        EXPECT_FALSE(input->append(makePatternPicture(proRes.pictureFormat, width, height, 0), {9999, timescale}));
+        EXPECT_FALSE(input->isReadyForMoreMediaData());
+        EXPECT_FALSE(writer.finishWriting());
+        EXPECT_EQ(writer.status(), Status::failed);
+        std::filesystem::copy_file(path, saved);
+        writer.cancelWriting();
+        EXPECT_FALSE(std::filesystem::exists(path));
+    }
     const auto boxes = topLevelBoxes(saved);
     EXPECT_THAT(boxes, testing::Contains("moof"));
     EXPECT_EQ(boxes.back(), "mdat");
     EXPECT_GE(decodedFrameCount(saved), timescale);
 }
 
-TEST(CancelledWriter, RemovesItsFileAndTakesNoMore) {
-    for (const auto& codec : {h264, proRes}) {
-        const TemporaryFolder folder;
-        Writing writing(folder / "movie.mov", codec);
-        ASSERT_TRUE(writing.writer.startWriting());
-        EXPECT_EQ(writing.append(codec, 60), 60);
-        writing.writer.cancelWriting();
-        EXPECT_EQ(writing.writer.status(), Status::cancelled);
-        EXPECT_FALSE(writing.writer.error());
-        EXPECT_FALSE(std::filesystem::exists(folder / "movie.mov"));
-        EXPECT_EQ(writing.append(codec, 1), 0);
-        EXPECT_FALSE(writing.writer.finishWriting());
-    }
-}
-
-TEST(CancelledWriter, AnswersAStopWhileItDrains) {
+TEST(CancelledWriter, RemovesItsFileAndTakesNoMoreEvenWhileItDrains) {
     std::stop_source stop;
     stop.request_stop();
-    for (const auto& codec : {h264, proRes}) {
-        const TemporaryFolder folder;
-        Writing writing(folder / "movie.mov", codec);
-        ASSERT_TRUE(writing.writer.startWriting());
-        EXPECT_EQ(writing.append(codec, 60), 60);
-        EXPECT_FALSE(writing.writer.finishWriting(stop.get_token()));
-        EXPECT_EQ(writing.writer.status(), Status::cancelled);
-        EXPECT_FALSE(writing.writer.error());
-        EXPECT_FALSE(std::filesystem::exists(folder / "movie.mov"));
-    }
+    for (const auto& codec : {h264, proRes})
+        for (const bool isDraining : {false, true}) {
+            const TemporaryFolder folder;
+            Writing writing(folder / "movie.mov", codec);
+            ASSERT_TRUE(writing.writer.startWriting());
+            EXPECT_EQ(writing.append(codec, 60), 60);
+            if (isDraining)
+                EXPECT_FALSE(writing.writer.finishWriting(stop.get_token()));
+            else
+                writing.writer.cancelWriting();
+            EXPECT_EQ(writing.writer.status(), Status::cancelled);
+            EXPECT_FALSE(writing.writer.error());
+            EXPECT_FALSE(std::filesystem::exists(folder / "movie.mov"));
+            EXPECT_EQ(writing.append(codec, 1), 0);
+            EXPECT_FALSE(writing.writer.finishWriting());
+        }
 }
 
 TEST(AssetWriter, LeavesAFileThatIsThereAlone) {
@@ -219,15 +156,9 @@ TEST(AssetWriter, LeavesAFileThatIsThereAlone) {
 }
 
 TEST(AssetWriter, FailsOnPicturesThatDoNotBelong) {
-    struct Case {
-        const char* what;
-        FourCC format;
-        int width;
-        int time;
-    };
-    for (const auto& [what, format, pictureWidth, time] :
-         {Case{"format", pixelFormat::bgra, width, 1}, Case{"size", proRes.pictureFormat, width + 2, 1},
-          Case{"order", proRes.pictureFormat, width, 0}}) {
+    for (const auto& [what, format, pictureWidth, time] : {std::tuple("format", pixelFormat::bgra, width, 1),
+                                                           {"size", proRes.pictureFormat, width + 2, 1},
+                                                           {"order", proRes.pictureFormat, width, 0}}) {
         SCOPED_TRACE(what);
         const TemporaryFolder folder;
         Writing writing(folder / "movie.mov", proRes);

