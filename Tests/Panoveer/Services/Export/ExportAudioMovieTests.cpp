@@ -1,70 +1,29 @@
-#include "Clips.h"
-#include "CopyingRenderer.h"
+#include "ExportFixture.h"
 #include "Panoveer/Services/Audio/AudioBlockSource.h"
 #include "Panoveer/Services/Audio/SourceAudioInspector.h"
-#include "Panoveer/Services/Export/VRExportError.h"
-#include "Panoveer/Services/Export/VRNativeExporter.h"
 #include "Platform/Media/AssetReader.h"
 #include "Platform/Media/AudioSampleBuffer.h"
 #include "Platform/Media/MediaAsset.h"
 #include "Support/SpatialAudioBox.h"
 
-#include <gmock/gmock.h>
 #include <nlohmann/json.hpp>
 
-#include <chrono>
 #include <cmath>
 #include <complex>
-#include <condition_variable>
 #include <format>
-#include <mutex>
 #include <numbers>
 
 namespace panoveer {
 namespace {
 
 namespace fs = std::filesystem;
-using namespace std::chrono_literals;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::SizeIs;
 using Track = SourceAudioTrack;
 
-constexpr double rate = 30;
 constexpr std::size_t framesPerPicture = 1600;
-
-// The names of the events of an export, from all of its threads.
-class Events {
-public:
-    void add(std::string_view event) {
-        const std::lock_guard lock(mutex_);
-        names_.emplace_back(event);
-        added_.notify_all();
-    }
-    std::ptrdiff_t count(const std::string& event) const {
-        const std::lock_guard lock(mutex_);
-        return std::ranges::count(names_, event);
-    }
-    void waitFor(const std::string& event) const {
-        std::unique_lock lock(mutex_);
-        added_.wait_for(lock, 20s, [&] { return std::ranges::contains(names_, event); });
-    }
-
-private:
-    mutable std::mutex mutex_;
-    mutable std::condition_variable added_;
-    std::vector<std::string> names_; // guarded by mutex_
-};
-
-class KeptDiagnostics final : public ExportDiagnostics {
-public:
-    explicit KeptDiagnostics(Events& events) : events_(events) {}
-    void record(std::string_view event, const DiagnosticFields&) override { events_.add(event); }
-
-private:
-    Events& events_;
-};
 
 // The sound of one track of a movie: interleaved, from second 0 on.
 struct Sound {
@@ -97,39 +56,11 @@ Sound soundOf(const fs::path& movie, std::int32_t stream) {
     return sound;
 }
 
-class ExportAudioMovieTest : public testing::Test {
+class ExportAudioMovieTest : public ExportFixture {
 protected:
-    ExportAudioMovieTest() {
-        settings.mode = ExportMode::singleMovie;
-        settings.codec = ExportCodec::h264;
-        settings.outputFormat = ProjectionFormat::equirectangular;
+    ExportAudioMovieTest() : ExportFixture(ProjectionFormat::equirectangular, 80) {
         settings.vrMetadataMode = VRMetadataMode::off;
-        settings.customWidth = 160;
-        settings.customHeight = 80;
     }
-
-    VRClipSegment clip(const test::MovieSpec& spec) {
-        const auto path = test::makeMovie(folder, spec);
-        rates[URL::fromFilePath(path)] = rate;
-        return clipOf(path.c_str(), 0, spec.frameCount / rate);
-    }
-
-    fs::path run(const std::vector<VRClipSegment>& clips) {
-        fs::create_directories(out);
-        const auto movie = out / (std::string("movie.") + std::string(properties(settings.codec).fileExtension));
-        const auto makeDiagnostics = [&](const URL&) { return std::make_unique<KeptDiagnostics>(events); };
-        VRNativeExporter(renderer, makeDiagnostics)
-            .exportClips(clips, settings, URL::fromFilePath(movie), rates, [](auto&&) {}, stop.get_token());
-        return movie;
-    }
-
-    test::TemporaryFolder folder;
-    fs::path out = folder / "out";
-    CopyingRenderer renderer;
-    ExportSettings settings;
-    SourceFrameRates rates;
-    std::stop_source stop;
-    Events events;
 };
 
 // The box that marks a source as ambisonic.
@@ -271,7 +202,7 @@ TEST_P(InStepWithThePicture, ToTheSample) {
     const auto movie = run(cut);
 
     std::vector<int> pictures;
-    const auto asset = MediaAsset::load(URL::fromFilePath(movie));
+    const auto asset = test::loaded(movie);
     AssetReader reader(asset, 0, 100);
     reader.addOutput(asset->videoTracks().front(), pixelFormat::yCbCr422TenBitVideoRange);
     ASSERT_TRUE(reader.startReading());
@@ -303,16 +234,12 @@ TEST_F(ExportAudioMovieTest, EndsWithTheFailureOfItsSound) {
         if (index == 300) // the picture is not to be the first that looks for the file
             events.waitFor("audio_encoding_failed");
     };
-    try {
-        run({first, second});
-        ADD_FAILURE() << "the export ended as if all was well";
-    } catch (const VRExportError& error) {
-        EXPECT_EQ(error.which(), VRExportError::Case::failedPartialSaved);
-        EXPECT_THAT(error.what(), HasSubstr("No such file"));
-        EXPECT_TRUE(fs::exists(error.url().path()));
-    }
+    const auto end = endOf({first, second});
+    EXPECT_EQ(end.which(), VRExportError::Case::failedPartialSaved);
+    EXPECT_THAT(end.what(), HasSubstr("No such file"));
+    EXPECT_TRUE(fs::exists(end.url().path()));
     EXPECT_EQ(events.count("audio_encoding_failed"), 1);
-    EXPECT_EQ(std::distance(fs::directory_iterator(out), {}), 1);
+    EXPECT_THAT(written(), SizeIs(1));
 }
 
 TEST_F(ExportAudioMovieTest, KeepsTheSoundThatWasWrittenWhenItIsCancelled) {
@@ -321,18 +248,14 @@ TEST_F(ExportAudioMovieTest, KeepsTheSoundThatWasWrittenWhenItIsCancelled) {
         if (index == 20)
             stop.request_stop();
     };
-    try {
-        run({source});
-        ADD_FAILURE() << "the export ended as if all was well";
-    } catch (const VRExportError& error) {
-        EXPECT_EQ(error.which(), VRExportError::Case::cancelledPartialSaved);
-        const auto partial = MediaAsset::load(error.url());
-        ASSERT_EQ(partial->audioTracks().size(), 1u);
-        EXPECT_EQ(partial->audioTracks().front().channelCount, 6);
-        // Sound may run ten seconds ahead of the picture, but ends with it.
-        EXPECT_LT(partial->durationSeconds(), 4);
-    }
-    EXPECT_EQ(std::distance(fs::directory_iterator(out), {}), 1);
+    const auto end = endOf({source});
+    EXPECT_EQ(end.which(), VRExportError::Case::cancelledPartialSaved);
+    const auto partial = MediaAsset::load(end.url());
+    ASSERT_EQ(partial->audioTracks().size(), 1u);
+    EXPECT_EQ(partial->audioTracks().front().channelCount, 6);
+    // Sound may run ten seconds ahead of the picture, but ends with it.
+    EXPECT_LT(partial->durationSeconds(), 4);
+    EXPECT_THAT(written(), SizeIs(1));
     EXPECT_EQ(events.count("audio_encoding_failed"), 0);
 }
 

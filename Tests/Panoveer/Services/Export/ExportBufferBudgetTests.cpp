@@ -6,62 +6,32 @@
 namespace panoveer {
 namespace {
 
-constexpr std::uint64_t gigabyte = 1ull << 30;
-
-struct BudgetCase {
-    const char* name;
-    FourCC format;
-    std::int64_t width, height;
-    ExportMemory memory;
-    std::uint64_t bytesPerBuffer;
-    int encoderLimit, inFlightLimit;
-};
-
-class ExportBufferBudgetTest : public testing::TestWithParam<BudgetCase> {};
-
-TEST_P(ExportBufferBudgetTest, BoundsBuffersByMemory) {
-    const auto& given = GetParam();
-    const auto budget = ExportBufferBudget::make(given.format, given.width, given.height, given.memory);
-    EXPECT_EQ(budget.bytesPerPixelBuffer, given.bytesPerBuffer);
-    EXPECT_EQ(budget.encoderPixelBufferLimit, given.encoderLimit);
-    EXPECT_EQ(budget.inFlightFrameLimit, given.inFlightLimit);
-    EXPECT_GE(budget.bufferMemoryBudgetBytes, 2 * budget.bytesPerPixelBuffer);
+TEST(ExportBufferBudget, IsBoundByTheMemoryOfTheMachine) {
+    struct Row {
+        const char* what;
+        FourCC format;
+        std::int64_t width, height;
+        std::uint64_t physical, workingSet, allocated; // gigabytes
+        std::uint64_t bytesPerBuffer;
+        int encoderLimit, inFlightLimit;
+    };
+    constexpr std::uint64_t gigabyte = 1ull << 30;
+    using namespace pixelFormat;
+    for (const auto& row :
+         {Row{"full HD on a roomy machine", yCbCr420VideoRange, 1920, 1080, 16, 8, 0, 3110400, 8, 3},
+          Row{"16K half float on 16 GB", rgbaHalf, 16384, 8192, 16, 64, 0, gigabyte, 2, 1},
+          Row{"a full GPU still gets two", yCbCr420TenBitVideoRange, 4096, 2048, 64, 1, 2, 3 * 8388608, 2, 1},
+          Row{"the smaller cap wins", yCbCr422TenBitVideoRange, 4096, 4096, 64, 2, 1, 4 * 16777216, 3, 2}}) {
+        SCOPED_TRACE(row.what);
+        const auto budget =
+            ExportBufferBudget::make(row.format, row.width, row.height,
+                                     {row.physical * gigabyte, row.workingSet * gigabyte, row.allocated * gigabyte});
+        EXPECT_EQ(budget.bytesPerPixelBuffer, row.bytesPerBuffer);
+        EXPECT_EQ(budget.encoderPixelBufferLimit, row.encoderLimit);
+        EXPECT_EQ(budget.inFlightFrameLimit, row.inFlightLimit);
+        EXPECT_GE(budget.bufferMemoryBudgetBytes, 2 * budget.bytesPerPixelBuffer);
+    }
 }
-
-INSTANTIATE_TEST_SUITE_P(Machines, ExportBufferBudgetTest,
-                         testing::Values(BudgetCase{"Full_HD_on_a_roomy_machine",
-                                                    pixelFormat::yCbCr420VideoRange,
-                                                    1920,
-                                                    1080,
-                                                    {16 * gigabyte, 8 * gigabyte, 0},
-                                                    3110400,
-                                                    8,
-                                                    3},
-                                         BudgetCase{"Sixteen_K_half_float_on_16_GB",
-                                                    pixelFormat::rgbaHalf,
-                                                    16384,
-                                                    8192,
-                                                    {16 * gigabyte, 64 * gigabyte, 0},
-                                                    gigabyte,
-                                                    2,
-                                                    1},
-                                         BudgetCase{"A_GPU_that_is_full_still_gets_two",
-                                                    pixelFormat::yCbCr420TenBitVideoRange,
-                                                    4096,
-                                                    2048,
-                                                    {64 * gigabyte, gigabyte, 2 * gigabyte},
-                                                    3 * 8388608,
-                                                    2,
-                                                    1},
-                                         BudgetCase{"The_smaller_cap_wins",
-                                                    pixelFormat::yCbCr422TenBitVideoRange,
-                                                    4096,
-                                                    4096,
-                                                    {64 * gigabyte, 2 * gigabyte, gigabyte},
-                                                    4 * 16777216,
-                                                    3,
-                                                    2}),
-                         [](const auto& test) { return test.param.name; });
 
 } // namespace
 } // namespace panoveer

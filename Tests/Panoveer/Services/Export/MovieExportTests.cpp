@@ -1,25 +1,16 @@
-#include "Clips.h"
-#include "CopyingRenderer.h"
+#include "ExportFixture.h"
 #include "Panoveer/Services/Export/ExportArtifactValidator.h"
 #include "Panoveer/Services/Export/SpatialBoxInspector.h"
-#include "Panoveer/Services/Export/VRExportError.h"
-#include "Panoveer/Services/Export/VRNativeExporter.h"
 #include "Platform/Core/Localization.h"
 #include "Platform/Media/AssetReader.h"
-#include "Support/MediaFactory.h"
+#include "Support/FileSizeLimit.h"
 
-#include <gmock/gmock.h>
 #include <nlohmann/json.hpp>
-#include <sys/resource.h>
 
 #include <cerrno>
-#include <chrono>
-#include <condition_variable>
-#include <csignal>
 #include <future>
 #include <limits>
 #include <numeric>
-#include <set>
 #include <thread>
 
 namespace panoveer {
@@ -27,13 +18,11 @@ namespace {
 
 namespace fs = std::filesystem;
 using namespace std::chrono_literals;
-using test::makeMovie;
+using test::FileSizeLimit;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::UnorderedElementsAre;
-
-constexpr double rate = 30;
 
 // Pictures of given times, numbered from 0.
 class ScriptedSource final : public SegmentFrameSource {
@@ -61,65 +50,20 @@ private:
     int index_ = 0;
 };
 
-class KeptDiagnostics final : public ExportDiagnostics {
-public:
-    explicit KeptDiagnostics(std::vector<std::pair<std::string, DiagnosticFields>>& events) : events_(events) {}
-    void record(std::string_view event, const DiagnosticFields& fields) override {
-        events_.emplace_back(event, fields);
-    }
-
-private:
-    std::vector<std::pair<std::string, DiagnosticFields>>& events_;
-};
-
-class MovieExportTest : public testing::Test {
+class MovieExportTest : public ExportFixture {
 protected:
-    MovieExportTest() {
-        fs::create_directories(out);
-        settings.mode = ExportMode::singleMovie;
-        settings.codec = ExportCodec::h264;
-        settings.outputFormat = ProjectionFormat::standard;
-        settings.customWidth = 160;
-        settings.customHeight = 90;
-    }
-
-    // A clip of a movie of its own, from its head on.
-    VRClipSegment clip(const test::MovieSpec& spec, double framesPerSecond = rate) {
-        const auto path = makeMovie(folder, spec);
-        rates[URL::fromFilePath(path)] = framesPerSecond;
-        return clipOf(path.c_str(), 0, spec.frameCount / framesPerSecond);
-    }
-
-    std::vector<URL> run(const std::vector<VRClipSegment>& clips) {
-        const auto makeDiagnostics = [&](const URL&) { return std::make_unique<KeptDiagnostics>(events); };
-        const auto target = settings.mode == ExportMode::singleMovie ? out / "movie.mp4" : out;
-        return VRNativeExporter(renderer, makeDiagnostics, roads, readings)
-            .exportClips(
-                clips, settings, URL::fromFilePath(target), rates,
-                [&](const ExportProgress& progress) {
-                    if (onProgress)
-                        onProgress(progress);
-                },
-                stop.get_token());
-    }
-
     // The failure beneath the one that the export reports, with or without a partial movie.
     Error failureOf(const std::vector<VRClipSegment>& clips,
                     VRExportError::Case end = VRExportError::Case::codecExportFailed) {
-        try {
-            run(clips);
-        } catch (const VRExportError& error) {
-            EXPECT_EQ(error.which(), end) << error.what();
-            EXPECT_TRUE(error.underlying());
-            return error.underlying() ? *error.underlying() : error;
-        }
-        ADD_FAILURE() << "the export ended as if all was well";
-        return Error("");
+        const auto error = endOf(clips);
+        EXPECT_EQ(error.which(), end) << error.what();
+        EXPECT_TRUE(error.underlying());
+        return error.underlying() ? *error.underlying() : error;
     }
 
     // Number and slot of every picture of a movie.
     std::vector<std::pair<int, std::int64_t>> pictures(const fs::path& movie, double framesPerSecond = rate) {
-        const auto asset = MediaAsset::load(URL::fromFilePath(movie));
+        const auto asset = test::loaded(movie);
         AssetReader reader(asset, 0, 1e6);
         reader.addOutput(asset->videoTracks().front(), pixelFormat::yCbCr420VideoRange);
         EXPECT_TRUE(reader.startReading());
@@ -136,33 +80,6 @@ protected:
             result.push_back(number);
         return result;
     }
-
-    std::ptrdiff_t count(const std::string& event) const {
-        return std::ranges::count(events, event, &std::pair<std::string, DiagnosticFields>::first);
-    }
-
-    DiagnosticFields fieldsOf(const std::string& event) const {
-        const auto found = std::ranges::find(events, event, &std::pair<std::string, DiagnosticFields>::first);
-        return found == events.end() ? DiagnosticFields() : found->second;
-    }
-
-    std::set<std::string> written() const {
-        std::set<std::string> names;
-        for (const auto& entry : fs::directory_iterator(out))
-            names.insert(entry.path().filename().string());
-        return names;
-    }
-
-    test::TemporaryFolder folder;
-    fs::path out = folder / "out";
-    CopyingRenderer renderer;
-    SegmentFrameRoads roads;
-    ExportSystemReadings readings = ExportSystemReadings::system();
-    ExportSettings settings;
-    SourceFrameRates rates;
-    std::function<void(const ExportProgress&)> onProgress;
-    std::stop_source stop;
-    std::vector<std::pair<std::string, DiagnosticFields>> events;
 };
 
 std::vector<int> countTo(int end) {
@@ -179,8 +96,8 @@ TEST_F(MovieExportTest, GoesOverToFFmpegInTheMiddleOfAMovieAndBack) {
     chosen.videoDecodingBackend = VideoDecodingBackend::ffmpeg;
     run({first, other, chosen, first});
     EXPECT_THAT(numbers(out / "movie.mp4"), ElementsAre(0, 1, 2, 3, 4, 0, 1, 2, 3, 4, 0, 1, 2, 3, 4, 0, 1, 2, 3, 4));
-    EXPECT_EQ(count("ffmpeg_video_fallback"), 1);
-    EXPECT_EQ(count("ffmpeg_video_selected"), 1);
+    EXPECT_EQ(events.count("ffmpeg_video_fallback"), 1);
+    EXPECT_EQ(events.count("ffmpeg_video_selected"), 1);
     EXPECT_THAT(written(), UnorderedElementsAre("movie.mp4"));
 }
 
@@ -188,7 +105,7 @@ TEST_F(MovieExportTest, ReadsASegmentAgainThatTheNativeRoadGivesNoPictureOf) {
     roads.openNative = [](auto&&...) { return std::make_unique<ScriptedSource>(std::vector<double>{}); };
     run({clip({.frameCount = 6})});
     EXPECT_EQ(numbers(out / "movie.mp4"), countTo(6));
-    EXPECT_EQ(count("ffmpeg_video_fallback"), 1);
+    EXPECT_EQ(events.count("ffmpeg_video_fallback"), 1);
 }
 
 TEST_F(MovieExportTest, PutsPicturesIntoTheSlotsOfTheirTimes) {
@@ -343,7 +260,7 @@ TEST_F(MovieExportTest, EndsAtOnceWhenCancelledWhileTheDecoderIsStuck) {
     });
     EXPECT_THROW(run({clipOf("/source", 0, 1)}), Cancelled);
     EXPECT_THAT(written(), IsEmpty());
-    EXPECT_EQ(count("export_cancelled"), 1);
+    EXPECT_EQ(events.count("export_cancelled"), 1);
 }
 
 struct CancelRow {
@@ -377,20 +294,16 @@ TEST_P(Cancelling, KeepsEveryPictureThatWasWritten) {
     if (std::string_view(row.partial).empty()) {
         EXPECT_THROW(run({source}), Cancelled);
         EXPECT_THAT(written(), IsEmpty());
-        EXPECT_EQ(count("export_cancelled"), 1);
+        EXPECT_EQ(events.count("export_cancelled"), 1);
         return;
     }
     for (const auto& name : {std::string(row.partial), std::string(row.partial).insert(13, "-2")}) {
         stop = {};
         rendered = 0;
         isToldOfPartial = false;
-        try {
-            run({source});
-            FAIL() << "the export ended as if all was well";
-        } catch (const VRExportError& end) {
-            EXPECT_EQ(end.which(), VRExportError::Case::cancelledPartialSaved);
-            EXPECT_EQ(end.url().lastPathComponent(), name);
-        }
+        const auto end = endOf({source});
+        EXPECT_EQ(end.which(), VRExportError::Case::cancelledPartialSaved);
+        EXPECT_EQ(end.url().lastPathComponent(), name);
         const auto shown = numbers(out / name);
         EXPECT_EQ(shown, countTo(int(shown.size())));
         EXPECT_GE(int(shown.size()), row.stopAt < 0 ? 60 : 2);
@@ -400,7 +313,7 @@ TEST_P(Cancelling, KeepsEveryPictureThatWasWritten) {
     }
     EXPECT_LT(largestFraction, 0.999);
     EXPECT_TRUE(isToldOfPartial);
-    EXPECT_EQ(count("export_cancelled_partial_saved"), 2);
+    EXPECT_EQ(events.count("export_cancelled_partial_saved"), 2);
     EXPECT_EQ(written().size(), 2u);
 }
 
@@ -422,8 +335,8 @@ TEST_F(MovieExportTest, SaysWhatTheRendererSaidAndKeepsThePicturesBefore) {
     EXPECT_EQ(failure.code(), -4);
     EXPECT_EQ(numbers(out / "movie.partial.mp4"), countTo(4));
     EXPECT_THAT(written(), UnorderedElementsAre("movie.partial.mp4"));
-    EXPECT_EQ(count("export_failed_partial_saved"), 1);
-    EXPECT_EQ(count("export_failed"), 1);
+    EXPECT_EQ(events.count("export_failed_partial_saved"), 1);
+    EXPECT_EQ(events.count("export_failed"), 1);
 }
 
 TEST_F(MovieExportTest, FinishesWhatIsOpenWhenSourcesAreDeletedAndNamesTheOneThatIsGone) {
@@ -447,24 +360,6 @@ TEST_F(MovieExportTest, FailsWhenASourceLosesItsEndWhileItIsRead) {
     failureOf({source}, VRExportError::Case::failedPartialSaved);
     EXPECT_THAT(written(), UnorderedElementsAre("movie.partial.mp4"));
 }
-
-// Sets how large the files of this process may grow while it lives: a disk that fills up.
-class FileSizeLimit {
-public:
-    explicit FileSizeLimit(rlim_t bytes) : handler_(std::signal(SIGXFSZ, SIG_IGN)) {
-        getrlimit(RLIMIT_FSIZE, &before_);
-        const rlimit limit{bytes, before_.rlim_max};
-        setrlimit(RLIMIT_FSIZE, &limit);
-    }
-    ~FileSizeLimit() {
-        setrlimit(RLIMIT_FSIZE, &before_);
-        std::signal(SIGXFSZ, handler_);
-    }
-
-private:
-    void (*handler_)(int);
-    rlimit before_{};
-};
 
 TEST_F(MovieExportTest, KeepsTheOldMovieWhenTheNewOneCannotBeWrittenToItsEnd) {
     settings.outputFormat = ProjectionFormat::equirectangular;
@@ -501,7 +396,8 @@ TEST_F(MovieExportTest, KeepsTheCompleteFragmentsOfAWriterThatFailed) {
     const FileSizeLimit disk(size / 24);
     EXPECT_EQ(failureOf({source}).code(), EFBIG);
     EXPECT_THAT(written(), UnorderedElementsAre("movie.partial.mov"));
-    EXPECT_EQ(std::get<std::string>(fieldsOf("partial_recovery_skipped").at("reason")), "no_complete_movie_fragment");
+    EXPECT_EQ(std::get<std::string>(events.fieldsOf("partial_recovery_skipped").at("reason")),
+              "no_complete_movie_fragment");
 }
 
 TEST_F(MovieExportTest, EndsBeforeTheDiskIsFullAndKeepsThePicturesBefore) {

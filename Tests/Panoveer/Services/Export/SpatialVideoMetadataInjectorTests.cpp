@@ -4,13 +4,12 @@
 #include "Panoveer/Services/Export/SpatialBoxInspector.h"
 #include "Panoveer/Services/Export/SpatialVideoMetadataError.h"
 #include "Panoveer/Services/Export/SpatialVideoMetadataInjector.h"
+#include "Support/FileSizeLimit.h"
 #include "Support/MediaFactory.h"
 
 #include <gmock/gmock.h>
-#include <sys/resource.h>
 
 #include <cerrno>
-#include <csignal>
 #include <filesystem>
 #include <fstream>
 
@@ -243,28 +242,17 @@ const Hostile hostileFiles[] = {
     {"NoMediaData", box("moov"), Kind::missingBox, "mdat"},
     {"NoTracks", joined({box("moov"), box("mdat")}), Kind::noVideoTrack},
     {"TrackWithoutHandler", joined({box("moov", {box("trak", {box("mdia")})}), box("mdat")}), Kind::noVideoTrack},
-    {"HandlerCutShort", joined({box("moov", {box("trak", {box("mdia", {box("hdlr", {zeros(10)})})})}), box("mdat")}),
-     Kind::noVideoTrack},
     {"UnknownVideoEntry", joined({box("moov", {track("vide", box("vp08", {zeros(78)}), {})}), box("mdat")}),
      Kind::noVideoSampleEntry},
     {"VideoEntryWithoutRoomForItsFields",
      joined({box("moov", {track("vide", box("avc1", {zeros(77)}), {})}), box("mdat")}), Kind::noVideoSampleEntry},
-    {"SampleDescriptionWithoutCount",
-     joined({box("moov", {box("trak", {box("mdia", {handler("vide"),
-                                                    box("minf", {box("stbl", {box("stsd", {zeros(7)})})})})})}),
-             box("mdat")}),
-     Kind::noVideoSampleEntry},
     {"SizeBelowHeader", joined({box("ftyp"), header("moov", 4)}), Kind::invalidBox, "moov"},
-    {"WideSizeBelowHeader", wideHeader("moov", 15), Kind::invalidBox, "moov"},
-    {"WideSizeCutOff", joined({header("moov", 1), zeros(3)}), Kind::invalidBox, "moov"},
     {"PastTheEnd", joined({box("ftyp"), header("moov", 9)}), Kind::boxOutOfBounds, "moov"},
     {"PastTheEndByWideSize", wideHeader("mdat", 0xffffffffffffffff), Kind::boxOutOfBounds, "mdat"},
     {"ChildPastItsParent", joined({box("moov", {header("trak", 16)}), box("mdat", {zeros(20)})}), Kind::boxOutOfBounds,
      "trak"},
     {"NestedTooDeep", joined({nested(100), box("mdat")}), Kind::invalidBox, "moov"},
     {"OffsetCountBeyondItsTable", withVideoTable(offsetTable("stco", {1, 2}, 3)), Kind::invalidBox, "stco"},
-    {"OffsetCountThatOverflows", withVideoTable(offsetTable("co64", {1}, 0x7fffffff)), Kind::invalidBox, "co64"},
-    {"OffsetTableWithoutCount", withVideoTable(box("stco", {zeros(7)})), Kind::invalidBox, "stco"},
     {"OffsetNearFourGigabytes", withVideoTable(offsetTable("stco", {1, 0xfffffff0})), Kind::stcoOverflow},
     {"OffsetNearTheLast", withVideoTable(offsetTable("co64", {0xfffffffffffffff0})), Kind::chunkOffsetOverflow},
     {"MediaOnBothSides", joined({box("mdat"), withVideoTable(offsetTable("stco", {1}))}), Kind::internalInconsistency},
@@ -348,21 +336,14 @@ TEST(SpatialVideoMetadataInjectorTests, AFullDiskOrAStopLeavesOnlyTheOriginal) {
     const auto original = joined({movie({"", true, "stco", false}), box("free", {zeros(1 << 20)})});
     writeFile(url.path(), original);
 
-    // A limit on file sizes stands for the full disk: writing fails in the middle of the copy.
-    rlimit before{};
-    ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &before), 0);
-    const rlimit small{1 << 19, before.rlim_max};
-    const auto oldHandler = std::signal(SIGXFSZ, SIG_IGN);
-    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &small), 0);
-    int code = 0;
     try {
+        const FileSizeLimit disk(1 << 19);
         Injector::injectMetadata(url, sphere, {});
+        ADD_FAILURE() << "all was written";
     } catch (const Error& error) {
-        code = error.domain() == posixErrorDomain ? error.code() : -1;
+        EXPECT_EQ(error.domain(), posixErrorDomain);
+        EXPECT_EQ(error.code(), EFBIG);
     }
-    setrlimit(RLIMIT_FSIZE, &before);
-    std::signal(SIGXFSZ, oldHandler);
-    EXPECT_EQ(code, EFBIG);
 
     std::stop_source stop;
     stop.request_stop();

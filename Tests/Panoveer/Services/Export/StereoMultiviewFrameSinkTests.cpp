@@ -119,38 +119,28 @@ TEST(StereoMultiviewFrameSink, TagsTheEyesAndCopiesARepeatedFrameOnce) {
 
 TEST(ExportImmersiveMedia, SaysOfAMovieWhatItsFormatLayoutAndCodecAre) {
     using enum ProjectionFormat;
-    using Projection = std::optional<VideoProjectionKind>;
-    using Packing = std::optional<ViewPackingKind>;
+    using enum ExportCodec;
+    using K = VideoProjectionKind;
+    using P = ViewPackingKind;
     constexpr auto mono = StereoVideoLayout::mono, packed = StereoVideoLayout::sideBySide,
                    stacked = StereoVideoLayout::overUnder;
+    constexpr auto automatic = VRMetadataMode::automatic, off = VRMetadataMode::off;
     struct Row {
         ProjectionFormat format;
         StereoVideoLayout layout;
         ExportCodec codec;
         VRMetadataMode mode;
-        Projection projection;
-        Packing packing;
+        std::optional<K> projection = {};
+        std::optional<P> packing = {};
     };
-    constexpr auto automatic = VRMetadataMode::automatic, off = VRMetadataMode::off;
-    for (const auto& row : {
-             Row{standard, mono, ExportCodec::hevc10, automatic, {}, {}},
-             Row{standard, packed, ExportCodec::h264, automatic, VideoProjectionKind::rectilinear,
-                 ViewPackingKind::sideBySide},
-             Row{equirectangular, mono, ExportCodec::hevc10, automatic, VideoProjectionKind::equirectangular, {}},
-             Row{equirectangular, stacked, ExportCodec::proRes, automatic, VideoProjectionKind::equirectangular,
-                 ViewPackingKind::overUnder},
-             Row{halfEquirectangular,
-                 packed,
-                 ExportCodec::mvhevc10,
-                 automatic,
-                 VideoProjectionKind::halfEquirectangular,
-                 {}},
-             Row{standard, packed, ExportCodec::mvhevc8, automatic, VideoProjectionKind::rectilinear, {}},
-             Row{halfEquirectangular, packed, ExportCodec::mvhevc10, off, {}, {}},
-             Row{equirectangular, packed, ExportCodec::hevc10, off, {}, {}},
-             Row{domemaster, packed, ExportCodec::mvhevc8, automatic, {}, {}},
-             Row{cubemap, packed, ExportCodec::hevc8, automatic, {}, {}},
-         }) {
+    for (const auto& row :
+         {Row{standard, mono, hevc10, automatic}, Row{standard, packed, h264, automatic, K::rectilinear, P::sideBySide},
+          Row{equirectangular, mono, hevc10, automatic, K::equirectangular},
+          Row{equirectangular, stacked, proRes, automatic, K::equirectangular, P::overUnder},
+          Row{halfEquirectangular, packed, mvhevc10, automatic, K::halfEquirectangular},
+          Row{standard, packed, mvhevc8, automatic, K::rectilinear}, Row{halfEquirectangular, packed, mvhevc10, off},
+          Row{equirectangular, packed, hevc10, off}, Row{domemaster, packed, mvhevc8, automatic},
+          Row{cubemap, packed, hevc8, automatic}}) {
         ExportOutputDescriptor descriptor;
         descriptor.outputFormat = row.format;
         descriptor.stereoLayout = row.layout;
