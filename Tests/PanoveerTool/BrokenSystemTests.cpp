@@ -151,22 +151,10 @@ TEST_P(BrokenSystem, SaysWhatFailedAndKeepsWhatStoodThere) {
 std::size_t endOfWholeFragments(const std::vector<std::uint8_t>& movie) {
     std::size_t end = 0;
     bool hasFragment = false;
-    for (std::size_t at = 0; at + 16 <= movie.size();) {
-        const auto number = [&](std::size_t from, std::size_t count) {
-            std::uint64_t value = 0;
-            for (std::size_t i = 0; i < count; ++i)
-                value = value << 8 | movie[from + i];
-            return value;
-        };
-        const auto shortSize = number(at, 4);
-        const auto size = shortSize == 1 ? number(at + 8, 8) : shortSize;
-        const std::string type(movie.begin() + std::ptrdiff_t(at) + 4, movie.begin() + std::ptrdiff_t(at) + 8);
-        if (size < 8 || size > movie.size() - at)
-            break;
-        at += size;
-        hasFragment |= type == "moof";
-        if (type == "mdat" && hasFragment)
-            end = at;
+    for (const auto& box : boxesIn(movie, 0, movie.size())) {
+        hasFragment |= box.type == "moof";
+        if (box.type == "mdat" && hasFragment)
+            end = box.end;
     }
     return end;
 }

@@ -9,11 +9,6 @@ namespace panoveer::test {
 
 namespace {
 
-std::uint32_t readUInt32(std::span<const std::uint8_t> bytes, std::size_t at) {
-    return std::uint32_t(bytes[at]) << 24 | std::uint32_t(bytes[at + 1]) << 16 | std::uint32_t(bytes[at + 2]) << 8 |
-           bytes[at + 3];
-}
-
 void writeUInt32(std::span<std::uint8_t> bytes, std::size_t at, std::uint32_t value) {
     for (int shift = 24; shift >= 0; shift -= 8)
         bytes[at++] = std::uint8_t(value >> shift);
@@ -29,27 +24,27 @@ std::size_t childrenOffset(const std::string& type, const std::string& parent) {
     return 8;
 }
 
-struct BoxRange {
-    std::size_t start = 0;
-    std::size_t size = 0;
-};
-
+// Of a parent's content: a type, or a type with a position among its siblings of that type.
 BoxRange findChild(std::span<const std::uint8_t> bytes, std::size_t from, std::size_t to, const std::string& step) {
     const auto colon = step.find(':');
-    const auto type = step.substr(0, colon);
     int remaining = colon == std::string::npos ? 0 : std::stoi(step.substr(colon + 1));
-    while (from + 8 <= to) {
-        std::size_t size = readUInt32(bytes, from);
-        if (size == 1 && from + 16 <= to)
-            size = std::size_t(readUInt32(bytes, from + 8)) << 32 | readUInt32(bytes, from + 12);
-        if (size < 8 || size > to - from)
-            break;
-        if (std::string(bytes.begin() + std::ptrdiff_t(from + 4), bytes.begin() + std::ptrdiff_t(from + 8)) == type &&
-            remaining-- == 0)
-            return {from, size};
-        from += size;
-    }
+    for (const auto& box : boxesIn(bytes, from, to))
+        if (box.type == step.substr(0, colon) && remaining-- == 0)
+            return box;
     throw std::runtime_error("No box " + step);
+}
+
+// The boxes on the way to one, the outermost first.
+std::vector<BoxRange> boxesOnPath(std::span<const std::uint8_t> bytes, const std::vector<std::string>& path) {
+    std::vector<BoxRange> found;
+    std::size_t from = 0, to = bytes.size();
+    for (const auto& step : path) {
+        const auto box = findChild(bytes, from, to, step);
+        from = box.start + childrenOffset(box.type, found.empty() ? "" : found.back().type);
+        to = box.end;
+        found.push_back(box);
+    }
+    return found;
 }
 
 void append(std::vector<std::uint8_t>& bytes, const std::vector<std::uint8_t>& more) {
@@ -59,6 +54,32 @@ void append(std::vector<std::uint8_t>& bytes, const std::vector<std::uint8_t>& m
 const std::vector<std::string> videoSampleEntry = {"moov", "trak", "mdia", "minf", "stbl", "stsd", "avc1"};
 
 } // namespace
+
+std::uint64_t bigEndian(std::span<const std::uint8_t> bytes, std::size_t at, std::size_t count) {
+    std::uint64_t value = 0;
+    for (const auto byte : bytes.subspan(at, count))
+        value = value << 8 | byte;
+    return value;
+}
+
+std::vector<BoxRange> boxesIn(std::span<const std::uint8_t> bytes, std::size_t from, std::size_t to) {
+    std::vector<BoxRange> boxes;
+    while (from + 8 <= to) {
+        const bool isWide = bigEndian(bytes, from, 4) == 1 && from + 16 <= to;
+        const std::size_t size = isWide ? bigEndian(bytes, from + 8, 8) : bigEndian(bytes, from, 4);
+        if (size < (isWide ? 16 : 8) || size > to - from)
+            break;
+        boxes.push_back(
+            {std::string(bytes.begin() + std::ptrdiff_t(from + 4), bytes.begin() + std::ptrdiff_t(from + 8)), from,
+             from + (isWide ? 16 : 8), from + size});
+        from += size;
+    }
+    return boxes;
+}
+
+BoxRange findBox(std::span<const std::uint8_t> bytes, const std::vector<std::string>& path) {
+    return boxesOnPath(bytes, path).back();
+}
 
 std::vector<std::uint8_t> makeBox(const std::string& type, std::span<const std::uint8_t> payload) {
     std::vector<std::uint8_t> bytes(8 + payload.size());
@@ -88,22 +109,11 @@ void appendStereoLayout(const std::filesystem::path& movie, std::uint8_t mode) {
 void appendBox(const std::filesystem::path& movie, const std::vector<std::string>& path, const std::string& type,
                std::span<const std::uint8_t> payload) {
     auto bytes = readFile(movie);
-    std::vector<std::size_t> ancestors;
-    BoxRange box{0, bytes.size()};
-    std::size_t children = 0;
-    std::string parent;
-    for (const auto& step : path) {
-        box = findChild(bytes, box.start + children, box.start + box.size, step);
-        ancestors.push_back(box.start);
-        const auto boxType = step.substr(0, step.find(':'));
-        children = childrenOffset(boxType, parent);
-        parent = boxType;
-    }
-
+    const auto ancestors = boxesOnPath(bytes, path);
     const auto added = makeBox(type, payload);
-    bytes.insert(bytes.begin() + std::ptrdiff_t(box.start + box.size), added.begin(), added.end());
-    for (const auto ancestor : ancestors)
-        writeUInt32(bytes, ancestor, readUInt32(bytes, ancestor) + std::uint32_t(added.size()));
+    bytes.insert(bytes.begin() + std::ptrdiff_t(ancestors.back().end), added.begin(), added.end());
+    for (const auto& box : ancestors)
+        writeUInt32(bytes, box.start, std::uint32_t(box.end - box.start + added.size()));
     writeFile(movie, bytes);
 }
 

@@ -105,6 +105,21 @@ int frameIndex(const std::uint8_t* data, std::size_t rowBytes, int width, int he
 void appendBox(const std::filesystem::path& movie, const std::vector<std::string>& path, const std::string& type,
                std::span<const std::uint8_t> payload);
 
+// A whole box of a file: its type, where it starts, where its content starts and where it ends.
+struct BoxRange {
+    std::string type;
+    std::size_t start = 0, content = 0, end = 0;
+};
+
+// The boxes between two places of a file, as far as they are whole.
+std::vector<BoxRange> boxesIn(std::span<const std::uint8_t> bytes, std::size_t from, std::size_t to);
+
+// The box at such a path. Throws where there is none.
+BoxRange findBox(std::span<const std::uint8_t> bytes, const std::vector<std::string>& path);
+
+// A number of some bytes, the highest first.
+std::uint64_t bigEndian(std::span<const std::uint8_t> bytes, std::size_t at, std::size_t count);
+
 // A box in memory, its size in front.
 std::vector<std::uint8_t> makeBox(const std::string& type, std::span<const std::uint8_t> payload);
 

@@ -126,19 +126,6 @@ TEST_F(GPURenderPipelineTest, DrawsTrianglesThatKernelsThenRead) {
     }
 }
 
-TEST_F(GPURenderPipelineTest, RefusesTargetsThatWereNotMadeForIt) {
-    GPUCommandQueue queue(device_);
-    const auto pipeline = makePipeline();
-    const auto source = GPUTexture::make(device_, GPUPixelFormat::bgra8Unorm, 8, 8, GPUTextureUsage::shaderRead);
-    const auto commands = queue.makeCommandBuffer();
-    for (const auto& [format, usage] : {std::pair(GPUPixelFormat::bgra8Unorm, GPUTextureUsage::shaderReadWrite),
-                                        std::pair(GPUPixelFormat::rgba16Float, GPUTextureUsage::renderTarget)}) {
-        const auto target = GPUTexture::make(device_, format, 8, 8, usage);
-        EXPECT_THROW(commands->draw(pipeline, target, {}, makeMesh(), std::array{source, source}, {}),
-                     std::logic_error);
-    }
-}
-
 TEST_F(GPURenderPipelineTest, IsRefusedByADeviceThatOnlyComputes) {
     device_->vulkan().forbidDrawing();
     EXPECT_FALSE(device_->canDraw());

@@ -91,6 +91,8 @@ json videoStream(const std::filesystem::path& movie, const std::vector<std::stri
     return ffprobeJSON(movie, options).at("streams").at(0);
 }
 
+const std::vector<std::string> sampleDescription{"moov", "trak", "mdia", "minf", "stbl", "stsd"};
+
 struct TimingCase {
     const char* name;
     Recording recording;
@@ -126,12 +128,9 @@ TEST_P(Timing, IsExactToTheUnitOfTheClock) {
     EXPECT_EQ(times, expected);
 
     // The movie's clock and length, version 0: creation, modification, timescale, duration.
-    const auto mvhd = payloadInMovieHeader(movie, "mvhd");
-    const auto word = [&](std::size_t at) {
-        return std::int64_t(mvhd[at]) << 24 | mvhd[at + 1] << 16 | mvhd[at + 2] << 8 | mvhd[at + 3];
-    };
-    EXPECT_EQ(word(12), timescale);
-    EXPECT_EQ(word(16), recording.frameCount * duration);
+    const auto mvhd = boxPayload(movie, {"moov", "mvhd"});
+    EXPECT_EQ(bigEndian(mvhd, 12, 4), std::uint64_t(timescale));
+    EXPECT_EQ(bigEndian(mvhd, 16, 4), std::uint64_t(recording.frameCount * duration));
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -246,8 +245,7 @@ TEST_P(AlphaPictures, ComeBackInTheirMatrixWithExactAlpha) {
     EXPECT_LT(largestAlphaError, isHalf ? 0.75 / 1023 : 0.5 / 255);
 
     // The sample entry says that there is alpha: a depth of 32.
-    const auto stsd = payloadInMovieHeader(folder / "movie.mov", "stsd");
-    EXPECT_EQ(stsd.at(8 + 8 + 74) << 8 | stsd.at(8 + 8 + 75), 32);
+    EXPECT_EQ(bigEndian(boxPayload(folder / "movie.mov", sampleDescription), 8 + 8 + 74, 2), 32u);
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -305,7 +303,7 @@ TEST_P(Colors, StandInTheContainerAndInTheStream) {
     const TemporaryFolder folder;
     const auto& recording = GetParam().recording;
     const auto movie = record(folder, recording);
-    const auto colr = payloadInMovieHeader(movie, "stsd");
+    const auto colr = boxPayload(movie, sampleDescription);
     const std::string entry(colr.begin(), colr.end());
     EXPECT_NE(entry.find(recording.fileType == quickTime ? "colrnclc" : "colrnclx"), std::string::npos);
     expectColors(videoStream(movie), GetParam().expected);
@@ -331,16 +329,14 @@ constexpr ColorNames saysSDR{"bt709", "bt709", "bt709"}, saysPQ{"bt2020", "smpte
 
 INSTANTIATE_TEST_SUITE_P(
     Cases, Colors,
-    testing::Values(ColorCase{"SDRInH264", {"avc1", nv12, mp4, 3, ntsc, sdr}, saysSDR},
-                    ColorCase{"SDRInProRes", {"apch", tenBit422, quickTime, 3, ntsc, sdr}, saysSDR},
-                    ColorCase{"PQInHEVC", {"hvc1", tenBit420, mp4, 3, ntsc, pq}, saysPQ, true},
-                    ColorCase{"PQInQuickTimeHEVCFromTheFirstPicture",
-                              {"hvc1", tenBit420, quickTime, 3, ntsc, plainPQ, pq},
-                              saysPQ,
-                              true},
-                    ColorCase{"PQInProRes", {"ap4h", pixelFormat::rgbaHalf, quickTime, 3, ntsc, pq}, saysPQ, true},
-                    ColorCase{"HLGInHEVC", {"hvc1", tenBit420, mp4, 3, ntsc, hlg}, saysHLG},
-                    ColorCase{"HLGInProRes", {"apcn", tenBit422, quickTime, 3, ntsc, hlg}, saysHLG}),
+    testing::Values(ColorCase("SDRInH264", {"avc1", nv12, mp4, 3, ntsc, sdr}, saysSDR),
+                    ColorCase("SDRInProRes", {"apch", tenBit422, quickTime, 3, ntsc, sdr}, saysSDR),
+                    ColorCase("PQInHEVC", {"hvc1", tenBit420, mp4, 3, ntsc, pq}, saysPQ, true),
+                    ColorCase("PQInQuickTimeHEVCFromTheFirstPicture",
+                              {"hvc1", tenBit420, quickTime, 3, ntsc, plainPQ, pq}, saysPQ, true),
+                    ColorCase("PQInProRes", {"ap4h", pixelFormat::rgbaHalf, quickTime, 3, ntsc, pq}, saysPQ, true),
+                    ColorCase("HLGInHEVC", {"hvc1", tenBit420, mp4, 3, ntsc, hlg}, saysHLG),
+                    ColorCase("HLGInProRes", {"apcn", tenBit422, quickTime, 3, ntsc, hlg}, saysHLG)),
     [](const auto& test) { return test.param.name; });
 
 TEST(MovieLayout, HasTheHeaderInFrontInMP4AndNoFragmentsInEither) {
@@ -352,9 +348,9 @@ TEST(MovieLayout, HasTheHeaderInFrontInMP4AndNoFragmentsInEither) {
     EXPECT_THAT(topLevelBoxes(movie), ElementsAre("ftyp", "mdat", "moov"));
     EXPECT_EQ(countInMovieHeader(movie, "mvex"), 0);
     // version, flags, count 1, then the duration of the edit and its start in the media
-    const auto elst = payloadInMovieHeader(movie, "elst");
-    EXPECT_EQ(std::int64_t(elst.at(8)) << 24 | elst.at(9) << 16 | elst.at(10) << 8 | elst.at(11), 100 * 1001);
-    EXPECT_EQ(elst.at(7), 1);
+    const auto elst = boxPayload(movie, {"moov", "trak", "edts", "elst"});
+    EXPECT_EQ(bigEndian(elst, 4, 4), 1u);
+    EXPECT_EQ(bigEndian(elst, 8, 4), 100u * 1001);
 }
 
 TEST(MovieLayout, PutsTheHeaderBehindTheMediaWhenFarMorePicturesComeThanPlanned) {
@@ -374,8 +370,7 @@ std::vector<int> nalUnitTypes(const std::vector<std::uint8_t>& file, const json&
     const auto end = at + std::size_t(std::stoull(packet["size"].get<std::string>()));
     while (at + 4 < end) {
         types.push_back(isHEVC ? file[at + 4] >> 1 & 0x3f : file[at + 4] & 0x1f);
-        at += 4 + (std::size_t(file[at]) << 24 | std::size_t(file[at + 1]) << 16 | std::size_t(file[at + 2]) << 8 |
-                   file[at + 3]);
+        at += 4 + bigEndian(file, at, 4);
     }
     return types;
 }

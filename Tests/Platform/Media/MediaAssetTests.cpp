@@ -1,6 +1,7 @@
 #include "Platform/Core/Error.h"
 #include "Platform/Media/MediaAsset.h"
 #include "Support/MediaFactory.h"
+#include "Support/Thrown.h"
 
 #include <gtest/gtest.h>
 
@@ -81,12 +82,8 @@ TEST(MediaAsset, RebuildsHdrPayloadsFromTheContainerOrTheStream) {
 TEST(MediaAsset, SaysWhyAFileIsNoMovie) {
     const TemporaryFolder folder;
     const auto failure = [](const std::filesystem::path& path) {
-        try {
-            loaded(path);
-        } catch (const Error& error) {
-            return std::pair(error.domain(), error.code());
-        }
-        return std::pair(std::string("opened"), 0);
+        const auto error = thrown<Error>([&] { loaded(path); });
+        return error ? std::pair(error->domain(), error->code()) : std::pair(std::string("opened"), 0);
     };
     EXPECT_EQ(failure(folder / "absent.mov"), std::pair(std::string(posixErrorDomain), ENOENT));
     EXPECT_EQ(failure(folder.path()), std::pair(std::string(posixErrorDomain), EISDIR));

@@ -66,44 +66,15 @@ void fillYCbCr(PixelBuffer& picture, int index) {
     }
 }
 
-std::uint64_t bigEndian(std::span<const std::uint8_t> bytes) {
-    std::uint64_t value = 0;
-    for (auto byte : bytes)
-        value = value << 8 | byte;
-    return value;
-}
-
-struct BoxView {
-    std::string type;
-    std::span<const std::uint8_t> payload;
-};
-
-// Ends at the first box that is not whole.
-std::vector<BoxView> boxesIn(std::span<const std::uint8_t> bytes) {
-    std::vector<BoxView> boxes;
-    while (bytes.size() >= 8) {
-        std::size_t header = 8;
-        auto size = bigEndian(bytes.first(4));
-        if (size == 1 && bytes.size() >= 16) {
-            header = 16;
-            size = bigEndian(bytes.subspan(8, 8));
-        }
-        if (size < header || size > bytes.size())
-            break;
-        boxes.push_back({std::string(bytes.begin() + 4, bytes.begin() + 8), bytes.subspan(header, size - header)});
-        bytes = bytes.subspan(size);
-    }
-    return boxes;
-}
-
-void collect(std::span<const std::uint8_t> bytes, const std::string& type, std::vector<BoxView>& found) {
-    for (const auto& box : boxesIn(bytes)) {
-        if (box.type == type)
-            found.push_back(box);
+int countBoxes(std::span<const std::uint8_t> bytes, std::size_t from, std::size_t to, const std::string& type) {
+    int count = 0;
+    for (const auto& box : boxesIn(bytes, from, to)) {
+        count += box.type == type;
         for (const char* container : {"moov", "trak", "edts", "mdia", "minf", "stbl", "mvex"})
             if (box.type == container)
-                collect(box.payload, type, found);
+                count += countBoxes(bytes, box.content, box.end, type);
     }
+    return count;
 }
 
 } // namespace
@@ -174,25 +145,20 @@ std::string packedSamples(const PixelBuffer& picture) {
 std::vector<std::string> topLevelBoxes(const std::filesystem::path& movie) {
     const auto bytes = readFile(movie);
     std::vector<std::string> types;
-    for (const auto& box : boxesIn(bytes))
+    for (const auto& box : boxesIn(bytes, 0, bytes.size()))
         types.push_back(box.type);
     return types;
 }
 
 int countInMovieHeader(const std::filesystem::path& movie, const std::string& type) {
     const auto bytes = readFile(movie);
-    std::vector<BoxView> found;
-    collect(bytes, type, found);
-    return int(found.size());
+    return countBoxes(bytes, 0, bytes.size(), type);
 }
 
-std::vector<std::uint8_t> payloadInMovieHeader(const std::filesystem::path& movie, const std::string& type) {
+std::vector<std::uint8_t> boxPayload(const std::filesystem::path& movie, const std::vector<std::string>& path) {
     const auto bytes = readFile(movie);
-    std::vector<BoxView> found;
-    collect(bytes, type, found);
-    if (found.empty())
-        throw std::runtime_error("no " + type);
-    return {found[0].payload.begin(), found[0].payload.end()};
+    const auto box = findBox(bytes, path);
+    return {bytes.begin() + std::ptrdiff_t(box.content), bytes.begin() + std::ptrdiff_t(box.end)};
 }
 
 } // namespace panoveer::test

@@ -33,11 +33,11 @@ std::string packedSamples(const PixelBuffer& picture);
 // The types of the boxes at the top of a file, as far as they are whole.
 std::vector<std::string> topLevelBoxes(const std::filesystem::path& movie);
 
-// How many boxes of a type lie below "moov", at any depth.
+// How many boxes of a type a file has, at its top or below "moov".
 int countInMovieHeader(const std::filesystem::path& movie, const std::string& type);
 
-// The payload of the first such box.
-std::vector<std::uint8_t> payloadInMovieHeader(const std::filesystem::path& movie, const std::string& type);
+// The payload of the box at a path, as appendBox() takes it.
+std::vector<std::uint8_t> boxPayload(const std::filesystem::path& movie, const std::vector<std::string>& path);
 
 // Runs the work in a process of its own that ends without any cleaning up; whether it ended and answered true.
 template<class Work>

@@ -1,6 +1,7 @@
 #include "Platform/Core/Error.h"
 #include "Platform/Media/PictureFile.h"
 #include "Support/MediaFactory.h"
+#include "Support/Thrown.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -25,14 +26,9 @@ PixelBufferPtr paintedPicture(int width, int height) {
 }
 
 int errorCode(const std::function<void()>& work, std::string_view domain) {
-    try {
-        work();
-    } catch (const Error& error) {
-        EXPECT_EQ(error.domain(), domain) << error.what();
-        return error.code();
-    }
-    ADD_FAILURE() << "no error";
-    return 0;
+    const auto error = thrown<Error>(work);
+    EXPECT_EQ(error.value().domain(), domain) << error->what();
+    return error->code();
 }
 
 TEST(PictureFile, ReadsBackEveryPixelOfWhatItWrote) {

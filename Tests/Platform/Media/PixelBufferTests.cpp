@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
-#include <thread>
 #include <vector>
 
 namespace panoveer {
@@ -83,24 +82,6 @@ TEST(PixelBufferPool, HandsOutNoMoreThanTheThresholdAndTakesBuffersBack) {
     ASSERT_TRUE(first);
     EXPECT_EQ(first->plane(0).data, memory);
     EXPECT_EQ(first->color(), ColorAttachments());
-}
-
-TEST(PixelBufferPool, ServesManyThreadsAndMayGoBeforeItsBuffers) {
-    std::vector<PixelBufferPtr> survivors(4);
-    {
-        PixelBufferPool pool("BGRA", 16, 16);
-        std::vector<std::jthread> threads;
-        for (int t = 0; t < 4; ++t)
-            threads.emplace_back([&, t] {
-                for (int i = 0; i < 2000; ++i) {
-                    auto buffer = pool.acquire();
-                    std::memset(buffer->plane(0).data, t, buffer->plane(0).rowBytes);
-                    survivors[std::size_t(t)] = std::move(buffer);
-                }
-            });
-    }
-    for (int t = 0; t < 4; ++t)
-        EXPECT_EQ(int(survivors[std::size_t(t)]->plane(0).data[0]), t);
 }
 
 } // namespace

@@ -3,6 +3,7 @@
 #include "Panoveer/Rendering/Projection/MirrorDomeWarpMesh.h"
 #include "Panoveer/Rendering/Projection/MirrorDomeWarpMeshError.h"
 #include "Panoveer/Rendering/Projection/ProjectionGridGeometry.h"
+#include "Support/Thrown.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -83,13 +84,10 @@ struct BrokenMesh {
 class BrokenMeshes : public MirrorDomeMeshFile, public testing::WithParamInterface<BrokenMesh> {};
 
 TEST_P(BrokenMeshes, AreToldInOneLine) {
-    try {
-        load(GetParam().text);
-        FAIL() << "it was read";
-    } catch (const MirrorDomeWarpMeshError& error) {
-        EXPECT_EQ(error.which(), GetParam().which);
-        EXPECT_EQ(std::string(error.what()), GetParam().message);
-    }
+    const auto error = test::thrown<MirrorDomeWarpMeshError>([&] { load(GetParam().text); });
+    ASSERT_TRUE(error) << "it was read";
+    EXPECT_EQ(error->which(), GetParam().which);
+    EXPECT_EQ(std::string(error->what()), GetParam().message);
 }
 
 BrokenMesh wrongCount(const char* name, const char* text, int expected, int found) {
@@ -132,13 +130,8 @@ INSTANTIATE_TEST_SUITE_P(
 
 TEST_F(MirrorDomeMeshFile, MustBeARegularFileOfText) {
     const auto failure = [](const URL& url) -> std::string {
-        try {
-            MirrorDomeWarpMesh::load(url);
-        } catch (const MirrorDomeWarpMeshError& error) {
-            EXPECT_EQ(error.which(), Case::fileNotReadable);
-            return error.what();
-        }
-        return "it was read";
+        const auto error = test::thrown<MirrorDomeWarpMeshError>([&] { MirrorDomeWarpMesh::load(url); });
+        return error && error->which() == Case::fileNotReadable ? error->what() : "it was read";
     };
     const std::string start = "Cannot read Mirror Dome warp mesh: ";
     for (const auto& place : {folder_ / "gone.data", folder_, fs::path("/dev/zero")})

@@ -1,6 +1,7 @@
 #include "Panoveer/Rendering/Projection/SharedRenderer.h"
 #include "Panoveer/Rendering/Projection/VRMetalProjectionError.h"
 #include "Platform/Core/Localization.h"
+#include "Support/Thrown.h"
 
 #include <unistd.h>
 
@@ -39,14 +40,9 @@ protected:
     }
 
     std::pair<Case, std::int32_t> failureOf(const PixelBufferPtr& source, const PixelBufferPtr& output) {
-        try {
-            start(source, output);
-        } catch (const VRMetalProjectionError& error) {
-            EXPECT_NE(std::string(error.what()).find(std::to_string(error.status())), std::string::npos);
-            return {error.which(), error.status()};
-        }
-        ADD_FAILURE() << "nothing was thrown";
-        return {};
+        const auto error = test::thrown<VRMetalProjectionError>([&] { start(source, output); });
+        EXPECT_NE(std::string(error.value().what()).find(std::to_string(error->status())), std::string::npos);
+        return {error->which(), error->status()};
     }
 
     const PixelBufferPtr chart_ = chartSource(viewTowards(0), yCbCr420VideoRange, 64);
@@ -158,12 +154,9 @@ private:
 TEST_F(VRMetalProjectionRendererTest, NeedsItsKernels) {
     const ResourceFolder resources;
     const auto creationFailure = [&]() -> std::optional<Case> {
-        try {
-            VRMetalProjectionRenderer renderer(renderer_.device());
-        } catch (const VRMetalProjectionError& error) {
-            return error.which();
-        }
-        return std::nullopt;
+        const auto error =
+            test::thrown<VRMetalProjectionError>([&] { VRMetalProjectionRenderer renderer(renderer_.device()); });
+        return error ? std::optional(error->which()) : std::nullopt;
     };
     EXPECT_EQ(creationFailure(), Case::libraryUnavailable);
     resources.write("#version 450\n#if defined(KERNEL_vrProjectFrame)\nvoid main() {}\n#endif\n");
