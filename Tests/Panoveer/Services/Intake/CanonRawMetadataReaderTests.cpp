@@ -1,5 +1,6 @@
 #include "Panoveer/Services/Intake/CanonRawMetadataReader.h"
 #include "Support/MediaFactory.h"
+#include "Support/Thrown.h"
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -93,67 +94,61 @@ TEST_P(ReadableCanonRawMovies, GiveTheirSizeDurationAndRate) {
     EXPECT_NEAR(found.frameRate, GetParam().expected.frameRate, 1e-9);
 }
 
+Bytes movieOf(const Bytes& track, const Bytes& movieHeader = {}) {
+    return box("moov", movieHeader + box("trak", track));
+}
+
+constexpr std::uint32_t unknown = 0xffffffff;
+const auto twoSeconds = times("mvhd", 600, 1200);
+
 INSTANTIATE_TEST_SUITE_P(
     CanonRaw, ReadableCanonRawMovies,
     testing::Values(
-        ReadableMovie{
-            "the media header decides the duration",
-            fileType +
-                box("moov", times("mvhd", 1000, 99000) +
-                                box("trak", trackHeader(88000, 5952, 3140) +
-                                                media(times("mdhd", 30000, 300300) + videoHandler, canonSamples))) +
-                openBox("mdat", zeros(4096)),
-            {5952, 3140, 10.01, 30000.0 / 1001}},
-        ReadableMovie{"64-bit layouts and a 64-bit media box in front",
+        ReadableMovie("the media header decides the duration",
+                      fileType +
+                          movieOf(trackHeader(88000, 5952, 3140) +
+                                      media(times("mdhd", 30000, 300300) + videoHandler, canonSamples),
+                                  times("mvhd", 1000, 99000)) +
+                          openBox("mdat", zeros(4096)),
+                      {5952, 3140, 10.01, 30000.0 / 1001}),
+        ReadableMovie("64-bit layouts and a 64-bit media box in front",
                       fileType + longBox("mdat", zeros(100)) +
                           longBox("moov", times("mvhd", 1000, 5000, 1) +
                                               box("trak", trackHeader(0, 4096.5, 2160.25, 1) +
                                                               media(times("mdhd", 24000, 48000, 1) + videoHandler,
                                                                     sampleTimes({{40, 1000}, {8, 1000}})))),
-                      {4096.5, 2160.25, 2, 24}},
-        ReadableMovie{"boxes that run to the end of what holds them",
-                      openBox("moov", times("mvhd", 600, 1200) +
-                                          openBox("trak", trackHeader(1800, 64, 32) + openBox("mdia", videoHandler))),
-                      {64, 32, 3, 30}},
-        ReadableMovie{
-            "an unknown media duration falls to the track's",
-            box("moov", times("mvhd", 600, 1200) +
-                            box("trak", trackHeader(1800, 64, 32) + media(times("mdhd", 25, 0xffffffff) + videoHandler,
-                                                                          sampleTimes({{50, 1}})))),
-            {64, 32, 3, 25}},
-        ReadableMovie{"an unknown track duration falls to the movie's",
-                      box("moov", times("mvhd", 600, 1200) +
-                                      box("trak", trackHeader(0xffffffff, 64, 32) + media(videoHandler, canonSamples))),
-                      {64, 32, 2, 30}},
-        ReadableMovie{"a media timescale of zero leaves no duration",
-                      box("moov", box("trak", canonSize + media(times("mdhd", 0, 0) + videoHandler, canonSamples))),
-                      {5952, 3140, 0, 0}},
-        ReadableMovie{"without a media header the samples run at thirty a second",
-                      box("moov", box("trak", canonSize + media(videoHandler, canonSamples))),
-                      {5952, 3140, 10, 30}},
-        ReadableMovie{
-            "an unknown media duration without a movie header is counted in samples",
-            box("moov", box("trak", canonSize + media(times("mdhd", 30000, 0xffffffff) + videoHandler, canonSamples))),
-            {5952, 3140, 10.01, 30000.0 / 1001}},
-        ReadableMovie{
-            "no samples at all", box("moov", box("trak", canonSize + media(videoHandler, {}))), {5952, 3140, 0, 30}},
-        ReadableMovie{"a raw track without a handler is found by its sample entry",
+                      {4096.5, 2160.25, 2, 24}),
+        ReadableMovie("boxes that run to the end of what holds them",
+                      openBox("moov",
+                              twoSeconds + openBox("trak", trackHeader(1800, 64, 32) + openBox("mdia", videoHandler))),
+                      {64, 32, 3, 30}),
+        ReadableMovie("an unknown media duration falls to the track's",
+                      movieOf(trackHeader(1800, 64, 32) +
+                                  media(times("mdhd", 25, unknown) + videoHandler, sampleTimes({{50, 1}})),
+                              twoSeconds),
+                      {64, 32, 3, 25}),
+        ReadableMovie("an unknown track duration falls to the movie's",
+                      movieOf(trackHeader(unknown, 64, 32) + media(videoHandler, canonSamples), twoSeconds),
+                      {64, 32, 2, 30}),
+        ReadableMovie("a media timescale of zero leaves no duration",
+                      movieOf(canonSize + media(times("mdhd", 0, 0) + videoHandler, canonSamples)), {5952, 3140, 0, 0}),
+        ReadableMovie("without a media header the samples run at thirty a second",
+                      movieOf(canonSize + media(videoHandler, canonSamples)), {5952, 3140, 10, 30}),
+        ReadableMovie("an unknown media duration without a movie header is counted in samples",
+                      movieOf(canonSize + media(times("mdhd", 30000, unknown) + videoHandler, canonSamples)),
+                      {5952, 3140, 10.01, 30000.0 / 1001}),
+        ReadableMovie("a raw track without a handler is found by its sample entry",
                       box("moov", box("trak", trackHeader(0, 1, 1) + media(handler("soun"), sampleEntry("twos"))) +
                                       box("trak", canonSize + media({}, canonSamples))),
-                      {5952, 3140, 10, 30}},
-        ReadableMovie{"a video handler goes before a raw sample entry",
+                      {5952, 3140, 10, 30}),
+        ReadableMovie("a video handler goes before a raw sample entry",
                       box("moov", box("trak", trackHeader(0, 1, 1) + media(handler("meta"), canonSamples)) +
                                       box("trak", canonSize + media(videoHandler, sampleTimes({{60, 1}})))),
-                      {5952, 3140, 2, 30}},
-        ReadableMovie{"a table that promises more entries than it holds, and padding behind boxes",
-                      box("moov",
-                          box("trak",
-                              canonSize +
-                                  media(times("mdhd", 10, 0xffffffff) + videoHandler,
-                                        box("stts", u32(0) + u32(1000000) + u32(20) + u32(1))) +
-                                  zeros(4))) +
-                          zeros(3),
-                      {5952, 3140, 2, 10}}),
+                      {5952, 3140, 2, 30}),
+        ReadableMovie("a table that promises more entries than it holds",
+                      movieOf(canonSize + media(times("mdhd", 10, unknown) + videoHandler,
+                                                box("stts", u32(0) + u32(1000000) + u32(20) + u32(1)))),
+                      {5952, 3140, 2, 10})),
     [](const auto& parameter) { return testName(parameter.param.name); });
 
 struct UnreadableMovie {
@@ -165,46 +160,40 @@ struct UnreadableMovie {
 class UnreadableCanonRawMovies : public testing::TestWithParam<UnreadableMovie> {};
 
 TEST_P(UnreadableCanonRawMovies, EndInTheErrorThatFits) {
-    try {
-        read(GetParam().content);
-        FAIL() << "was read";
-    } catch (const CanonRawMetadataError& failure) {
-        EXPECT_EQ(failure.reason(), GetParam().reason);
-        EXPECT_NE(std::string(failure.what()), "error.metadata.no_video_track");
-    }
+    const auto failure = test::thrown<CanonRawMetadataError>([] { read(GetParam().content); });
+    ASSERT_TRUE(failure) << "was read";
+    EXPECT_EQ(failure->reason(), GetParam().reason);
 }
 
-Bytes movieWith(const Bytes& table) { return box("moov", box("trak", canonSize + media(videoHandler, table))); }
+Bytes movieWith(const Bytes& table) { return movieOf(canonSize + media(videoHandler, table)); }
 
 INSTANTIATE_TEST_SUITE_P(
     CanonRaw, UnreadableCanonRawMovies,
     testing::Values(
-        UnreadableMovie{"empty file", {}, Case::noVideoTrack},
-        UnreadableMovie{"a lone half header", text("moo"), Case::noVideoTrack},
-        UnreadableMovie{"no movie box", fileType + box("mdat", zeros(64)), Case::noVideoTrack},
-        UnreadableMovie{"text", text("This is no movie, whatever its name may say."), Case::invalidBox},
-        UnreadableMovie{"size below its header", fileType + u32(7) + text("moov"), Case::invalidBox},
-        UnreadableMovie{"long size below its header", u32(1) + text("moov") + u64(15), Case::invalidBox},
-        UnreadableMovie{"long size without room for it", u32(1) + text("moov") + zeros(3), Case::invalidBox},
-        UnreadableMovie{"long size that would wrap around", fileType + u32(1) + text("mdat") + u64(~0ull),
-                        Case::invalidBox},
-        UnreadableMovie{"media cut off in front of the movie box", fileType + u32(1 << 20) + text("mdat") + zeros(64),
-                        Case::invalidBox},
-        UnreadableMovie{"child larger than its parent", box("moov", u32(100) + text("trak") + zeros(8)) + zeros(200),
-                        Case::invalidBox},
-        UnreadableMovie{"sample entry larger than its table",
-                        movieWith(box("stsd", u32(0) + u32(1) + u32(1000) + text("CRAW"))), Case::invalidBox},
-        UnreadableMovie{"durations that overflow",
-                        movieWith(sampleTimes({{0xffffffff, 0xffffffff}, {0xffffffff, 0xffffffff}})), Case::invalidBox},
-        UnreadableMovie{"tracks of other kinds",
+        UnreadableMovie("empty file", {}, Case::noVideoTrack),
+        UnreadableMovie("no movie box", fileType + box("mdat", zeros(64)), Case::noVideoTrack),
+        UnreadableMovie("text", text("This is no movie, whatever its name may say."), Case::invalidBox),
+        UnreadableMovie("size below its header", fileType + u32(7) + text("moov"), Case::invalidBox),
+        UnreadableMovie("long size below its header", u32(1) + text("moov") + u64(15), Case::invalidBox),
+        UnreadableMovie("long size that would wrap around", fileType + u32(1) + text("mdat") + u64(~0ull),
+                        Case::invalidBox),
+        UnreadableMovie("media cut off in front of the movie box", fileType + u32(1 << 20) + text("mdat") + zeros(64),
+                        Case::invalidBox),
+        UnreadableMovie("child larger than its parent", box("moov", u32(100) + text("trak") + zeros(8)) + zeros(200),
+                        Case::invalidBox),
+        UnreadableMovie("sample entry larger than its table",
+                        movieWith(box("stsd", u32(0) + u32(1) + u32(1000) + text("CRAW"))), Case::invalidBox),
+        UnreadableMovie("durations that overflow",
+                        movieWith(sampleTimes({{0xffffffff, 0xffffffff}, {0xffffffff, 0xffffffff}})), Case::invalidBox),
+        UnreadableMovie("tracks of other kinds",
                         box("moov", box("trak", canonSize + media(handler("soun"), sampleEntry("twos")))),
-                        Case::noVideoTrack},
-        UnreadableMovie{"video without a width",
+                        Case::noVideoTrack),
+        UnreadableMovie("video without a width",
                         box("moov", box("trak", trackHeader(0, 0, 3140) + media(videoHandler, canonSamples))),
-                        Case::noVideoTrack},
-        UnreadableMovie{"track header cut short",
+                        Case::noVideoTrack),
+        UnreadableMovie("track header cut short",
                         box("moov", box("trak", box("tkhd", zeros(80)) + media(videoHandler, canonSamples))),
-                        Case::noVideoTrack}),
+                        Case::noVideoTrack)),
     [](const auto& parameter) { return testName(parameter.param.name); });
 
 TEST(CanonRawMetadataReader, GivesUpOnAFloodOfBoxes) {
@@ -229,13 +218,8 @@ TEST(CanonRawMetadataReader, RefusesWhatIsNoRegularFileAtOnce) {
     ASSERT_EQ(::mkfifo((folder / "pipe.crm").c_str(), 0600), 0);
     EXPECT_THROW(CanonRawMetadataReader::read(URL::fromFilePath(folder / "pipe.crm")), CanonRawMetadataError);
     EXPECT_THROW(CanonRawMetadataReader::read(URL::fromFilePath(folder.path())), CanonRawMetadataError);
-    try {
-        CanonRawMetadataReader::read(URL::fromFilePath(folder / "missing.crm"));
-        FAIL() << "was read";
-    } catch (const Error& failure) {
-        EXPECT_EQ(failure.domain(), posixErrorDomain);
-        EXPECT_EQ(failure.code(), ENOENT);
-    }
+    const auto readMissing = [&] { CanonRawMetadataReader::read(URL::fromFilePath(folder / "missing.crm")); };
+    EXPECT_EQ(test::thrown<Error>(readMissing).value().code(), ENOENT);
 }
 
 } // namespace

@@ -57,6 +57,37 @@ GrayscaleImage disc() {
     return test::painted(256, 256, [](int x, int y) { return std::hypot(x - 127.5, y - 127.5) < 100 ? 0.6 : 0.0; });
 }
 
+Evidence named(const char* fileName, Frames frames = {}) { return {.fileName = fileName, .frames = std::move(frames)}; }
+Evidence contained(Container container, const char* fileName = "clip", Frames frames = {}) {
+    return {.container = container, .fileName = fileName, .frames = std::move(frames)};
+}
+Evidence pictured(Frames frames, int width = 3840, int height = 1920, const char* fileName = "clip") {
+    return {.width = width, .height = height, .fileName = fileName, .frames = std::move(frames)};
+}
+Evidence shaped(int width, int height, const char* fileName = "clip") { return pictured({}, width, height, fileName); }
+Evidence stated(StatedImmersiveFormat format, std::optional<Container> container = {}, bool isLens = false) {
+    return {.container = container, .isDualFisheyeLens = isLens, .stated = format};
+}
+
+// What the detector is to say, and of which source.
+Detection as(Source source, Projection projection, Layout layout = Layout::mono, bool eyesSwapped = false) {
+    return {.projection = projection, .stereoLayout = layout, .eyesSwapped = eyesSwapped, .source = source};
+}
+Detection dualFisheye(Source source, double degrees) {
+    auto detection = as(source, Projection::domemaster, Layout::sideBySide, true);
+    detection.fisheyeFieldOfView = degrees;
+    detection.isDualFisheyeLens = true;
+    return detection;
+}
+Detection withCircle(Detection detection) {
+    detection.fisheyeCircle = FisheyeCircle{};
+    return detection;
+}
+Detection withDegrees(Detection detection, double degrees) {
+    detection.fisheyeFieldOfView = degrees;
+    return detection;
+}
+
 struct Verdict {
     const char* name;
     Evidence evidence;
@@ -75,180 +106,115 @@ TEST_P(Verdicts, FollowTheEvidenceInTheOrderOfItsTrust) {
     EXPECT_EQ(found, GetParam().expected);
 }
 
-const Detection sphereByShape{.projection = Projection::equirectangular};
+using enum ProjectionFormat;
+using enum StereoVideoLayout;
+using enum ImmersiveFormatDetection::Source;
+const auto nameOf = [](const auto& test) { return test.param.name; };
+const auto sphereByShape = as(aspectRatio, equirectangular);
+
+Detection halfSphereOfLens() {
+    auto detection = as(metadata, halfEquirectangular, sideBySide);
+    detection.isDualFisheyeLens = true;
+    return detection;
+}
+
+Detection spatialVideo() {
+    auto detection = as(metadata, standard, sideBySide);
+    detection.isStereoMultiview = true;
+    detection.horizontalFieldOfView = 64;
+    detection.stereoBaselineMillimeters = 19.24;
+    return detection;
+}
 
 INSTANTIATE_TEST_SUITE_P(
     Container, Verdicts,
-    testing::Values(Verdict{"GoesBeforeTheName",
-                            {.container = Container{Projection::equirectangular, Layout::overUnder, true},
-                             .fileName = "a_fisheye_sbs"},
-                            {.projection = Projection::equirectangular,
-                             .stereoLayout = Layout::overUnder,
-                             .eyesSwapped = true,
-                             .source = Source::metadata}},
+    testing::Values(Verdict{"GoesBeforeTheName", contained({equirectangular, overUnder, true}, "a_fisheye_sbs"),
+                            as(metadata, equirectangular, overUnder, true)},
                     Verdict{"LeavesTheLayoutToTheFrames",
-                            {.container = Container{.projection = Projection::halfEquirectangular},
-                             .frames = Frames(3, twice(Layout::sideBySide))},
-                            {.projection = Projection::halfEquirectangular,
-                             .stereoLayout = Layout::sideBySide,
-                             .source = Source::metadata}},
+                            contained({.projection = halfEquirectangular}, "clip", Frames(3, twice(sideBySide))),
+                            as(metadata, halfEquirectangular, sideBySide)},
                     Verdict{"LeavesLayoutAndEyesToTheName",
-                            {.container = Container{.projection = Projection::halfEquirectangular, .eyesSwapped = true},
-                             .fileName = "a_rl"},
-                            {.projection = Projection::halfEquirectangular,
-                             .stereoLayout = Layout::sideBySide,
-                             .eyesSwapped = true,
-                             .source = Source::metadata}},
-                    Verdict{"HasNoEyesToSwapInMono",
-                            {.container = Container{Projection::equirectangular, Layout::mono, true}},
-                            {.projection = Projection::equirectangular, .source = Source::metadata}},
-                    Verdict{"LeavesTheProjectionToTheName",
-                            {.container = Container{.stereoLayout = Layout::sideBySide}, .fileName = "a_360"},
-                            {.projection = Projection::equirectangular,
-                             .stereoLayout = Layout::sideBySide,
-                             .source = Source::metadata}},
+                            contained({.projection = halfEquirectangular, .eyesSwapped = true}, "a_rl"),
+                            as(metadata, halfEquirectangular, sideBySide, true)},
+                    Verdict{"HasNoEyesToSwapInMono", contained({equirectangular, mono, true}),
+                            as(metadata, equirectangular)},
+                    Verdict{"LeavesTheProjectionToTheName", contained({.stereoLayout = sideBySide}, "a_360"),
+                            as(metadata, equirectangular, sideBySide)},
                     Verdict{"OfSpatialVideoStaysFlat",
-                            {.width = 2160,
-                             .height = 2160,
-                             .container = Container{Projection::standard, Layout::sideBySide, false, true, 64.0, 19.24},
-                             .frames = Frames(3, disc())},
-                            {.projection = Projection::standard,
-                             .stereoLayout = Layout::sideBySide,
-                             .source = Source::metadata,
-                             .isStereoMultiview = true,
-                             .horizontalFieldOfView = 64,
-                             .stereoBaselineMillimeters = 19.24}}),
-    [](const auto& test) { return test.param.name; });
+                            {2160, 2160, Container{standard, sideBySide, false, true, 64.0, 19.24}, "clip", false,
+                             Frames(3, disc())},
+                            spatialVideo()}),
+    nameOf);
 
 INSTANTIATE_TEST_SUITE_P(
     FileName, Verdicts,
-    testing::Values(
-        Verdict{"GivesTheAperture",
-                {.fileName = "clip_fisheye210_sbs"},
-                {.projection = Projection::domemaster,
-                 .stereoLayout = Layout::sideBySide,
-                 .fisheyeFieldOfView = 210,
-                 .source = Source::fileName}},
-        Verdict{"GoesBeforeTheFrames",
-                {.fileName = "clip_tb", .frames = Frames(3, twice(Layout::sideBySide))},
-                {.projection = Projection::standard, .stereoLayout = Layout::overUnder, .source = Source::fileName}},
-        Verdict{"SaysWhatNoFrameOverturns",
-                {.fileName = "clip_360", .frames = seams(0.1)},
-                {.projection = Projection::equirectangular, .source = Source::fileName}},
-        Verdict{"GivesNoApertureToASphere",
-                {.fileName = "fisheye200_360"},
-                {.projection = Projection::equirectangular, .source = Source::fileName}}),
-    [](const auto& test) { return test.param.name; });
+    testing::Values(Verdict{"GivesTheAperture", named("clip_fisheye210_sbs"),
+                            withDegrees(as(fileName, domemaster, sideBySide), 210)},
+                    Verdict{"GoesBeforeTheFrames", named("clip_tb", Frames(3, twice(sideBySide))),
+                            as(fileName, standard, overUnder)},
+                    Verdict{"SaysWhatNoFrameOverturns", named("clip_360", seams(0.1)), as(fileName, equirectangular)},
+                    Verdict{"GivesNoApertureToASphere", named("fisheye200_360"), as(fileName, equirectangular)}),
+    nameOf);
 
-INSTANTIATE_TEST_SUITE_P(Lens, Verdicts,
-                         testing::Values(Verdict{"IsAPairOfCrossedFisheyes",
-                                                 {.isDualFisheyeLens = true, .frames = greys()},
-                                                 {.projection = Projection::domemaster,
-                                                  .stereoLayout = Layout::sideBySide,
-                                                  .eyesSwapped = true,
-                                                  .fisheyeFieldOfView = 190,
-                                                  .isDualFisheyeLens = true}},
-                                         Verdict{"HasTheApertureOfTheName",
-                                                 {.fileName = "fisheye200", .isDualFisheyeLens = true},
-                                                 {.projection = Projection::domemaster,
-                                                  .stereoLayout = Layout::sideBySide,
-                                                  .eyesSwapped = true,
-                                                  .fisheyeFieldOfView = 200,
-                                                  .isDualFisheyeLens = true,
-                                                  .source = Source::fileName}},
-                                         Verdict{"LeavesThePictureToTheContainer",
-                                                 {.container = Container{Projection::halfEquirectangular,
-                                                                         Layout::sideBySide},
-                                                  .isDualFisheyeLens = true},
-                                                 {.projection = Projection::halfEquirectangular,
-                                                  .stereoLayout = Layout::sideBySide,
-                                                  .isDualFisheyeLens = true,
-                                                  .source = Source::metadata}}),
-                         [](const auto& test) { return test.param.name; });
+INSTANTIATE_TEST_SUITE_P(
+    Lens, Verdicts,
+    testing::Values(
+        Verdict{"IsAPairOfCrossedFisheyes", {3840, 1920, {}, "clip", true, greys()}, dualFisheye(aspectRatio, 190)},
+        Verdict{"HasTheApertureOfTheName", {3840, 1920, {}, "fisheye200", true}, dualFisheye(fileName, 200)},
+        Verdict{"LeavesThePictureToTheContainer",
+                {3840, 1920, Container{halfEquirectangular, sideBySide}, "clip", true},
+                halfSphereOfLens()}),
+    nameOf);
 
 INSTANTIATE_TEST_SUITE_P(
     Pictures, Verdicts,
     testing::Values(
-        Verdict{"OfASphereMeetAtTheirEdges",
-                {.frames = seams(1)},
-                {.projection = Projection::equirectangular, .source = Source::imageAnalysis}},
-        Verdict{"OfAWideFilmDoNot",
-                {.frames = seams(0.1)},
-                {.projection = Projection::standard, .source = Source::imageAnalysis}},
-        Verdict{"BetweenTheTwoLeaveItToTheShape", {.frames = seams(0.42)}, sphereByShape},
-        Verdict{"OfNothingLeaveItToTheShape", {.frames = greys()}, sphereByShape},
-        Verdict{"InATieSayNothing", {.frames = {seams(1)[0], seams(0.1)[0]}}, sphereByShape},
-        Verdict{"InDisagreementOfAllSayNothingOfEyes",
-                {.frames = {twice(Layout::sideBySide), twice(Layout::overUnder), squares()[0]}},
+        Verdict{"OfASphereMeetAtTheirEdges", pictured(seams(1)), as(imageAnalysis, equirectangular)},
+        Verdict{"OfAWideFilmDoNot", pictured(seams(0.1)), as(imageAnalysis, standard)},
+        Verdict{"BetweenTheTwoLeaveItToTheShape", pictured(seams(0.42)), sphereByShape},
+        Verdict{"OfNothingLeaveItToTheShape", pictured(greys()), sphereByShape},
+        Verdict{"InATieSayNothing", pictured({seams(1)[0], seams(0.1)[0]}), sphereByShape},
+        Verdict{"InDisagreementOfAllSayNothingOfEyes", pictured({twice(sideBySide), twice(overUnder), squares()[0]}),
                 sphereByShape},
-        Verdict{"OfImplausibleEyesAreMono",
-                {.width = 1920, .height = 1080, .frames = Frames(3, twice(Layout::sideBySide))},
-                {.projection = Projection::standard}},
-        Verdict{"OfPlausibleEyesAreOverUnder",
-                {.width = 3840, .height = 3840, .frames = Frames(3, twice(Layout::overUnder))},
-                {.projection = Projection::equirectangular,
-                 .stereoLayout = Layout::overUnder,
-                 .source = Source::imageAnalysis}},
-        Verdict{
-            "WithACircleAreAFisheye",
-            {.width = 2100, .height = 1920, .frames = {disc()}},
-            {.projection = Projection::domemaster, .fisheyeCircle = FisheyeCircle{}, .source = Source::imageAnalysis}},
-        Verdict{"WithACircleInAWideFrameAreNot",
-                {.width = 1920, .height = 1080, .frames = {disc()}},
-                {.projection = Projection::standard, .source = Source::imageAnalysis}},
-        Verdict{"ThatAreSquareWithoutACircleAreHalfASphere",
-                {.width = 1920, .height = 1920, .frames = squares()},
-                {.projection = Projection::halfEquirectangular, .source = Source::imageAnalysis}},
-        Verdict{"AreSearchedForACircleWhereTheNameSaysFisheye",
-                {.width = 1920, .height = 1080, .fileName = "fisheye", .frames = {disc()}},
-                {.projection = Projection::domemaster, .fisheyeCircle = FisheyeCircle{}, .source = Source::fileName}}),
-    [](const auto& test) { return test.param.name; });
+        Verdict{"OfImplausibleEyesAreMono", pictured(Frames(3, twice(sideBySide)), 1920, 1080),
+                as(aspectRatio, standard)},
+        Verdict{"OfPlausibleEyesAreOverUnder", pictured(Frames(3, twice(overUnder)), 3840, 3840),
+                as(imageAnalysis, equirectangular, overUnder)},
+        Verdict{"WithACircleAreAFisheye", pictured({disc()}, 2100, 1920), withCircle(as(imageAnalysis, domemaster))},
+        Verdict{"WithACircleInAWideFrameAreNot", pictured({disc()}, 1920, 1080), as(imageAnalysis, standard)},
+        Verdict{"ThatAreSquareWithoutACircleAreHalfASphere", pictured(squares(), 1920, 1920),
+                as(imageAnalysis, halfEquirectangular)},
+        Verdict{"AreSearchedForACircleWhereTheNameSaysFisheye", pictured({disc()}, 1920, 1080, "fisheye"),
+                withCircle(as(fileName, domemaster))}),
+    nameOf);
 
 INSTANTIATE_TEST_SUITE_P(
     Shape, Verdicts,
     testing::Values(Verdict{"OfASphere", {}, sphereByShape},
-                    Verdict{"OfADome", {.width = 4096, .height = 4096}, {.projection = Projection::domemaster}},
-                    Verdict{"OfAPairOfSquares",
-                            {.fileName = "sbs"},
-                            {.projection = Projection::halfEquirectangular,
-                             .stereoLayout = Layout::sideBySide,
-                             .source = Source::fileName}},
-                    Verdict{"OfACube", {.width = 3000, .height = 2000}, {.projection = Projection::eac}},
-                    Verdict{"OfAFilm", {.width = 1920, .height = 1080}, {.projection = Projection::standard}},
-                    Verdict{"OfNothing", {.width = 0, .height = 0}, {.projection = Projection::standard}},
-                    Verdict{"OfALine",
-                            {.width = 1, .height = 0, .fileName = "tb"},
-                            {.projection = Projection::halfEquirectangular,
-                             .stereoLayout = Layout::overUnder,
-                             .source = Source::fileName}}),
-    [](const auto& test) { return test.param.name; });
+                    Verdict{"OfADome", shaped(4096, 4096), as(aspectRatio, domemaster)},
+                    Verdict{"OfAPairOfSquares", named("sbs"), as(fileName, halfEquirectangular, sideBySide)},
+                    Verdict{"OfACube", shaped(3000, 2000), as(aspectRatio, eac)},
+                    Verdict{"OfAFilm", shaped(1920, 1080), as(aspectRatio, standard)},
+                    Verdict{"OfNothing", shaped(0, 0), as(aspectRatio, standard)},
+                    Verdict{"OfALine", shaped(1, 0, "tb"), as(fileName, halfEquirectangular, overUnder)}),
+    nameOf);
 
 INSTANTIATE_TEST_SUITE_P(
     Statement, Verdicts,
-    testing::Values(
-        Verdict{"GoesBeforeTheContainer",
-                {.container = Container{Projection::equirectangular, Layout::overUnder, true},
-                 .stated = {Projection::halfEquirectangular, Layout::sideBySide}},
-                {.projection = Projection::halfEquirectangular,
-                 .stereoLayout = Layout::sideBySide,
-                 .source = Source::metadata}},
-        Verdict{
-            "OfAFisheyeHasItsCircleSearched",
-            {.width = 1920, .height = 1080, .frames = {disc()}, .stated = {.projection = Projection::domemaster}},
-            {.projection = Projection::domemaster, .fisheyeCircle = FisheyeCircle{}, .source = Source::imageAnalysis}},
-        Verdict{"OfAnotherProjectionTakesTheLensAway",
-                {.isDualFisheyeLens = true, .stated = {.projection = Projection::halfEquirectangular}},
-                {.projection = Projection::halfEquirectangular}},
-        Verdict{"OfTheEyesGoesBeforeAll",
-                {.container = Container{Projection::halfEquirectangular, Layout::sideBySide, true},
-                 .stated = {.eyesSwapped = false}},
-                {.projection = Projection::halfEquirectangular,
-                 .stereoLayout = Layout::sideBySide,
-                 .source = Source::metadata}},
-        Verdict{"OfSwappedEyesMeansNothingInMono",
-                {.stated = {Projection::equirectangular, Layout::mono, true}},
-                sphereByShape}),
-    [](const auto& test) { return test.param.name; });
+    testing::Values(Verdict{"GoesBeforeTheContainer",
+                            stated({halfEquirectangular, sideBySide}, Container{equirectangular, overUnder, true}),
+                            as(metadata, halfEquirectangular, sideBySide)},
+                    Verdict{"OfAFisheyeHasItsCircleSearched",
+                            {1920, 1080, {}, "clip", false, {disc()}, {.projection = domemaster}},
+                            withCircle(as(imageAnalysis, domemaster))},
+                    Verdict{"OfAnotherProjectionTakesTheLensAway",
+                            stated({.projection = halfEquirectangular}, {}, true),
+                            as(aspectRatio, halfEquirectangular)},
+                    Verdict{"OfTheEyesGoesBeforeAll",
+                            stated({.eyesSwapped = false}, Container{halfEquirectangular, sideBySide, true}),
+                            as(metadata, halfEquirectangular, sideBySide)},
+                    Verdict{"OfSwappedEyesMeansNothingInMono", stated({equirectangular, mono, true}), sphereByShape}),
+    nameOf);
 
 TEST(StereoVote, NeedsAGoodMatchAndALead) {
     struct Row {
@@ -315,7 +281,7 @@ TEST(ImmersiveFormatDetector, HasAnAnswerForEveryFrame) {
 struct Recording {
     const char* name;
     test::SyntheticClip clip;
-    Source source = Source::imageAnalysis;
+    Source source = imageAnalysis;
 
     friend std::ostream& operator<<(std::ostream& stream, const Recording& recording) {
         return stream << recording.name;
@@ -344,35 +310,27 @@ using Clip = test::SyntheticClip;
 
 INSTANTIATE_TEST_SUITE_P(
     Synthetic, Recordings,
-    testing::Values(
-        Recording{"Film", Clip{11, Projection::standard, Layout::mono, false, 512, 288}},
-        // The bars make its halves alike, though not alike enough.
-        Recording{"FilmBetweenBars",
-                  Clip{12, Projection::standard, Layout::mono, false, 512, 288, {}, 180, false, 0, 0, 0.12},
-                  Source::aspectRatio},
-        Recording{"FilmPair", Clip{13, Projection::standard, Layout::sideBySide, false, 768, 216}},
-        Recording{"Sphere", Clip{21, Projection::equirectangular, Layout::mono, false, 512, 256}},
-        Recording{"SphereInNoise",
-                  Clip{22, Projection::equirectangular, Layout::mono, false, 512, 256, {}, 180, false, 0.015}},
-        Recording{"SphereAtNight",
-                  Clip{23, Projection::equirectangular, Layout::mono, false, 512, 256, {}, 180, true, 0.01}},
-        Recording{"SpherePair", Clip{24, Projection::equirectangular, Layout::overUnder, false, 512, 512}},
-        Recording{"SpherePairSwapped", Clip{25, Projection::equirectangular, Layout::overUnder, true, 512, 512}},
-        Recording{"SpherePairSideBySide", Clip{26, Projection::equirectangular, Layout::sideBySide, true, 1024, 256}},
-        Recording{"HalfSphere", Clip{31, Projection::halfEquirectangular, Layout::mono, false, 384, 384}},
-        Recording{"HalfSpherePair", Clip{32, Projection::halfEquirectangular, Layout::sideBySide, false, 768, 384}},
-        Recording{"HalfSpherePairSwapped",
-                  Clip{33, Projection::halfEquirectangular, Layout::sideBySide, true, 768, 384}},
-        Recording{"Fisheye", Clip{41, Projection::domemaster, Layout::mono, false, 384, 384, {0.52, 0.49, 0.46}, 200}},
-        Recording{
-            "FisheyeWithGreyCorners",
-            Clip{42, Projection::domemaster, Layout::mono, false, 384, 384, {0.5, 0.5, 0.48}, 180, false, 0.02, 0.05}},
-        Recording{"FisheyePair",
-                  Clip{43, Projection::domemaster, Layout::sideBySide, false, 768, 384, {0.5, 0.5, 0.47}, 190}},
-        Recording{"FisheyePairSwapped",
-                  Clip{44, Projection::domemaster, Layout::sideBySide, true, 768, 384, {0.5, 0.5, 0.47}, 190}},
-        Recording{"EquiAngularPair", Clip{51, Projection::eac, Layout::overUnder, false, 480, 640}}),
-    [](const auto& test) { return test.param.name; });
+    testing::Values(Recording{"Film", Clip{11, standard, mono, false, 512, 288}},
+                    // The bars make its halves alike, though not alike enough.
+                    Recording{"FilmBetweenBars", Clip{12, standard, mono, false, 512, 288, {}, 180, false, 0, 0, 0.12},
+                              aspectRatio},
+                    Recording{"FilmPair", Clip{13, standard, sideBySide, false, 768, 216}},
+                    Recording{"SphereInNoise", Clip{22, equirectangular, mono, false, 512, 256, {}, 180, false, 0.015}},
+                    Recording{"SphereAtNight", Clip{23, equirectangular, mono, false, 512, 256, {}, 180, true, 0.01}},
+                    Recording{"SpherePair", Clip{24, equirectangular, overUnder, false, 512, 512}},
+                    Recording{"SpherePairSwapped", Clip{25, equirectangular, overUnder, true, 512, 512}},
+                    Recording{"SpherePairSideBySide", Clip{26, equirectangular, sideBySide, true, 1024, 256}},
+                    Recording{"HalfSphere", Clip{31, halfEquirectangular, mono, false, 384, 384}},
+                    Recording{"HalfSpherePair", Clip{32, halfEquirectangular, sideBySide, false, 768, 384}},
+                    Recording{"HalfSpherePairSwapped", Clip{33, halfEquirectangular, sideBySide, true, 768, 384}},
+                    Recording{"Fisheye", Clip{41, domemaster, mono, false, 384, 384, {0.52, 0.49, 0.46}, 200}},
+                    Recording{"FisheyeWithGreyCorners",
+                              Clip{42, domemaster, mono, false, 384, 384, {0.5, 0.5, 0.48}, 180, false, 0.02, 0.05}},
+                    Recording{"FisheyePair", Clip{43, domemaster, sideBySide, false, 768, 384, {0.5, 0.5, 0.47}, 190}},
+                    Recording{"FisheyePairSwapped",
+                              Clip{44, domemaster, sideBySide, true, 768, 384, {0.5, 0.5, 0.47}, 190}},
+                    Recording{"EquiAngularPair", Clip{51, eac, overUnder, false, 480, 640}}),
+    nameOf);
 
 } // namespace
 } // namespace panoveer

@@ -185,15 +185,6 @@ TEST(FisheyeCircle, IsFoundAmongLampsAndIsNoSquare) {
     EXPECT_FALSE(fisheyeCircle(square));
 }
 
-TEST(AverageCircle, IsTheMeanOfAll) {
-    EXPECT_FALSE(averageCircle({}));
-    const FisheyeCircle circles[] = {{0.4, 0.5, 0.46}, {0.6, 0.5, 0.50}};
-    const auto mean = averageCircle(circles);
-    ASSERT_TRUE(mean);
-    EXPECT_NEAR(mean->centerX, 0.5, 1e-12);
-    EXPECT_NEAR(mean->radius, 0.48, 1e-12);
-}
-
 TEST(ImmersiveImageAnalysis, MakesNothingOfPicturesThatShowNothing) {
     const double greys[] = {0, 0.5, 1e30, std::nan(""), std::numeric_limits<double>::infinity()};
     const std::pair<int, int> sizes[] = {{0, 0}, {1, 1}, {1, 9}, {9, 1}, {2, 2}, {17, 3}, {3, 400}, {300, 301}};

@@ -94,21 +94,6 @@ TEST_F(MediaImportScannerTests, NumberedPicturesBecomeOneItemForEachFolderStemAn
                             skipped("x001.png", Reason::imageSequence(2))));
 }
 
-TEST_F(MediaImportScannerTests, ASequenceBesideAMovieIsCountedOnce) {
-    for (int i = 1; i <= 300; ++i)
-        test::writeFile(folder / ("render." + std::to_string(1000 + i) + ".png"), {});
-    makeFiles({"render.mp4"});
-    const auto found = scanFolder();
-    EXPECT_THAT(names(found.videoURLs), ElementsAre("render.mp4"));
-    EXPECT_THAT(found.skipped, ElementsAre(skipped("render.1001.png", Reason::imageSequence(300))));
-}
-
-TEST_F(MediaImportScannerTests, PicturesGivenOneByOneGroupAcrossTheWholeDrop) {
-    makeFiles({"a1.png", "a2.png", "film.mov"});
-    EXPECT_THAT(scan({url("a1.png"), url("film.mov"), url("a2.png")}).skipped,
-                ElementsAre(skipped("a1.png", Reason::imageSequence(2))));
-}
-
 TEST_F(MediaImportScannerTests, AFolderWithoutMediaIsEmptyEvenWhenItHoldsProjects) {
     fs::create_directories(folder / "nothing");
     makeFiles({"projects/a.pnvee", "pictures/a.png", "pictures/.b.mov"});
@@ -177,15 +162,6 @@ TEST_F(MediaImportScannerTests, FoldersThatCannotBeReadAreReportedBesideWhatCan)
     EXPECT_EQ(found.skipped[0].name, "closed");
     EXPECT_EQ(found.skipped[0].reason.value, Reason::Case::unreadable);
     EXPECT_THAT(found.skipped[0].reason.message, testing::HasSubstr("Permission denied"));
-}
-
-TEST_F(MediaImportScannerTests, AStopRequestEndsAScan) {
-    makeFiles({"film.mov"});
-    std::stop_source source;
-    source.request_stop();
-    const std::vector<URL> urls{url()};
-    EXPECT_THROW(MediaImportScanner::scan(urls, MediaImportScanner::containsMovingPictures, source.get_token()),
-                 Cancelled);
 }
 
 TEST_F(MediaImportScannerTests, OddExtensionsAreJudgedByTheirContent) {

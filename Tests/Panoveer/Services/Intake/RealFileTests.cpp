@@ -69,37 +69,34 @@ const VideoColorMetadata matrixAlone{Primaries::bt709, Transfer::bt709, Matrix::
 
 INSTANTIATE_TEST_SUITE_P(
     Intake, RealFiles,
-    testing::Values(
-        RealFile{"bbb_2500ms.ts", Backend::ffmpeg, {1920, 1080}, 24},
-        RealFile{"bear-vp9.webm", Backend::ffmpeg, {320, 240}, 30000.0 / 1001},
-        RealFile{"bt601.mov", native, {640, 428}, 300000.0 / 10201, Orientation::up, bt601},
-        RealFile{"hlg10-color-test.mp4", native, {1920, 1080}, 90000.0 / 3001, Orientation::up, hlg},
-        RealFile{"internal_emulator_transformer_output_270_rotated.mp4",
-                 native,
-                 {720, 1280},
-                 30000.0 / 1001,
-                 Orientation::left},
-        // Its pictures are broken, its description is whole.
-        RealFile{"invalid-bitstream.webm", Backend::ffmpeg, {320, 240}, 25},
-        // Stored as 640 by 322 with pixels that are a little wide, which makes a sphere of it.
-        RealFile{"richoh1_0_3.mp4", native, {644, 322}, 30},
-        RealFile{"roadtrip-vp92-10bit.webm", Backend::ffmpeg, {426, 240}, 24000.0 / 1001, Orientation::up, matrixAlone},
-        RealFile{"sample.avi", native, {960, 400}, 24000.0 / 1001},
-        RealFile{"sample.mkv", native, {1080, 720}, 30000.0 / 1001},
-        RealFile{"sample.mp4", native, {1080, 720}, 30000.0 / 1001},
-        RealFile{"sample_av1.mp4", Backend::ffmpeg, {1080, 720}, 30000.0 / 1001},
-        RealFile{"sample_edit_list.mp4", native, {1080, 1920}, 51600.0 / 1841, Orientation::right, hlg},
-        RealFile{"sample_fragmented.mp4", native, {1080, 720}, 30000.0 / 1001},
-        RealFile{"sample_h262_mpeg_audio.ts", Backend::ffmpeg, {640, 426}, 30000.0 / 1001},
-        RealFile{"sample_missing_stsd.mp4", native, {1080, 720}, 30000.0 / 1001},
-        RealFile{"sample_shorter_audio.mp4", native, {320, 240}, 60, Orientation::up, bt601},
-        RealFile{
-            "sample_with_colr_mdcv_and_clli.mp4", Backend::ffmpeg, {1920, 1080}, 60000.0 / 1001, Orientation::up, pq},
-        RealFile{"sowt-with-video.mov", native, {1920, 1080}, 50},
-        RealFile{"testRoom1_1080Stereo.mp4", native, {1080, 1080}, 30},
-        RealFile{"testRoom1_1920Mono.mp4", native, {1920, 960}, 30},
-        // Multiview is decoded by FFmpeg; the size is one eye's.
-        RealFile{"water_180_mvhevc_5frames.mov", Backend::ffmpeg, {1934, 2160}, 90}),
+    testing::Values(RealFile("bbb_2500ms.ts", Backend::ffmpeg, {1920, 1080}, 24),
+                    RealFile("bear-vp9.webm", Backend::ffmpeg, {320, 240}, 30000.0 / 1001),
+                    RealFile("bt601.mov", native, {640, 428}, 300000.0 / 10201, Orientation::up, bt601),
+                    RealFile("hlg10-color-test.mp4", native, {1920, 1080}, 90000.0 / 3001, Orientation::up, hlg),
+                    RealFile("internal_emulator_transformer_output_270_rotated.mp4", native, {720, 1280},
+                             30000.0 / 1001, Orientation::left),
+                    // Its pictures are broken, its description is whole.
+                    RealFile("invalid-bitstream.webm", Backend::ffmpeg, {320, 240}, 25),
+                    // Stored as 640 by 322 with pixels that are a little wide, which makes a sphere of it.
+                    RealFile("richoh1_0_3.mp4", native, {644, 322}, 30),
+                    RealFile("roadtrip-vp92-10bit.webm", Backend::ffmpeg, {426, 240}, 24000.0 / 1001, Orientation::up,
+                             matrixAlone),
+                    RealFile("sample.avi", native, {960, 400}, 24000.0 / 1001),
+                    RealFile("sample.mkv", native, {1080, 720}, 30000.0 / 1001),
+                    RealFile("sample.mp4", native, {1080, 720}, 30000.0 / 1001),
+                    RealFile("sample_av1.mp4", Backend::ffmpeg, {1080, 720}, 30000.0 / 1001),
+                    RealFile("sample_edit_list.mp4", native, {1080, 1920}, 51600.0 / 1841, Orientation::right, hlg),
+                    RealFile("sample_fragmented.mp4", native, {1080, 720}, 30000.0 / 1001),
+                    RealFile("sample_h262_mpeg_audio.ts", Backend::ffmpeg, {640, 426}, 30000.0 / 1001),
+                    RealFile("sample_missing_stsd.mp4", native, {1080, 720}, 30000.0 / 1001),
+                    RealFile("sample_shorter_audio.mp4", native, {320, 240}, 60, Orientation::up, bt601),
+                    RealFile("sample_with_colr_mdcv_and_clli.mp4", Backend::ffmpeg, {1920, 1080}, 60000.0 / 1001,
+                             Orientation::up, pq),
+                    RealFile("sowt-with-video.mov", native, {1920, 1080}, 50),
+                    RealFile("testRoom1_1080Stereo.mp4", native, {1080, 1080}, 30),
+                    RealFile("testRoom1_1920Mono.mp4", native, {1920, 960}, 30),
+                    // Multiview is decoded by FFmpeg; the size is one eye's.
+                    RealFile("water_180_mvhevc_5frames.mov", Backend::ffmpeg, {1934, 2160}, 90)),
     [](const auto& parameter) { return testName(parameter.param.name); });
 
 struct RealFormat {

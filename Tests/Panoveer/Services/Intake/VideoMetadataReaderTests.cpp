@@ -3,6 +3,7 @@
 #include "Panoveer/Services/Intake/FFmpegRuntime.h"
 #include "Panoveer/Services/Intake/VideoMetadataReader.h"
 #include "Support/MediaFactory.h"
+#include "Support/Thrown.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -28,9 +29,9 @@ void writeText(const fs::path& file, std::string_view text) {
 
 struct MadeMovie {
     const char* name;
-    test::MovieSpec spec;
     Backend backend;
-    CGSizeValue size;
+    const char *file, *codec, *pixelFormat;
+    int rotationDegrees = 0;
     Orientation orientation = Orientation::up;
     bool containsAlpha = false;
 };
@@ -42,12 +43,17 @@ class MadeMovies : public testing::TestWithParam<MadeMovie> {};
 TEST_P(MadeMovies, AreReadByTheRoadThatDecodesThem) {
     const auto& expected = GetParam();
     const test::TemporaryFolder folder;
-    const auto file = test::makeMovie(folder, expected.spec);
+    test::MovieSpec spec{.name = expected.file, .codec = expected.codec, .pixelFormat = expected.pixelFormat};
+    spec.rotationDegrees = expected.rotationDegrees;
+    if (spec.name.ends_with("MTS"))
+        spec.outputOptions = {"-f", "mpegts"};
+    const auto file = test::makeMovie(folder, spec);
     const auto asset = read(file);
     EXPECT_EQ(asset.url, URL::fromFilePath(file));
     EXPECT_EQ(asset.displayName, file.stem().string());
     EXPECT_EQ(asset.videoDecodingBackend, expected.backend);
-    EXPECT_EQ(asset.naturalSize, expected.size);
+    const bool isOnItsSide = expected.rotationDegrees % 180 != 0;
+    EXPECT_EQ(asset.naturalSize, (isOnItsSide ? CGSizeValue{96, 160} : CGSizeValue{160, 96}));
     EXPECT_EQ(asset.sourceOrientation, expected.orientation);
     EXPECT_EQ(asset.containsAlphaChannel, expected.containsAlpha);
     EXPECT_NEAR(asset.frameRate, 30, 1e-3);
@@ -61,98 +67,54 @@ TEST_P(MadeMovies, AreReadByTheRoadThatDecodesThem) {
     EXPECT_NE(asset.id, read(file).id);
 }
 
+constexpr auto ffmpeg = Backend::ffmpeg;
+constexpr auto x264 = "libx264", vp9 = "libvpx-vp9", eightBits = "yuv420p";
+
 INSTANTIATE_TEST_SUITE_P(
     Intake, MadeMovies,
-    testing::Values(
-        MadeMovie{"MovH264", {.name = "a.mov"}, native, {160, 96}},
-        MadeMovie{"Mp4Hevc", {.name = "a.mp4", .codec = "libx265", .pixelFormat = "yuv420p10le"}, native, {160, 96}},
-        MadeMovie{"MkvH264", {.name = "a.mkv"}, native, {160, 96}},
-        MadeMovie{"AviMjpeg", {.name = "a.avi", .codec = "mjpeg", .pixelFormat = "yuvj420p"}, native, {160, 96}},
-        MadeMovie{"ProResWithAlpha",
-                  {.name = "a.mov", .codec = "prores_ks", .pixelFormat = "yuva444p10le"},
-                  native,
-                  {160, 96},
-                  Orientation::up,
-                  true},
-        MadeMovie{"WebmVp9", {.name = "a.webm", .codec = "libvpx-vp9"}, Backend::ffmpeg, {160, 96}},
-        MadeMovie{"MovAnimationWithAlpha",
-                  {.name = "a.mov", .codec = "qtrle", .pixelFormat = "argb"},
-                  Backend::ffmpeg,
-                  {160, 96},
-                  Orientation::up,
-                  true},
-        MadeMovie{"Mp4Vp9", {.name = "a.mp4", .codec = "libvpx-vp9"}, Backend::ffmpeg, {160, 96}},
-        MadeMovie{"TransportStreamInUpperCase",
-                  {.name = "a.MTS", .outputOptions = {"-f", "mpegts"}},
-                  Backend::ffmpeg,
-                  {160, 96}},
-        MadeMovie{"MpegProgramStream", {.name = "a.mpg", .codec = "mpeg2video"}, Backend::ffmpeg, {160, 96}},
-        MadeMovie{
-            "PhoneMovieOnItsSide", {.name = "a.mov", .rotationDegrees = 90}, native, {96, 160}, Orientation::right},
-        MadeMovie{
-            "PhoneMovieOnItsHead", {.name = "a.mov", .rotationDegrees = 180}, native, {160, 96}, Orientation::down},
-        MadeMovie{"Vp9MovieOnItsOtherSide",
-                  {.name = "a.mp4", .codec = "libvpx-vp9", .rotationDegrees = 270},
-                  Backend::ffmpeg,
-                  {96, 160},
-                  Orientation::left}),
+    testing::Values(MadeMovie{"MovH264", native, "a.mov", x264, eightBits},
+                    MadeMovie{"Mp4Hevc", native, "a.mp4", "libx265", "yuv420p10le"},
+                    MadeMovie{"MkvH264", native, "a.mkv", x264, eightBits},
+                    MadeMovie{"AviMjpeg", native, "a.avi", "mjpeg", "yuvj420p"},
+                    MadeMovie{"ProResWithAlpha", native, "a.mov", "prores_ks", "yuva444p10le", 0, Orientation::up,
+                              true},
+                    MadeMovie{"WebmVp9", ffmpeg, "a.webm", vp9, eightBits},
+                    MadeMovie{"MovAnimationWithAlpha", ffmpeg, "a.mov", "qtrle", "argb", 0, Orientation::up, true},
+                    MadeMovie{"Mp4Vp9", ffmpeg, "a.mp4", vp9, eightBits},
+                    MadeMovie{"TransportStreamInUpperCase", ffmpeg, "a.MTS", x264, eightBits},
+                    MadeMovie{"MpegProgramStream", ffmpeg, "a.mpg", "mpeg2video", eightBits},
+                    MadeMovie{"PhoneMovieOnItsSide", native, "a.mov", x264, eightBits, 90, Orientation::right},
+                    MadeMovie{"PhoneMovieOnItsHead", native, "a.mov", x264, eightBits, 180, Orientation::down},
+                    MadeMovie{"Vp9MovieOnItsOtherSide", ffmpeg, "a.mp4", vp9, eightBits, 270, Orientation::left}),
     [](const auto& parameter) { return parameter.param.name; });
 
-TEST(VideoMetadataReader, GuessesTheProjectionFromTheDisplayedShape) {
-    const test::TemporaryFolder folder;
-    const auto wide = test::makeMovie(folder, {.name = "wide.mov", .width = 256, .height = 128, .frameCount = 2});
-    const auto turned = test::makeMovie(
-        folder, {.name = "turned.mov", .width = 128, .height = 256, .frameCount = 2, .rotationDegrees = 90});
-    EXPECT_EQ(read(wide).detectedFormat, ProjectionFormat::equirectangular);
-    EXPECT_EQ(read(turned).detectedFormat, ProjectionFormat::equirectangular);
-}
-
 TEST(VideoMetadataReader, KeepsColoursOnBothRoads) {
+    using P = VideoColorPrimaries;
+    using T = VideoTransferFunction;
+    using M = VideoYCbCrMatrix;
     struct Row {
-        const char* codec;
-        const char *primaries, *transfer, *matrix;
+        const char *codec, *primaries, *transfer, *matrix;
         VideoColorMetadata expected;
     };
-    const Row rows[] = {
-        {"libx265",
-         "bt2020",
-         "smpte2084",
-         "bt2020nc",
-         {VideoColorPrimaries::bt2020, VideoTransferFunction::pq, VideoYCbCrMatrix::bt2020, {}, {}}},
-        {"libvpx-vp9",
-         "bt2020",
-         "arib-std-b67",
-         "bt2020nc",
-         {VideoColorPrimaries::bt2020, VideoTransferFunction::hlg, VideoYCbCrMatrix::bt2020, {}, {}}},
-        {"libx264",
-         "smpte432",
-         "iec61966-2-1",
-         "smpte170m",
-         {VideoColorPrimaries::p3D65, VideoTransferFunction::sRGB, VideoYCbCrMatrix::bt601, {}, {}}},
-        {"libx264", "", "", "", VideoColorMetadata::rec709},
-    };
-    for (const auto& row : rows) {
+    for (const auto& row : {Row{"libx265", "bt2020", "smpte2084", "bt2020nc", {P::bt2020, T::pq, M::bt2020, {}, {}}},
+                            Row{vp9, "bt2020", "arib-std-b67", "bt2020nc", {P::bt2020, T::hlg, M::bt2020, {}, {}}},
+                            Row{x264, "smpte432", "iec61966-2-1", "smpte170m", {P::p3D65, T::sRGB, M::bt601, {}, {}}},
+                            Row{x264, "", "", "", VideoColorMetadata::rec709}}) {
         const test::TemporaryFolder folder;
-        EXPECT_EQ(read(test::makeMovie(folder, {.name = "a.mp4",
-                                                .frameCount = 3,
-                                                .codec = row.codec,
-                                                .primaries = row.primaries,
-                                                .transfer = row.transfer,
-                                                .matrix = row.matrix}))
-                      .colorMetadata,
-                  row.expected)
-            << row.codec << ' ' << row.transfer;
+        test::MovieSpec spec{.name = "a.mp4", .frameCount = 3, .codec = row.codec};
+        spec.primaries = row.primaries;
+        spec.transfer = row.transfer;
+        spec.matrix = row.matrix;
+        EXPECT_EQ(read(test::makeMovie(folder, spec)).colorMetadata, row.expected) << row.codec << ' ' << row.transfer;
     }
 }
 
 // A movie whose pictures are destroyed while its index is whole: it opens everywhere and decodes nowhere.
 std::vector<std::uint8_t> movieWithoutPictures(const test::TemporaryFolder& folder) {
     auto bytes = test::readFile(test::makeMovie(folder, {.name = "whole.mp4", .frameCount = 5}));
-    const std::string_view tag = "mdat";
-    const auto media = std::ranges::search(bytes, tag);
-    const auto size = std::size_t(media.begin()[-4]) << 24 | std::size_t(media.begin()[-3]) << 16 |
-                      std::size_t(media.begin()[-2]) << 8 | std::size_t(media.begin()[-1]);
-    std::fill_n(media.end(), size - 8, std::uint8_t(0xff));
+    const auto media = test::findBox(bytes, {"mdat"});
+    std::fill(bytes.begin() + std::ptrdiff_t(media.content), bytes.begin() + std::ptrdiff_t(media.end),
+              std::uint8_t(0xff));
     return bytes;
 }
 
@@ -183,13 +145,9 @@ TEST(VideoMetadataReader, GivesTheUsefulErrorOfTheRoadsThatFailed) {
 
     // Two roads, and FFmpeg's cannot even inspect the file: the native failure says more.
     for (const auto* name : {"missing.mov", "note.mov", "note.mkv"}) {
-        try {
-            read(folder / name);
-            FAIL() << name << " was read";
-        } catch (const Error& failure) {
-            EXPECT_EQ(failure.domain(), name == std::string("missing.mov") ? posixErrorDomain : mediaErrorDomain)
-                << name;
-        }
+        const auto failure = test::thrown<Error>([&] { read(folder / name); });
+        ASSERT_TRUE(failure) << name << " was read";
+        EXPECT_EQ(failure->domain(), name == std::string("missing.mov") ? posixErrorDomain : mediaErrorDomain) << name;
     }
     EXPECT_THROW(read(sound), VideoMetadataError);
     // One road only.
@@ -259,12 +217,8 @@ TEST(VideoMetadataReader, AsksForAPlaybackClockOnTheFFmpegRoadAlone) {
     const auto fail = [](const URL&, double, bool, const std::stop_token&) -> std::optional<URL> {
         throw Error("disk full");
     };
-    try {
-        VideoMetadataReader::readStreams(URL::fromFilePath(silent), {}, fail);
-        FAIL() << "was read";
-    } catch (const Error& failure) {
-        EXPECT_STREQ(failure.what(), "disk full");
-    }
+    const auto readAndFail = [&] { VideoMetadataReader::readStreams(URL::fromFilePath(silent), {}, fail); };
+    EXPECT_STREQ(test::thrown<Error>(readAndFail).value().what(), "disk full");
 }
 
 TEST(VideoMetadataReader, StopsBetweenItsSteps) {
