@@ -21,8 +21,7 @@ const int invalidArgument = -EINVAL; // AVERROR of it
 using Call = std::function<int(char* error, int length)>;
 
 struct Fault {
-    const char* name;
-    const char* text;
+    const char* what; // is invalid
     Call call;
 };
 
@@ -34,69 +33,56 @@ std::int32_t count;
 std::uint8_t byte;
 const char* const path = "/nowhere";
 
-const std::vector<Fault>& argumentFaults() {
-    static const std::vector<Fault> faults = {
-        {"ProbeWithoutPath", "Invalid FFmpeg probe arguments",
-         [](char* e, int n) { return PNVFFmpegProbe(nullptr, &info, e, n); }},
-        {"ProbeWithoutInfo", "Invalid FFmpeg probe arguments",
-         [](char* e, int n) { return PNVFFmpegProbe(path, nullptr, e, n); }},
-        {"KeyframeBeforeZero", "Invalid FFmpeg keyframe lookup arguments",
+TEST(FFmpegBridge, GivesTheTextOfAFaultyArgumentWhereThereIsRoomForOne) {
+    const Fault faults[] = {
+        {"probe arguments", [](char* e, int n) { return PNVFFmpegProbe(nullptr, &info, e, n); }},
+        {"probe arguments", [](char* e, int n) { return PNVFFmpegProbe(path, nullptr, e, n); }},
+        {"keyframe lookup arguments",
          [](char* e, int n) { return PNVFFmpegPreviousKeyframeTime(path, &seconds, e, n, -0.1); }},
-        {"KeyframeAtNotANumber", "Invalid FFmpeg keyframe lookup arguments",
+        {"keyframe lookup arguments",
          [](char* e, int n) { return PNVFFmpegPreviousKeyframeTime(path, &seconds, e, n, std::nan("")); }},
-        {"KeyframeWithoutOutput", "Invalid FFmpeg keyframe lookup arguments",
+        {"keyframe lookup arguments",
          [](char* e, int n) { return PNVFFmpegPreviousKeyframeTime(path, nullptr, e, n, 0); }},
-        {"OpenWithoutReader", "Invalid FFmpeg open arguments",
-         [](char* e, int n) { return PNVFFmpegOpen(path, 0, 0, 0, nullptr, e, n, 0, 0); }},
-        {"SeekWithoutReader", "Invalid FFmpeg seek reader",
-         [](char* e, int n) { return PNVFFmpegSeek(nullptr, e, n, 0); }},
-        {"BGRAWithoutDestination", "Invalid FFmpeg destination buffer",
+        {"open arguments", [](char* e, int n) { return PNVFFmpegOpen(path, 0, 0, 0, nullptr, e, n, 0, 0); }},
+        {"seek reader", [](char* e, int n) { return PNVFFmpegSeek(nullptr, e, n, 0); }},
+        {"destination buffer",
          [](char* e, int n) { return PNVFFmpegReadFrameIntoBGRA(nullptr, nullptr, 0, &frame, e, n); }},
-        {"BGRAAtOrAfterWithoutDestination", "Invalid FFmpeg destination buffer",
+        {"destination buffer",
          [](char* e, int n) {
              return PNVFFmpegReadFrameAtOrAfterIntoBGRA(nullptr, nullptr, 0, &frame, e, n, nullptr, 0);
          }},
-        {"BGRAWithoutReader", "Invalid FFmpeg read arguments",
-         [](char* e, int n) { return PNVFFmpegReadFrameIntoBGRA(nullptr, &byte, 4, &frame, e, n); }},
-        {"NV12WithoutChroma", "Invalid FFmpeg NV12 destination buffer",
+        {"read arguments", [](char* e, int n) { return PNVFFmpegReadFrameIntoBGRA(nullptr, &byte, 4, &frame, e, n); }},
+        {"NV12 destination buffer",
          [](char* e, int n) { return PNVFFmpegReadFrameIntoNV12(nullptr, &byte, 1, nullptr, 1, &frame, e, n); }},
-        {"NV12AtOrAfterWithoutLuma", "Invalid FFmpeg NV12 destination buffer",
+        {"NV12 destination buffer",
          [](char* e, int n) {
              return PNVFFmpegReadFrameAtOrAfterIntoNV12(nullptr, nullptr, 1, &byte, 1, &frame, e, n, nullptr, 0);
          }},
-        {"PreviewWithoutReader", "Invalid FFmpeg read arguments",
+        {"read arguments",
          [](char* e, int n) { return PNVFFmpegReadFramePreferVideoToolbox(nullptr, nullptr, &frame, e, n); }},
-        {"AudioProbeWithCapacityButNoArray", "Invalid FFmpeg audio probe arguments",
+        {"audio probe arguments",
          [](char* e, int n) { return PNVFFmpegProbeAudioStreams(path, nullptr, 1, &count, e, n); }},
-        {"AudioProbeWithoutCount", "Invalid FFmpeg audio probe arguments",
+        {"audio probe arguments",
          [](char* e, int n) { return PNVFFmpegProbeAudioStreams(path, nullptr, 0, nullptr, e, n); }},
-        {"AudioOpenWithoutReader", "Invalid FFmpeg audio open arguments",
+        {"audio open arguments",
          [](char* e, int n) { return PNVFFmpegOpenAudioStream(path, 0, 0, nullptr, e, n, 0, 0); }},
-        {"AudioReadWithoutReader", "Invalid FFmpeg audio read arguments",
-         [](char* e, int n) { return PNVFFmpegReadAudio(nullptr, &audioFrame, e, n); }},
+        {"audio read arguments", [](char* e, int n) { return PNVFFmpegReadAudio(nullptr, &audioFrame, e, n); }},
     };
-    return faults;
+    for (const auto& [what, call] : faults) {
+        const auto text = std::string("Invalid FFmpeg ") + what;
+        SCOPED_TRACE(text);
+        char buffer[1024] = {};
+        EXPECT_EQ(call(buffer, sizeof buffer), invalidArgument);
+        EXPECT_EQ(buffer, text);
+        char small[8] = "xxxxxxx";
+        EXPECT_EQ(call(small, 5), invalidArgument);
+        EXPECT_EQ(small, text.substr(0, 4));
+        char untouched[8] = "same";
+        EXPECT_EQ(call(untouched, 0), invalidArgument);
+        EXPECT_STREQ(untouched, "same");
+        EXPECT_EQ(call(nullptr, 1024), invalidArgument);
+    }
 }
-
-class BridgeArgumentFaults : public testing::TestWithParam<Fault> {};
-
-TEST_P(BridgeArgumentFaults, GiveTheirTextWhereThereIsRoomForOne) {
-    const std::string text = GetParam().text;
-    char buffer[1024] = {};
-    EXPECT_EQ(GetParam().call(buffer, sizeof buffer), invalidArgument);
-    EXPECT_EQ(buffer, text);
-
-    char small[8] = "xxxxxxx";
-    EXPECT_EQ(GetParam().call(small, 5), invalidArgument);
-    EXPECT_EQ(small, text.substr(0, 4));
-    char untouched[8] = "same";
-    EXPECT_EQ(GetParam().call(untouched, 0), invalidArgument);
-    EXPECT_STREQ(untouched, "same");
-    EXPECT_EQ(GetParam().call(nullptr, 1024), invalidArgument);
-}
-
-INSTANTIATE_TEST_SUITE_P(All, BridgeArgumentFaults, testing::ValuesIn(argumentFaults()),
-                         [](const auto& test) { return std::string(test.param.name); });
 
 TEST(FFmpegBridge, TakesNullReadersAndTokensAndIsCallableFromC) {
     EXPECT_EQ(PNVFFmpegOutputWidth(nullptr), 0);

@@ -1,50 +1,9 @@
 #include "FFmpegBridge/BridgeFixture.h"
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 namespace panoveer::test {
 namespace {
-
-TEST(FFmpegProbe, TellsSizeTimeColourAndNames) {
-    const TemporaryFolder folder;
-    const auto info = probeVideo(makeMovie(folder, {.name = "tagged.mp4",
-                                                    .frameRate = "30000/1001",
-                                                    .frameCount = 30,
-                                                    .codec = "libx265",
-                                                    .pixelFormat = "yuv420p10le",
-                                                    .rotationDegrees = 90,
-                                                    .primaries = "bt2020",
-                                                    .transfer = "arib-std-b67",
-                                                    .matrix = "bt2020nc",
-                                                    .audio = {{.codec = "aac"}}}));
-    EXPECT_EQ(info.width, 160);
-    EXPECT_EQ(info.height, 96);
-    EXPECT_NEAR(info.duration, 1.001, 0.03);
-    EXPECT_NEAR(info.frameRate, 29.97, 0.001);
-    EXPECT_EQ(info.videoStreamIndex, 0);
-    EXPECT_EQ(info.audioStreamIndex, 1);
-    EXPECT_EQ(info.hasAlpha, 0);
-    EXPECT_EQ(info.rotationDegrees, 90);
-    EXPECT_EQ(info.colorPrimaries, 9);
-    EXPECT_EQ(info.colorTransfer, 18);
-    EXPECT_EQ(info.colorSpace, 9);
-    EXPECT_STREQ(info.codecName, "hevc");
-    EXPECT_STREQ(info.codecLongName, "HEVC (High Efficiency Video Coding)");
-    EXPECT_STREQ(info.pixelFormatName, "yuv420p10le");
-    EXPECT_EQ(info.sphericalProjection, -1);
-    EXPECT_EQ(info.stereoType, -1);
-    EXPECT_EQ(info.isStereoMultiview, 0);
-}
-
-TEST(FFmpegProbe, KnowsAlphaAndTheAbsenceOfSound) {
-    const TemporaryFolder folder;
-    const auto movie = makeMovie(folder, {.frameCount = 2, .codec = "qtrle", .pixelFormat = "argb"});
-    const auto info = probeVideo(movie);
-    EXPECT_EQ(info.hasAlpha, 1);
-    EXPECT_LT(info.audioStreamIndex, 0);
-    EXPECT_EQ(PNVFFmpegHasAlphaChannel(BridgeReader(movie).get()), 1);
-}
 
 TEST(FFmpegProbe, CountsAMatroskaDurationFromWhereTheMovieStarts) {
     const TemporaryFolder folder;
