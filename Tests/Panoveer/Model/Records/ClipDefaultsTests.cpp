@@ -96,21 +96,5 @@ TEST(DefaultTransform, TakesTheOutputAsTheSettingsAsk) {
     EXPECT_EQ(transform.mirrorDomeWarpMeshURL, wanted.mirrorDomeWarpMeshURL);
 }
 
-TEST(MakeClip, CoversTheWholeAsset) {
-    auto source = asset(std::nullopt);
-    source.url = URL::fromFilePath("/films/a.mov");
-    source.videoDecodingBackend = VideoDecodingBackend::ffmpeg;
-    source.sourceOrientation = SourceVideoOrientation::left;
-    const auto clip = makeClip(source, {});
-    EXPECT_EQ(clip.queueItemID, clip.id);
-    EXPECT_EQ(clip.sourceURL, source.url);
-    EXPECT_EQ(clip.start, 0);
-    EXPECT_EQ(clip.end, 12);
-    EXPECT_EQ(clip.videoDecodingBackend, source.videoDecodingBackend);
-    EXPECT_EQ(clip.sourceOrientation, source.sourceOrientation);
-    source.duration = -1;
-    EXPECT_EQ(makeClip(source, {}).end, 0);
-}
-
 } // namespace
 } // namespace panoveer

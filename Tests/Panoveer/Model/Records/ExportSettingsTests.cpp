@@ -147,23 +147,6 @@ TEST(ExportSettingsPresets, EverySizeOfTheCatalogueIsValidAsItStands) {
     EXPECT_EQ(ExportResolutionPreset::youtube360().id(), "equirectangular-7680x3840-default");
 }
 
-TEST(ExportSettingsPresets, RecommendedOnesMatchInOrder) {
-    EXPECT_EQ(ExportResolutionPreset::recommended().size(), 9u);
-    for (const auto& preset : ExportResolutionPreset::recommended()) {
-        ExportSettings settings;
-        settings.applyPreset(preset);
-        EXPECT_EQ(ExportResolutionPreset::recommendedMatch(settings), &preset) << preset.name;
-    }
-    EXPECT_EQ(ExportResolutionPreset::recommendedMatch(ExportSettings{}), nullptr);
-}
-
-TEST(ExportSettingsPresets, APresetWithoutLayoutMeansMonoAndLeavesAMultiviewCodec) {
-    auto settings = settingsOf(standard, {3840, 1080}, sideBySide, ExportCodec::mvhevc10);
-    settings.applyPreset(ExportResolutionPreset{equirectangular, "Plain", {4096, 2048}, {}, {}, {}});
-    EXPECT_EQ(settings.stereoLayout, mono);
-    EXPECT_EQ(settings.codec, ExportCodec::hevc10);
-}
-
 TEST(ExportSettingsBitrate, FollowsPixelsAndFramesAboveAFloor) {
     auto settings = settingsOf(equirectangular, {3840, 1920});
     EXPECT_NEAR(*settings.automaticBitrateMbps(30), 29.4912, 1e-12);
@@ -227,27 +210,6 @@ TEST(ExportProgress, ShowsAHundredOnlyWhenDone) {
                                             {7.0, 100},
                                             {std::numeric_limits<double>::quiet_NaN(), 0}})
         EXPECT_EQ((ExportProgress{fraction, {}, {}}.displayedPercent()), percent) << fraction;
-}
-
-// The rules that tie the columns of the codec table to each other.
-TEST(ExportCodec, TableIsConsistent) {
-    for (const auto codec : allCases<ExportCodec>) {
-        SCOPED_TRACE(rawValue(codec));
-        const auto& fixed = properties(codec);
-        EXPECT_NE(fixed.bitrate.has_value(), fixed.isProRes()) << "a codec has a bitrate rule or a reference rate";
-        EXPECT_EQ(fixed.isProRes(), fixed.codecType.text().starts_with("ap"));
-        const bool needsQuickTime = fixed.isProRes() || fixed.isMultiviewStereo || fixed.keepsAlpha;
-        EXPECT_EQ(fixed.fileExtension, needsQuickTime ? "mov" : "mp4");
-        EXPECT_EQ(fixed.pixelFormatSDR.text() == "BGRA", fixed.keepsAlpha);
-        EXPECT_FALSE(properties(withoutMultiview(codec)).isMultiviewStereo);
-        EXPECT_EQ(properties(withoutMultiview(codec)).isTenBitCapable, fixed.isTenBitCapable);
-        EXPECT_NE(displayName(codec).substr(0, 7), "export_") << "has no text";
-        EXPECT_NE(profileText(codec).substr(0, 7), "export.") << "has no text";
-    }
-    EXPECT_EQ(encoderPixelFormat(ExportCodec::proRes4444, ExportColorMode::hdrHLG).text(), "RGhA");
-    EXPECT_EQ(encoderPixelFormat(ExportCodec::hevcWithAlpha, ExportColorMode::preserveHDR).text(), "BGRA");
-    EXPECT_EQ(encoderPixelFormat(ExportCodec::mvhevc10, ExportColorMode::convertToSDR).text(), "x420");
-    EXPECT_THAT(profileText(ExportCodec::mvhevc10), testing::HasSubstr("10-bit 4:2:0"));
 }
 
 } // namespace

@@ -117,14 +117,6 @@ TEST(MirrorDomeProjectorAspect, IsTheNearerOneAndSixteenNineInDoubt) {
     EXPECT_EQ(nearestProjectorAspect(std::numeric_limits<double>::quiet_NaN()), sixteenNine);
 }
 
-TEST(MirrorDomeProjectorAspect, GivesEvenSides) {
-    using enum MirrorDomeProjectorAspect;
-    EXPECT_EQ(heightForWidth(sixteenNine, 1000), 564);
-    EXPECT_EQ(heightForWidth(sixteenTen, 1), 80);
-    EXPECT_EQ(widthForHeight(sixteenNine, 1080), 1920);
-    EXPECT_EQ(widthForHeight(sixteenTen, 1), 116);
-}
-
 TEST(ProjectionFormat, IsGuessedFromThePixelSize) {
     EXPECT_EQ(detectedProjectionFormat(3840, 1920), equirectangular);
     EXPECT_EQ(detectedProjectionFormat(2080, 1000), standard) << "the tolerance itself is outside";

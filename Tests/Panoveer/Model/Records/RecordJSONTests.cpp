@@ -1,5 +1,6 @@
 #include "Panoveer/Model/Records/RecordJSON.h"
 #include "Panoveer/Model/Records/RecordTables.h"
+#include "Support/Thrown.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -11,6 +12,7 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 using Problem = RecordDecodingError::Problem;
+using test::thrown;
 
 VRClipSegment fullClip() {
     VRClipSegment clip;
@@ -113,12 +115,9 @@ void expectRequired(const Record& record, const std::set<std::string>& requiredK
     for (const auto& item : full.items()) {
         auto partial = full;
         partial.erase(item.key());
-        try {
-            decodeJSON<Record>(partial.dump());
-        } catch (const RecordDecodingError& error) {
-            EXPECT_EQ(error.problem(), Problem::missingKey);
-            EXPECT_EQ(error.keyPath(), item.key());
-            EXPECT_THAT(error.what(), testing::HasSubstr(item.key()));
+        if (const auto error = thrown<RecordDecodingError>([&] { decodeJSON<Record>(partial.dump()); })) {
+            EXPECT_EQ(error->problem(), Problem::missingKey);
+            EXPECT_EQ(error->keyPath(), item.key());
             found.insert(item.key());
         }
     }
@@ -206,14 +205,11 @@ TEST(RecordJSON, AnErrorSaysWhereAndWhatIsWrong) {
          "colorMetadata.contentLightLevelInfo"},
     };
     for (const auto& [changes, problem, keyPath] : cases) {
-        try {
-            decodedWith(fullClip(), changes);
-            ADD_FAILURE() << changes << " was read";
-        } catch (const RecordDecodingError& error) {
-            EXPECT_EQ(error.problem(), problem) << changes;
-            EXPECT_EQ(error.keyPath(), keyPath) << changes;
-            EXPECT_THAT(error.what(), testing::HasSubstr(keyPath));
-        }
+        const auto error = thrown<RecordDecodingError>([&] { decodedWith(fullClip(), changes); });
+        ASSERT_TRUE(error) << changes << " was read";
+        EXPECT_EQ(error->problem(), problem) << changes;
+        EXPECT_EQ(error->keyPath(), keyPath) << changes;
+        EXPECT_THAT(error->what(), testing::HasSubstr(keyPath));
     }
 }
 
@@ -235,22 +231,15 @@ TEST(RecordJSON, ElementsOfListsAreNamedByTheirIndex) {
     auto json = encodedValue(reel);
     EXPECT_EQ(decodedValue<Reel>(json).segments, reel.segments);
     json["segments"][1]["transform"].erase("rollDegrees");
-    try {
-        decodedValue<Reel>(json);
-        ADD_FAILURE() << "was read";
-    } catch (const RecordDecodingError& error) {
-        EXPECT_EQ(error.keyPath(), "segments[1].transform.rollDegrees");
-    }
+    EXPECT_EQ(thrown<RecordDecodingError>([&] { decodedValue<Reel>(json); }).value().keyPath(),
+              "segments[1].transform.rollDegrees");
 }
 
 TEST(RecordJSON, MalformedDocumentsAreRefused) {
     for (const auto* text : {"", "{", "[1,2", "\xff\xfe", "{\"width\":1e999,\"height\":1}", "nul"}) {
-        try {
-            decodeJSON<OutputResolution>(text);
-            ADD_FAILURE() << text << " was read";
-        } catch (const RecordDecodingError& error) {
-            EXPECT_EQ(error.problem(), Problem::malformedDocument) << text;
-        }
+        const auto error = thrown<RecordDecodingError>([&] { decodeJSON<OutputResolution>(text); });
+        ASSERT_TRUE(error) << text << " was read";
+        EXPECT_EQ(error->problem(), Problem::malformedDocument) << text;
     }
     EXPECT_THROW(decodeJSON<OutputResolution>("[]"), RecordDecodingError);
 }
@@ -258,12 +247,8 @@ TEST(RecordJSON, MalformedDocumentsAreRefused) {
 TEST(RecordJSON, WhatCannotBeReadAgainIsNotWritten) {
     auto clip = fullClip();
     clip.transform.rollDegrees = std::numeric_limits<double>::quiet_NaN();
-    try {
-        encodeJSON(clip);
-        ADD_FAILURE() << "was written";
-    } catch (const RecordEncodingError& error) {
-        EXPECT_THAT(error.what(), testing::HasSubstr("transform.rollDegrees"));
-    }
+    EXPECT_THAT(thrown<RecordEncodingError>([&] { encodeJSON(clip); }).value().what(),
+                testing::HasSubstr("transform.rollDegrees"));
     auto asset = fullAsset();
     asset.displayName = "caf\xe9"; // Latin-1, from a file name
     EXPECT_EQ(decodeJSON<VideoAsset>(encodeJSON(asset)).displayName, "caf\uFFFD");

@@ -77,21 +77,6 @@ TEST(VRTransformNormalized, SettlesFieldsThatExcludeEachOther) {
     EXPECT_EQ(fisheye.standardDistance, 4);
 }
 
-TEST(VRTransformFieldOfView, DefaultsFollowTheFormats) {
-    EXPECT_EQ(VRTransform::defaultFOV(eac, standard), 90);
-    EXPECT_EQ(VRTransform::defaultFOV(standard, domemaster), 60);
-    EXPECT_EQ(VRTransform::defaultFOV(equirectangular, domemaster), 180);
-    EXPECT_EQ(VRTransform::defaultFOV(equirectangular, standard), 178);
-
-    VRTransform known;
-    known.sourceHorizontalFieldOfView = 73.5;
-    EXPECT_EQ(known.defaultFOV(domemaster), 73.5) << "a flat source covers what its lens saw";
-    EXPECT_EQ(known.defaultFOV(cubemap), 90);
-    EXPECT_EQ(known.defaultFOV(standard), 60);
-    known.sourceFormat = equirectangular;
-    EXPECT_EQ(known.defaultFOV(domemaster), 180);
-}
-
 TEST(VRTransformFieldOfView, OfAFlatOutputIsReportedAcrossItsWidth) {
     auto transform = between(equirectangular, standard);
     transform.fovDegrees = 90;
@@ -129,21 +114,6 @@ TEST(VRTransformFisheye, CircleBecomesAnEllipseInTheTextureOfANonSquareEye) {
     EXPECT_EQ(transform.fisheyeTextureParameters(0, 0).radius, (Float2{0.5f, 0.5f}));
 }
 
-TEST(VRTransformCanonPreset, IsRecognisedUntilOneOfItsFieldsChanges) {
-    auto transform = between(standard, cubemap);
-    transform.applyCanonDualFisheyePreset();
-    EXPECT_EQ(transform.fovDegrees, 90);
-    EXPECT_TRUE(transform.usesCanonDualFisheyePreset());
-    EXPECT_EQ(transform.normalized().sourceEyesSwapped, true);
-    transform.domemasterThetaDegrees = 190.00005;
-    EXPECT_TRUE(transform.usesCanonDualFisheyePreset());
-    transform.domemasterThetaDegrees = 190.5;
-    EXPECT_FALSE(transform.usesCanonDualFisheyePreset());
-    transform.applyCanonDualFisheyePreset();
-    transform.sourceEyesSwapped = false;
-    EXPECT_FALSE(transform.usesCanonDualFisheyePreset());
-}
-
 struct FormatChange {
     const char* what;
     ProjectionFormat source;
@@ -170,19 +140,6 @@ TEST(VRTransformSynced, FieldOfViewFollowsTheOutputFormatOnlyUntilTheUserSetsIt)
         settings.outputFormat = change.to;
         EXPECT_EQ(transform.synced(settings, change.from).fovDegrees, change.expected) << change.what;
     }
-}
-
-TEST(VRTransformSynced, TakesTheEffectiveOutputOfTheSettings) {
-    ExportSettings settings;
-    settings.outputFormat = halfEquirectangular;
-    settings.codec = ExportCodec::mvhevc10;
-    settings.customWidth = 8191;
-    settings.customHeight = 1;
-    settings.mirrorDomeWarpMeshURL = URL::fromFilePath("/meshes/dome.data");
-    const auto transform = VRTransform{}.synced(settings, standard);
-    EXPECT_EQ(transform.outputStereoLayout, sideBySide);
-    EXPECT_EQ(transform.outputResolution, (OutputResolution{8192, 4096}));
-    EXPECT_EQ(transform.mirrorDomeWarpMeshURL, settings.mirrorDomeWarpMeshURL);
 }
 
 } // namespace
