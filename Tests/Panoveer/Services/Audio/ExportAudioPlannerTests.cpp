@@ -149,12 +149,6 @@ TEST(AudioChannelMatrixTest, LeavesTheMixingOfSpeakersToTheDecoder) {
     EXPECT_TRUE(result.matrix.isIdentity());
 }
 
-TEST(AudioChannelMatrixTest, PutsOtherSoundIntoTheOmnidirectionalChannel) {
-    const auto plan = planFor(soundField(1), hevc);
-    EXPECT_THAT(conformed(stereo(), plan).rows, ElementsAre(Row{{0, 0.5f}, {1, 0.5f}}, Row{}, Row{}, Row{}));
-    EXPECT_THAT(conformed(discrete(1), plan).rows, ElementsAre(Row{{0, 1}}, Row{}, Row{}, Row{}));
-}
-
 TEST(AudioChannelMatrixTest, MakesAmbiXOfEveryScaling) {
     const auto plan = planFor(soundField(3), master);
     auto fuma = soundField(1, 0, AmbisonicNormalization::fuma);
@@ -177,25 +171,6 @@ TEST(AudioChannelMatrixTest, MakesAmbiXOfEveryScaling) {
     fuma.canonicalOrder = {3, 2, 1, 0};
     EXPECT_EQ(conformed(fuma, plan).rows[1], (Row{{1, 1}}));
     EXPECT_THAT(AudioChannelMatrix::ambisonicTaps(4, AmbisonicNormalization::sn3d, fuma.canonicalOrder), IsEmpty());
-}
-
-TEST(AudioChannelMatrixTest, KeepsHeadLockedChannelsBehindTheField) {
-    const auto plan = planFor(soundField(2, 2), master); // 9 + 2 channels
-    const auto rows = conformed(soundField(1, 2), plan).rows;
-    for (std::size_t acn = 4; acn < 9; ++acn)
-        EXPECT_THAT(rows[acn], IsEmpty());
-    EXPECT_EQ(rows[9], (Row{{4, 1}}));
-    EXPECT_EQ(rows[10], (Row{{5, 1}}));
-    EXPECT_THAT(conformed(soundField(1, 1), plan).rows[10], IsEmpty());
-    EXPECT_THAT(conformed(soundField(3), plan).rows[9], IsEmpty()) << "a third-order channel is no head-locked one";
-}
-
-TEST(AudioChannelMatrixTest, TakesOtherChannelsByNumber) {
-    auto source = discrete(3);
-    source.canonicalOrder = {2, 0, 1};
-    EXPECT_THAT(conformed(source, planFor(discrete(5), master)).rows,
-                ElementsAre(Row{{2, 1}}, Row{{0, 1}}, Row{{1, 1}}, Row{}, Row{}));
-    EXPECT_THAT(conformed(discrete(3), planFor(stereo(), hevc)).rows, ElementsAre(Row{{0, 1}}, Row{{1, 1}}));
 }
 
 // What each output channel hears of a plane wave of amplitude 1 from an azimuth (degrees to the left), in SN3D.
@@ -222,13 +197,6 @@ TEST(AudioChannelMatrixTest, LetsSpeakersHearASoundFieldFromTheirDirection) {
     const auto headLocked = conformed(soundField(1, 2), planFor(stereo(), hevc)).rows;
     EXPECT_EQ(headLocked[0].back(), (AudioChannelTap{4, 1}));
     EXPECT_EQ(headLocked[1].back(), (AudioChannelTap{5, 1}));
-}
-
-TEST(AudioChannelMatrixTest, AppliesToInterleavedBlocks) {
-    const AudioChannelMatrix matrix{{{{1, 0.5f}, {0, 1}}, {}, {{7, 1}}}};
-    std::vector<float> output(100, 9.0f);
-    matrix.apply(std::vector<float>{1, 2, 3, 4}, 2, 2, output);
-    EXPECT_THAT(output, ElementsAre(2, 0, 0, 5, 0, 0)) << "nothing is left of the block before";
 }
 
 } // namespace

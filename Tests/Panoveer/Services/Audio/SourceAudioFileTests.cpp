@@ -72,52 +72,15 @@ const test::AudioSpec opus = {.codec = "libopus", .layout = "ambisonic 3", .opti
 
 INSTANTIATE_TEST_SUITE_P(
     , SourceAudioFile,
-    testing::Values(FileCase{"FirstOrderInAAC", "a.mp4", {quad}, "mp4a", 1, 4, {"ambisonic 1 + 0"}},
-                    FileCase{"ThirdOrderInPCM", "a.mov", {third}, "sowt", 3, 16, {"ambisonic 3 + 0"}},
-                    FileCase{"HeadLockedInPCM", "a.mov", {six}, "in24", 1, 6, {"ambisonic 1 + 2"}},
-                    FileCase{"ThirdOrderInOpus", "a.mp4", {opus}, "", 0, 0, {"ambisonic 3 + 0"}},
-                    FileCase{"UnmarkedChannels", "a.mkv", {third}, "", 0, 0, {"discrete"}},
-                    FileCase{"SeveralTracks",
-                             "a.mkv",
-                             {aac51, mono, ac3},
-                             "",
-                             0,
-                             0,
-                             {"speakers { 1, 2, 3, 4, 5, 6 }", "speakers { 42 }", "speakers { 1, 2 }"}},
-                    FileCase{"NoSound", "a.mp4", {}, "", 0, 0, {}}),
+    testing::Values(FileCase("FirstOrderInAAC", "a.mp4", {quad}, "mp4a", 1, 4, {"ambisonic 1 + 0"}),
+                    FileCase("ThirdOrderInPCM", "a.mov", {third}, "sowt", 3, 16, {"ambisonic 3 + 0"}),
+                    FileCase("HeadLockedInPCM", "a.mov", {six}, "in24", 1, 6, {"ambisonic 1 + 2"}),
+                    FileCase("ThirdOrderInOpus", "a.mp4", {opus}, "", 0, 0, {"ambisonic 3 + 0"}),
+                    FileCase("UnmarkedChannels", "a.mkv", {third}, "", 0, 0, {"discrete"}),
+                    FileCase("SeveralTracks", "a.mkv", {aac51, mono, ac3}, "", 0, 0,
+                             {"speakers { 1, 2, 3, 4, 5, 6 }", "speakers { 42 }", "speakers { 1, 2 }"}),
+                    FileCase("NoSound", "a.mp4", {}, "", 0, 0, {})),
     [](const auto& each) { return each.param.name; });
-
-// What the `chan` box of a QuickTime movie says of four channels.
-TEST(SourceAudioFileTest, KnowsTheScalingsThatALayoutTagNames) {
-    const test::TemporaryFolder folder;
-    const auto file = test::makeMovie(folder, movie("a.mov", {{.layout = "quad"}}));
-    auto bytes = test::readFile(file);
-    const auto box = std::ranges::search(bytes, std::string("chan"));
-    ASSERT_FALSE(box.empty());
-    const auto kindWith = [&](AudioChannelLayoutTag tag) {
-        for (int byte = 0; byte < 4; ++byte) // behind type, version and flags
-            box.begin()[8 + byte] = std::uint8_t(tag >> (24 - 8 * byte));
-        test::writeFile(file, bytes);
-        const auto tracks = SourceAudioInspector::tracks(URL::fromFilePath(file), false);
-        return tracks.empty() ? Track::Kind{} : tracks.front().kind;
-    };
-    using enum AmbisonicNormalization;
-    EXPECT_EQ(kindWith(AudioChannelLayoutTags::ambisonicBFormat), Track::Kind(Track::Ambisonic{1, fuma, 0}));
-    EXPECT_EQ(kindWith(AudioChannelLayoutTags::hoaACNN3D | 4), Track::Kind(Track::Ambisonic{1, n3d, 0}));
-    EXPECT_EQ(kindWith(AudioChannelLayoutTags::hoaACNSN3D | 4), Track::Kind(Track::Ambisonic{1, sn3d, 0}));
-}
-
-TEST(SourceAudioFileTest, TellsLanguagesAndLivesWithoutAFile) {
-    const test::TemporaryFolder folder;
-    auto spec = movie("a.mkv", {{.codec = "aac"}, {.codec = "aac"}});
-    spec.outputOptions = {"-metadata:s:a:0", "language=ita", "-metadata:s:a:1", "language=ger"};
-    const auto tracks = SourceAudioInspector::tracks(URL::fromFilePath(test::makeMovie(folder, spec)), false);
-    ASSERT_THAT(tracks, SizeIs(2));
-    EXPECT_EQ(tracks[0].languageCode, "ita");
-    EXPECT_EQ(tracks[1].languageCode, "deu");
-    EXPECT_EQ(tracks[1].ffmpegFallbackStreamIndex, 2);
-    EXPECT_THAT(SourceAudioInspector::tracks(URL::fromFilePath(folder / "missing.mov"), false), IsEmpty());
-}
 
 TEST(SourceAudioFileTest, LeavesOutWhatNoDecoderOpens) {
     const test::TemporaryFolder folder;

@@ -1,11 +1,13 @@
 #include "Panoveer/Services/Export/ExportArtifactTransaction.h"
 #include "Platform/Core/Error.h"
 #include "Support/MediaFactory.h"
+#include "Support/Thrown.h"
 
 #include <gmock/gmock.h>
 
 #include <cerrno>
 #include <filesystem>
+#include <functional>
 
 namespace panoveer {
 namespace {
@@ -17,14 +19,9 @@ using Bytes = std::vector<std::uint8_t>;
 
 void write(const std::filesystem::path& path, const Bytes& bytes) { test::writeFile(path, bytes); }
 
-template<class Function>
-int posixCodeOf(Function&& function) {
-    try {
-        function();
-    } catch (const Error& error) {
-        return error.domain() == posixErrorDomain ? error.code() : -1;
-    }
-    return 0;
+int posixCodeOf(const std::function<void()>& work) {
+    const auto error = test::thrown<Error>(work);
+    return error && error->domain() == posixErrorDomain ? error->code() : 0;
 }
 
 TEST(ExportArtifactTransactionTests, StagedNamesStayInTheFolderAndKeepTheExtension) {

@@ -5,6 +5,7 @@
 #include "Panoveer/Services/Export/VRExportError.h"
 #include "Panoveer/Services/Export/VRNativeExporter.h"
 #include "Support/MediaFactory.h"
+#include "Support/Thrown.h"
 
 #include <gmock/gmock.h>
 
@@ -86,13 +87,9 @@ protected:
 
     // With what an export ends that does not succeed.
     VRExportError endOf(const std::vector<VRClipSegment>& clips) {
-        try {
-            run(clips);
-        } catch (const VRExportError& error) {
-            return error;
-        }
-        ADD_FAILURE() << "the export ended as if all was well";
-        return VRExportError(VRExportError::Case::writerFailed);
+        const auto end = test::thrown<VRExportError>([&] { run(clips); });
+        EXPECT_TRUE(end) << "the export ended as if all was well";
+        return end.value();
     }
 
     std::set<std::string> written() const {

@@ -43,16 +43,16 @@ using enum ExportColorMode;
 using enum VideoDecodingBackend;
 INSTANTIATE_TEST_SUITE_P(
     HDR, Readiness,
-    testing::Values(
-        ReadinessRow{"SDR", convertToSDR, ExportCodec::h264, ffmpeg, {}},
-        ReadinessRow{"EightBits", preserveHDR, ExportCodec::hevc8, automatic, {"hdrCodecRequired"}},
-        ReadinessRow{"HLGToo", hdrHLG, ExportCodec::h264, automatic, {"hdrCodecRequired"}},
-        ReadinessRow{"TenBits", hdrHLG, ExportCodec::hevc10, automatic, {}},
-        ReadinessRow{"Multiview", preserveHDR, ExportCodec::mvhevc10, automatic, {}},
-        ReadinessRow{"ProRes", preserveHDR, ExportCodec::proRes4444, automatic, {}},
-        ReadinessRow{"EightBitRoad", preserveHDR, ExportCodec::proRes, ffmpeg, {"hdrNativeDecoderRequired"}},
-        ReadinessRow{
-            "Both", hdrHLG, ExportCodec::hevcWithAlpha, ffmpeg, {"hdrCodecRequired", "hdrNativeDecoderRequired"}}),
+    testing::Values(ReadinessRow("SDR", convertToSDR, ExportCodec::h264, ffmpeg, {}),
+                    ReadinessRow("EightBits", preserveHDR, ExportCodec::hevc8, automatic, {"hdrCodecRequired"}),
+                    ReadinessRow("HLGToo", hdrHLG, ExportCodec::h264, automatic, {"hdrCodecRequired"}),
+                    ReadinessRow("TenBits", hdrHLG, ExportCodec::hevc10, automatic, {}),
+                    ReadinessRow("Multiview", preserveHDR, ExportCodec::mvhevc10, automatic, {}),
+                    ReadinessRow("ProRes", preserveHDR, ExportCodec::proRes4444, automatic, {}),
+                    ReadinessRow("EightBitRoad", preserveHDR, ExportCodec::proRes, ffmpeg,
+                                 {"hdrNativeDecoderRequired"}),
+                    ReadinessRow("Both", hdrHLG, ExportCodec::hevcWithAlpha, ffmpeg,
+                                 {"hdrCodecRequired", "hdrNativeDecoderRequired"})),
     [](const auto& test) { return test.param.name; });
 
 TEST(ExportReadinessTests, GathersEverythingInOrderAndSaysWhatToDo) {

@@ -1,5 +1,6 @@
 #include "Panoveer/Services/Export/ExportWaits.h"
 #include "Panoveer/Services/Export/VRExportError.h"
+#include "Support/Thrown.h"
 
 #include <gtest/gtest.h>
 
@@ -47,12 +48,8 @@ TEST_F(ExportWaitsTest, SurfacesTheWritersOwnErrorAtOnce) {
         status = AssetWriter::Status::failed;
         error = Error("the disk is full");
     };
-    try {
-        waitUntilReady([] { return false; }, "video", writer(), stop.get_token(), clock());
-        FAIL() << "the wait ended as if all was well";
-    } catch (const Error& failure) {
-        EXPECT_STREQ(failure.what(), "the disk is full");
-    }
+    const auto wait = [this] { waitUntilReady([] { return false; }, "video", writer(), stop.get_token(), clock()); };
+    EXPECT_STREQ(test::thrown<Error>(wait).value().what(), "the disk is full");
     EXPECT_LT(now, 0.1);
 }
 

@@ -4,6 +4,7 @@
 #include "Platform/Core/Localization.h"
 #include "Platform/Media/AssetReader.h"
 #include "Support/FileSizeLimit.h"
+#include "Support/Thrown.h"
 
 #include <nlohmann/json.hpp>
 
@@ -11,6 +12,7 @@
 #include <future>
 #include <limits>
 #include <numeric>
+#include <semaphore>
 #include <thread>
 
 namespace panoveer {
@@ -147,12 +149,10 @@ TEST_F(MovieExportTest, GivesEachEyeALayerAndChecksThatBothAreThere) {
          found = std::ranges::search(bytes, layer))
         std::ranges::copy(nothing, found.begin());
     test::writeFile(folder / "flat.mov", bytes);
-    try {
-        ExportArtifactValidator::validateMovie(URL::fromFilePath(folder / "flat.mov"), expectation);
-        ADD_FAILURE() << "a track without the right eye passed";
-    } catch (const ExportArtifactValidationError& failure) {
-        EXPECT_EQ(failure.kind(), ExportArtifactValidationError::Kind::missingStereoLayers) << failure.what();
-    }
+    const auto failure = test::thrown<ExportArtifactValidationError>(
+        [&] { ExportArtifactValidator::validateMovie(URL::fromFilePath(folder / "flat.mov"), expectation); });
+    ASSERT_TRUE(failure) << "a track without the right eye passed";
+    EXPECT_EQ(failure->kind(), ExportArtifactValidationError::Kind::missingStereoLayers) << failure->what();
 }
 
 TEST_F(MovieExportTest, GivesAClipShorterThanAFrameOnePicture) {
@@ -201,34 +201,19 @@ TEST_F(MovieExportTest, LivesWithTheSmallestNumberOfBuffers) {
     EXPECT_EQ(renderer.mostInFlight, 2) << "one running ahead of the one that is waited for";
 }
 
-// Waits for a number that another thread counts up.
-class Counter {
-public:
-    void reach(int value) {
-        std::lock_guard lock(mutex_);
-        value_ = value;
-        changed_.notify_all();
-    }
-    bool waitFor(int value) {
-        std::unique_lock lock(mutex_);
-        return changed_.wait_for(lock, 20s, [&] { return value_ >= value; });
-    }
-
-private:
-    std::mutex mutex_;
-    std::condition_variable changed_;
-    int value_ = 0;
-};
-
 TEST_F(MovieExportTest, DecodesAheadOfThePictureThatIsWaitedFor) {
-    Counter read;
+    constexpr int ahead = 5; // three in flight; then the three that may wait, of which the last is being read
+    std::binary_semaphore isRead(0);
     roads.openNative = [&](auto&&...) {
-        return std::make_unique<ScriptedSource>(std::vector<double>(10, 0.0), [&](int index) { read.reach(index); });
+        return std::make_unique<ScriptedSource>(std::vector<double>(10, 0.0), [&](int index) {
+            if (index == ahead)
+                isRead.release();
+        });
     };
     bool isAhead = false;
     renderer.onWait = [&](int index) {
         if (index == 0)
-            isAhead = read.waitFor(renderer.mostInFlight + 2); // in flight; then the three that may wait
+            isAhead = isRead.try_acquire_for(20s);
     };
     run({clipOf("/source", 0, 10 / rate)});
     EXPECT_TRUE(isAhead);
@@ -318,11 +303,11 @@ TEST_P(Cancelling, KeepsEveryPictureThatWasWritten) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Stages, Cancelling,
-                         testing::Values(CancelRow{"BeforeTheFirstPicture", ExportCodec::h264, 0, ""},
-                                         CancelRow{"InTheMiddleOfAnMP4", ExportCodec::h264, 20, "movie.partial.mp4"},
-                                         CancelRow{"InTheMiddleOfAQuickTimeMovie", ExportCodec::proRes422LT, 20,
-                                                   "movie.partial.mov"},
-                                         CancelRow{"WhileItIsFinished", ExportCodec::h264, -1, "movie.partial.mp4"}),
+                         testing::Values(CancelRow("BeforeTheFirstPicture", ExportCodec::h264, 0, ""),
+                                         CancelRow("InTheMiddleOfAnMP4", ExportCodec::h264, 20, "movie.partial.mp4"),
+                                         CancelRow("InTheMiddleOfAQuickTimeMovie", ExportCodec::proRes422LT, 20,
+                                                   "movie.partial.mov"),
+                                         CancelRow("WhileItIsFinished", ExportCodec::h264, -1, "movie.partial.mp4")),
                          [](const auto& test) { return test.param.name; });
 
 TEST_F(MovieExportTest, SaysWhatTheRendererSaidAndKeepsThePicturesBefore) {

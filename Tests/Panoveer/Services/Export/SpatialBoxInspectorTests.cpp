@@ -2,6 +2,7 @@
 #include "Panoveer/Services/Export/SpatialBoxInspector.h"
 #include "Panoveer/Services/Export/SpatialVideoMetadataError.h"
 #include "Support/MediaFactory.h"
+#include "Support/Thrown.h"
 
 #include <gmock/gmock.h>
 #include <nlohmann/json.hpp>
@@ -132,12 +133,9 @@ TEST(SpatialBoxInspectorTests, TellsOtherFilesFromDamagedMovies) {
                                         {"\0\0\0\x20"
                                          "ftypisom"sv,
                                          Kind::boxOutOfBounds}}) {
-        try {
-            inspected(text(content));
-            ADD_FAILURE() << content;
-        } catch (const SpatialVideoMetadataError& error) {
-            EXPECT_EQ(error.kind(), kind) << content;
-        }
+        const auto error = thrown<SpatialVideoMetadataError>([&] { inspected(text(content)); });
+        ASSERT_TRUE(error) << content;
+        EXPECT_EQ(error->kind(), kind) << content;
     }
 }
 

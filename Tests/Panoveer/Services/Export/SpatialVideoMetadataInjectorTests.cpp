@@ -6,6 +6,7 @@
 #include "Panoveer/Services/Export/SpatialVideoMetadataInjector.h"
 #include "Support/FileSizeLimit.h"
 #include "Support/MediaFactory.h"
+#include "Support/Thrown.h"
 
 #include <gmock/gmock.h>
 
@@ -31,15 +32,6 @@ Bytes rewritten(const Bytes& movie, const Request& request = sphere, Injector::A
     MemoryByteSink sink;
     Injector::rewrite(MemoryByteSource(movie), anyURL, request, audio, sink);
     return sink.bytes;
-}
-
-std::optional<Failure> failureOf(const std::function<void()>& function) {
-    try {
-        function();
-    } catch (const Failure& failure) {
-        return failure;
-    }
-    return std::nullopt;
 }
 
 // Where the media of a movie lies relative to its description, and how its offsets are held.
@@ -212,7 +204,7 @@ TEST(SpatialVideoMetadataInjectorTests, AudioEntriesOfEveryVersionKeepTheirField
         EXPECT_EQ(rewritten(bytes, Request::audioOnly(), descriptors), bytes);
     }
     const auto unknown = movie({"", true, "stco", false}, track("soun", audioEntry("mp4a", 3), {}));
-    const auto failure = failureOf([&] { rewritten(unknown, sphere, std::span(descriptors).last(1)); });
+    const auto failure = thrown<Failure>([&] { rewritten(unknown, sphere, std::span(descriptors).last(1)); });
     ASSERT_TRUE(failure);
     EXPECT_EQ(failure->kind(), Kind::missingBox);
     EXPECT_EQ(failure->tag(), FourCC("SA3D"));
@@ -265,7 +257,7 @@ TEST_P(HostileFileTests, IsRefusedByNameAndLeftAsItWas) {
     const auto url = URL::fromFilePath(folder / "film.mp4");
     writeFile(url.path(), GetParam().bytes);
 
-    const auto failure = failureOf([&] { Injector::injectMetadata(url, sphere, {}); });
+    const auto failure = thrown<Failure>([&] { Injector::injectMetadata(url, sphere, {}); });
     ASSERT_TRUE(failure);
     EXPECT_EQ(failure->kind(), GetParam().expected) << failure->what();
     EXPECT_EQ(failure->tag(), FourCC(readBigEndian<std::uint32_t>(
@@ -283,7 +275,7 @@ TEST(SpatialVideoMetadataInjectorTests, TooManyBoxesAreRefusedBeforeTheyFillTheM
     Bytes bytes;
     for (std::size_t index = 0; index <= MP4Parser::maximumBoxCount; ++index)
         bytes.insert(bytes.end(), free.begin(), free.end());
-    const auto failure = failureOf([&] { SpatialBoxInspector::inspect(MemoryByteSource(bytes), anyURL); });
+    const auto failure = thrown<Failure>([&] { SpatialBoxInspector::inspect(MemoryByteSource(bytes), anyURL); });
     ASSERT_TRUE(failure);
     EXPECT_EQ(failure->kind(), Kind::invalidBox);
 }
@@ -336,14 +328,13 @@ TEST(SpatialVideoMetadataInjectorTests, AFullDiskOrAStopLeavesOnlyTheOriginal) {
     const auto original = joined({movie({"", true, "stco", false}), box("free", {zeros(1 << 20)})});
     writeFile(url.path(), original);
 
-    try {
+    const auto failure = thrown<Error>([&] {
         const FileSizeLimit disk(1 << 19);
         Injector::injectMetadata(url, sphere, {});
-        ADD_FAILURE() << "all was written";
-    } catch (const Error& error) {
-        EXPECT_EQ(error.domain(), posixErrorDomain);
-        EXPECT_EQ(error.code(), EFBIG);
-    }
+    });
+    ASSERT_TRUE(failure);
+    EXPECT_EQ(failure->domain(), posixErrorDomain);
+    EXPECT_EQ(failure->code(), EFBIG);
 
     std::stop_source stop;
     stop.request_stop();
@@ -385,11 +376,11 @@ TEST(SpatialVideoMetadataInjectorTests, ValidatorsSeeEveryDifference) {
     for (std::size_t made = 0; made < requests.size(); ++made) {
         write(requests[made]);
         for (std::size_t asked = 0; asked < requests.size(); ++asked) {
-            const auto failure = failureOf([&] { Injector::validateMetadata(url, requests[asked]); });
+            const auto failure = thrown<Failure>([&] { Injector::validateMetadata(url, requests[asked]); });
             EXPECT_EQ(failure.has_value(), made != asked) << made << " read as " << asked;
         }
         Injector::validateStereoMetadata(url, requests[made].stereoMode);
-        EXPECT_TRUE(failureOf([&] { Injector::validateStereoMetadata(url, StereoMode::mono); }));
+        EXPECT_TRUE(thrown<Failure>([&] { Injector::validateStereoMetadata(url, StereoMode::mono); }));
     }
 
     using Descriptor = std::optional<SpatialAudioDescriptor>;
@@ -406,7 +397,7 @@ TEST(SpatialVideoMetadataInjectorTests, ValidatorsSeeEveryDifference) {
         {std::nullopt, SpatialAudioDescriptor{1, 4, false}, SpatialAudioDescriptor{1, 4, false}},
     };
     for (const auto& other : others) {
-        const auto failure = failureOf([&] { Injector::validateSpatialAudio(url, other); });
+        const auto failure = thrown<Failure>([&] { Injector::validateSpatialAudio(url, other); });
         ASSERT_TRUE(failure) << &other - others.data();
         EXPECT_EQ(failure->tag(), FourCC("SA3D"));
     }

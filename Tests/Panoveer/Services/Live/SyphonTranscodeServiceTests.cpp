@@ -2,6 +2,7 @@
 #include "Panoveer/Services/Intake/FFmpegFrameReader.h"
 #include "Panoveer/Services/Live/SyphonTranscodeService.h"
 #include "Support/MediaFactory.h"
+#include "Support/Thrown.h"
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
@@ -142,18 +143,9 @@ TEST(SyphonTranscodeService, WaitsForRoomUntilTheWriterFailsOrItIsStopped) {
     };
     wait(200'000, 300'000, {});
     EXPECT_EQ(polls, 200'000);
-    try {
-        wait(9, 3, {});
-        ADD_FAILURE();
-    } catch (const VRExportError& error) {
-        EXPECT_EQ(error.which(), VRExportError::Case::writerFailed);
-    }
-    try {
-        wait(9, 3, Error("full", std::string(posixErrorDomain), ENOSPC));
-        ADD_FAILURE();
-    } catch (const Error& error) {
-        EXPECT_EQ(error.code(), ENOSPC);
-    }
+    EXPECT_EQ(thrown<VRExportError>([&] { wait(9, 3, {}); }).value().which(), VRExportError::Case::writerFailed);
+    const Error full("full", std::string(posixErrorDomain), ENOSPC);
+    EXPECT_EQ(thrown<Error>([&] { wait(9, 3, full); }).value().code(), ENOSPC);
     stop.request_stop();
     EXPECT_THROW(wait(9, 12, {}), Cancelled);
 }
