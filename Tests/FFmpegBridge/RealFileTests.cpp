@@ -1,4 +1,5 @@
 #include "FFmpegBridge/BridgeFixture.h"
+#include "Support/Thrown.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -84,11 +85,9 @@ TEST_F(RealFiles, WithABrokenBitstreamFailFrameByFrameAndEnd) {
     BridgeReader reader(*corpusFile("invalid-bitstream.webm"));
     int failures = 0, reads = 0;
     for (bool hasEnded = false; !hasEnded && reads < 1000; ++reads) {
-        try {
-            hasEnded = reader.next().result == 0;
-        } catch (const std::runtime_error& failure) {
-            EXPECT_THAT(failure.what(), testing::AnyOf(testing::StartsWith("Could not send packet to decoder: "),
-                                                       testing::StartsWith("Could not decode video frame: ")));
+        if (const auto failure = thrown<std::runtime_error>([&] { hasEnded = reader.next().result == 0; })) {
+            EXPECT_THAT(failure->what(), testing::AnyOf(testing::StartsWith("Could not send packet to decoder: "),
+                                                        testing::StartsWith("Could not decode video frame: ")));
             ++failures;
         }
     }

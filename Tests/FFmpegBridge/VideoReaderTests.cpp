@@ -1,4 +1,5 @@
 #include "FFmpegBridge/BridgeFixture.h"
+#include "Support/Thrown.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -227,15 +228,16 @@ TEST(FFmpegVideoReader, SurvivesAMovieThatWasCutShort) {
         writeFile(movie, std::span(bytes).first(bytes.size() * 6 / 10));
         BridgeReader reader(movie);
         std::vector<int> shown;
-        std::vector<std::uint8_t> memory(160 * 96 * 4);
-        PNVFFmpegFrame frame;
-        char error[256];
         // Reads go on after a failure, and come to an end.
-        for (int result = 1, reads = 0; result != 0 && reads < 200; ++reads) {
-            result = PNVFFmpegReadFrameIntoBGRA(reader.get(), memory.data(), 640, &frame, error, sizeof error);
-            if (result == 1)
-                shown.push_back(frameIndex(memory.data(), 640, 160, 96, 4));
-        }
+        bool hasEnded = false;
+        for (int reads = 0; !hasEnded && reads < 200; ++reads)
+            thrown<std::runtime_error>([&] {
+                const auto frame = reader.next();
+                hasEnded = frame.result == 0;
+                if (!hasEnded)
+                    shown.push_back(frame.index());
+            });
+        EXPECT_TRUE(hasEnded) << name;
         ASSERT_GE(shown.size(), 10u) << name;
         EXPECT_THAT(std::vector<int>(shown.begin(), shown.begin() + 10), testing::ElementsAreArray(upTo(10))) << name;
         EXPECT_LT(shown.size(), 60u) << name;

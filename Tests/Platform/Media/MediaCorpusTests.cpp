@@ -1,6 +1,4 @@
-#include "Platform/Media/AssetImageGenerator.h"
 #include "Platform/Media/AssetReader.h"
-#include "Platform/Media/PictureFile.h"
 #include "SoundInspection.h"
 #include "Support/MediaFactory.h"
 
@@ -8,7 +6,6 @@
 #include <nlohmann/json.hpp>
 
 #include <cmath>
-#include <cstdlib>
 #include <limits>
 
 namespace panoveer::test {
@@ -27,12 +24,6 @@ protected:
         if (!file)
             GTEST_SKIP() << "PANOVEER_CORPUS names no folder";
         path_ = *file;
-    }
-
-    // Pictures are kept for people who want to look at them.
-    static void keepPicture(const PixelBuffer& picture, const std::string& name) {
-        if (const char* folder = std::getenv("PANOVEER_TEST_PICTURES"); folder && *folder)
-            writePNG(picture, std::filesystem::path(folder) / (name + ".png"));
     }
 
     std::filesystem::path path_;
@@ -71,14 +62,6 @@ TEST_P(Corpus, IsListedAndDecodedAsFfprobeSees) {
     EXPECT_EQ(reader.status(), AssetReader::Status::completed);
     EXPECT_EQ(count, times.size());
     EXPECT_NEAR(asset->durationSeconds(), times.back() + 1 / track.nominalFrameRate, 0.15);
-
-    AssetImageGenerator generator(asset);
-    generator.setAppliesPreferredTrackTransform(true);
-    generator.setMaximumSize(1024, 1024);
-    const auto middle = times[times.size() / 2];
-    const auto image = generator.copyImage(middle + 1e-5);
-    EXPECT_NEAR(image.actualSeconds, middle, 2e-6);
-    keepPicture(*image.picture, expected.file);
 }
 
 TEST_P(Corpus, SoundsTheSameFromAnyStart) {

@@ -71,13 +71,6 @@ TEST(PictureFile, TellsADamagedFileFromAWholeOne) {
     }
 }
 
-TEST(PictureFile, CountsTheFramesOfAnAnimation) {
-    const TemporaryFolder folder;
-    const auto animation =
-        makeMovie(folder, {.name = "a.apng", .frameCount = 5, .codec = "apng", .pixelFormat = "rgba"});
-    EXPECT_EQ(readPNGInfo(animation), (PictureInfo{160, 96, 5}));
-}
-
 TEST(PictureFile, PassesOnWhatTheFileSystemSays) {
     const TemporaryFolder folder;
     const auto picture = paintedPicture(8, 8);

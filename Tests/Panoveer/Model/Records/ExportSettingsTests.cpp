@@ -201,14 +201,9 @@ TEST(ExportSettingsWarpMesh, IsNamedByItsFileOrByTheShapeOfTheOutput) {
 }
 
 TEST(ExportProgress, ShowsAHundredOnlyWhenDone) {
-    for (const auto& [fraction, percent] : {std::pair(0.0, 0),
-                                            {-1.0, 0},
-                                            {0.5, 50},
-                                            {0.299, 29},
-                                            {0.9999, 99},
-                                            {1.0, 100},
-                                            {7.0, 100},
-                                            {std::numeric_limits<double>::quiet_NaN(), 0}})
+    for (const auto& [fraction, percent] :
+         {std::pair(0.0, 0), std::pair(-1.0, 0), std::pair(0.5, 50), std::pair(0.299, 29), std::pair(0.9999, 99),
+          std::pair(1.0, 100), std::pair(7.0, 100), std::pair(std::numeric_limits<double>::quiet_NaN(), 0)})
         EXPECT_EQ((ExportProgress{fraction, {}, {}}.displayedPercent()), percent) << fraction;
 }
 

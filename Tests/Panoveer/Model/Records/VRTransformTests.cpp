@@ -98,22 +98,6 @@ TEST(VRTransformFieldOfView, OfAFlatOutputIsReportedAcrossItsWidth) {
     EXPECT_GT(*flat.outputHorizontalFieldOfView(2), 80);
 }
 
-TEST(VRTransformFisheye, CircleBecomesAnEllipseInTheTextureOfANonSquareEye) {
-    auto transform = between(domemaster, equirectangular);
-    transform.sourceStereoLayout = sideBySide;
-    transform.fisheyeCircle = FisheyeCircle{0.25, 0.75, 0.4};
-    const auto texture = transform.fisheyeTextureParameters(4000, 1000); // an eye of 2000 by 1000
-    EXPECT_EQ(texture.center, (Float2{0.25f, 0.75f}));
-    EXPECT_FLOAT_EQ(texture.radius.x, 0.2f);
-    EXPECT_FLOAT_EQ(texture.radius.y, 0.4f);
-
-    transform.fisheyeCircle.reset();
-    transform.sourceStereoLayout = overUnder;
-    const auto whole = transform.fisheyeTextureParameters(1000, 2000); // an eye of 1000 by 1000
-    EXPECT_EQ(whole.radius, (Float2{0.5f, 0.5f}));
-    EXPECT_EQ(transform.fisheyeTextureParameters(0, 0).radius, (Float2{0.5f, 0.5f}));
-}
-
 struct FormatChange {
     const char* what;
     ProjectionFormat source;

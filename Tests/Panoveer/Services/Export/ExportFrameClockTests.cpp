@@ -72,20 +72,6 @@ TEST(ExportFrameClock, RoundsHalfAFrameAwayFromZero) {
     EXPECT_EQ(clock.frameIndex(0.049), 0);
 }
 
-TEST(ExportSegmentFrameSlots, AreUsedOnceAndOnlyRise) {
-    auto slots = ExportSegmentFrameSlots::between(ExportFrameClock(25), 0, 0.4); // ten frames
-    ASSERT_EQ(slots.frameCount, 10);
-    EXPECT_EQ(slots.frameIndex(-1), 0);
-    EXPECT_EQ(slots.frameIndex(0.0), 1) << "the slot is taken: the next one";
-    EXPECT_EQ(slots.frameIndex(0.2), 5);
-    EXPECT_EQ(slots.frameIndex(0.08), 6) << "never back";
-    EXPECT_EQ(slots.frameIndex(std::nan("")), 7);
-    EXPECT_EQ(slots.frameIndex(0.4), std::nullopt);
-    EXPECT_EQ(slots.lastIndex, 7) << "a refused frame takes nothing";
-    EXPECT_EQ(slots.frameIndex(0.36), 9);
-    EXPECT_EQ(slots.frameIndex(0.36), std::nullopt);
-}
-
 TEST(ExportSegmentFrameSlots, OfNeighboursMeetWithoutGapOrOverlap) {
     const ExportFrameClock clock(29.97);
     double start = 0;

@@ -60,14 +60,5 @@ TEST(ExportVideoSettings, PrefersWhatThePictureSaysOfItsColours) {
     EXPECT_EQ(mixed.primaries, VideoColorPrimaries::bt2020);
 }
 
-TEST(ExportVideoSettings, CarriesMasteringDataOnlyIntoHDR) {
-    const ColorAttachments source{9, 16, 9, std::vector<std::uint8_t>(24, 1), std::vector<std::uint8_t>(4, 2)};
-    auto picture = PixelBuffer::make(pixelFormat::yCbCr420TenBitVideoRange, 16, 16);
-    attachColorMetadata(*picture, ExportColorMode::preserveHDR, source);
-    EXPECT_EQ(picture->color(), source);
-    attachColorMetadata(*picture, ExportColorMode::convertToSDR, source);
-    EXPECT_EQ(picture->color(), outputColor(ExportColorMode::convertToSDR));
-}
-
 } // namespace
 } // namespace panoveer

@@ -43,18 +43,10 @@ TEST(FFmpegRuntime, TellsAFileByItsVideo) {
 
 TEST(FFmpegRuntime, TurnsRotationsToTheNearestQuarter) {
     using enum SourceVideoOrientation;
-    for (const auto& [degrees, expected] : {std::pair(0, up),
-                                            {44, up},
-                                            {45, right},
-                                            {134, right},
-                                            {135, down},
-                                            {224, down},
-                                            {225, left},
-                                            {314, left},
-                                            {315, up},
-                                            {-90, left},
-                                            {-44, up},
-                                            {810, right}})
+    for (const auto& [degrees, expected] :
+         {std::pair(0, up), std::pair(44, up), std::pair(45, right), std::pair(134, right), std::pair(135, down),
+          std::pair(224, down), std::pair(225, left), std::pair(314, left), std::pair(315, up), std::pair(-90, left),
+          std::pair(-44, up), std::pair(810, right)})
         EXPECT_EQ(FFmpegRuntime::sourceOrientation(degrees), expected) << degrees;
 }
 
@@ -62,25 +54,17 @@ TEST(FFmpegRuntime, TellsTheColoursThatTheProgramKnowsApart) {
     using Primaries = VideoColorPrimaries;
     using Transfer = VideoTransferFunction;
     using Matrix = VideoYCbCrMatrix;
-    for (const auto& [code, expected] : {std::pair(9, Primaries::bt2020),
-                                         {12, Primaries::p3D65},
-                                         {1, Primaries::bt709},
-                                         {11, Primaries::bt709},
-                                         {2, Primaries::bt709}})
+    for (const auto& [code, expected] :
+         {std::pair(9, Primaries::bt2020), std::pair(12, Primaries::p3D65), std::pair(1, Primaries::bt709),
+          std::pair(11, Primaries::bt709), std::pair(2, Primaries::bt709)})
         EXPECT_EQ(FFmpegRuntime::colorMetadata(code, 2, 2).primaries, expected) << code;
-    for (const auto& [code, expected] : {std::pair(16, Transfer::pq),
-                                         {18, Transfer::hlg},
-                                         {13, Transfer::sRGB},
-                                         {8, Transfer::linear},
-                                         {1, Transfer::bt709},
-                                         {14, Transfer::bt709}})
+    for (const auto& [code, expected] :
+         {std::pair(16, Transfer::pq), std::pair(18, Transfer::hlg), std::pair(13, Transfer::sRGB),
+          std::pair(8, Transfer::linear), std::pair(1, Transfer::bt709), std::pair(14, Transfer::bt709)})
         EXPECT_EQ(FFmpegRuntime::colorMetadata(2, code, 2).transferFunction, expected) << code;
-    for (const auto& [code, expected] : {std::pair(5, Matrix::bt601),
-                                         {6, Matrix::bt601},
-                                         {9, Matrix::bt2020},
-                                         {10, Matrix::bt2020},
-                                         {1, Matrix::bt709},
-                                         {0, Matrix::bt709}})
+    for (const auto& [code, expected] :
+         {std::pair(5, Matrix::bt601), std::pair(6, Matrix::bt601), std::pair(9, Matrix::bt2020),
+          std::pair(10, Matrix::bt2020), std::pair(1, Matrix::bt709), std::pair(0, Matrix::bt709)})
         EXPECT_EQ(FFmpegRuntime::colorMetadata(2, 2, code).yCbCrMatrix, expected) << code;
 
     const TemporaryFolder folder;
