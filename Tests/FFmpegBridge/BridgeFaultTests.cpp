@@ -149,8 +149,7 @@ TEST(FFmpegBridge, SaysWhatCouldNotBeOpened) {
     const TemporaryFolder folder;
     const auto movie = readFile(makeMovie(folder, {.frameCount = 10, .audio = {{}}}));
     writeFile(folder / "empty.mov", {});
-    const std::string prose = "This is a letter and no movie.\n";
-    writeFile(folder / "letter.mp4", {reinterpret_cast<const std::uint8_t*>(prose.data()), prose.size()});
+    writeText(folder / "letter.mp4", "This is a letter and no movie.\n");
     // The index of a movie lies behind its media, so that half a movie has none.
     writeFile(folder / "half.mov", std::span(movie).first(movie.size() / 2));
     // Nobody will ever write into this pipe.
@@ -177,7 +176,7 @@ TEST(FFmpegBridge, NeverReachesOutToTheNetwork) {
     const auto playlist =
         "#EXTM3U\n#EXT-X-TARGETDURATION:1\n#EXTINF:1,\nhttp://127.0.0.1:" + std::to_string(ntohs(address.sin_port)) +
         "/a.ts\n#EXT-X-ENDLIST\n";
-    writeFile(folder / "list.m3u8", {reinterpret_cast<const std::uint8_t*>(playlist.data()), playlist.size()});
+    writeText(folder / "list.m3u8", playlist);
     for (const auto& entry : entries) {
         char error[1024] = {};
         EXPECT_LT(entry.call((folder / "list.m3u8").c_str(), error, sizeof error), 0);

@@ -23,30 +23,6 @@ TEST(FFmpegProbe, CountsAMatroskaDurationFromWhereTheMovieStarts) {
     EXPECT_NEAR(probeVideo(makeMovie(folder, broadcast)).duration, 1, 0.05);
 }
 
-TEST(FFmpegProbe, ReadsStereoAndSphericalSideData) {
-    const TemporaryFolder folder;
-    const auto spherical = makeMovie(folder, {.name = "spherical.mp4", .frameCount = 2});
-    appendStereoLayout(spherical, 2);
-    appendEquirectangularMapping(spherical, {.top = 0x10, .bottom = 0x20, .left = 0x40000000, .right = 0x30000000});
-
-    const auto info = probeVideo(spherical);
-    EXPECT_EQ(info.stereoType, PNVStereoSideBySide);
-    EXPECT_EQ(info.stereoInverted, 0);
-    // Cropped on any side, the mapping is a tile of the sphere.
-    EXPECT_EQ(info.sphericalProjection, PNVSphericalEquirectangularTile);
-    EXPECT_EQ(info.boundTop, 0x10u);
-    EXPECT_EQ(info.boundBottom, 0x20u);
-    EXPECT_EQ(info.boundLeft, 0x40000000u);
-    EXPECT_EQ(info.boundRight, 0x30000000u);
-    EXPECT_EQ(info.width, 160); // two eyes in one picture, and not two views
-
-    const auto inverted = probeVideo(makeMovie(
-        folder,
-        {.name = "inverted.mkv", .frameCount = 2, .outputOptions = {"-metadata:s:v", "stereo_mode=bottom_top"}}));
-    EXPECT_EQ(inverted.stereoType, PNVStereoTopBottom);
-    EXPECT_EQ(inverted.stereoInverted, 1);
-}
-
 TEST(FFmpegProbe, FindsThePreviousKeyframeInAnIndexOnly) {
     const TemporaryFolder folder;
     MovieSpec spec{.frameRate = "10", .frameCount = 30, .keyFrameInterval = 10, .outputOptions = {"-bf", "0"}};

@@ -5,8 +5,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cmath>
-#include <sstream>
 
 namespace panoveer::test {
 namespace {
@@ -93,60 +91,6 @@ TEST_F(RealFiles, WithABrokenBitstreamFailFrameByFrameAndEnd) {
     }
     EXPECT_GT(failures, 0);
     EXPECT_LT(reads, 1000);
-}
-
-// Takes the second view out of one frame: its NAL units become filler data, which decoders pass over.
-void blindRightEye(const std::filesystem::path& movie, long long position, std::size_t size) {
-    auto bytes = readFile(movie);
-    int blinded = 0;
-    for (auto at = std::size_t(position), end = at + size; at + 6 < end;) {
-        const auto length = bigEndian(bytes, at, 4);
-        const int layer = (bytes[at + 4] & 1) << 5 | bytes[at + 5] >> 3; // ITU-T H.265, 7.3.1.2
-        if (layer > 0) {
-            constexpr int fillerData = 38;
-            bytes[at + 4] = fillerData << 1;
-            bytes[at + 5] = 1;
-            ++blinded;
-        }
-        at += 4 + length;
-    }
-    ASSERT_GT(blinded, 0);
-    writeFile(movie, bytes);
-}
-
-TEST_F(RealMultiviewFile, FillsBothHalvesWithAViewThatStandsAlone) {
-    const TemporaryFolder folder;
-    const auto movie = folder / "alone.mov";
-    std::filesystem::copy_file(*corpusFile("water_180_mvhevc_5frames.mov"), movie);
-    std::filesystem::permissions(movie, std::filesystem::perms::owner_all);
-    // In decoding order the last packet; frames are reordered, so that any but the first may show it.
-    const auto packets = runProgram(
-        {"ffprobe", "-v", "error", "-show_entries", "packet=pts_time,pos,size", "-of", "csv=p=0", movie.string()});
-    std::istringstream lines(packets.standardOutput);
-    std::string line, last;
-    while (std::getline(lines, line))
-        if (!line.empty())
-            last = line;
-    double seconds = 0;
-    unsigned long size = 0;
-    long long position = 0;
-    ASSERT_EQ(std::sscanf(last.c_str(), "%lf,%lu,%lld", &seconds, &size, &position), 3) << last;
-    blindRightEye(movie, position, size);
-
-    BridgeReader reader(movie, {.maximumWidth = 400, .maximumHeight = 400});
-    int pictures = 0, alone = 0;
-    for (auto frame = reader.next(); frame.result == 1; frame = reader.next(), ++pictures) {
-        const auto half = std::ptrdiff_t(frame.width) * 2;
-        bool isSame = true;
-        for (std::ptrdiff_t row = 0; row < frame.height; ++row) {
-            const auto start = frame.pixels.begin() + row * frame.stride;
-            isSame = isSame && std::equal(start, start + half, start + half);
-        }
-        EXPECT_EQ(isSame, std::abs(frame.seconds - seconds) < 1e-3) << "at " << frame.seconds;
-        alone += isSame;
-    }
-    EXPECT_EQ(pictures, 5);
-    EXPECT_EQ(alone, 1);
 }
 
 } // namespace

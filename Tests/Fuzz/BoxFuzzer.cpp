@@ -1,6 +1,7 @@
 // Spatial boxes: reads any bytes as a movie, and writes every kind of metadata into them.
 
 #include "Fuzz/FuzzMovies.h"
+#include "Panoveer/Services/Export/BoxBuilding.h"
 #include "Panoveer/Services/Export/SpatialBoxInspector.h"
 #include "Panoveer/Services/Export/SpatialVideoMetadataError.h"
 #include "Panoveer/Services/Export/SpatialVideoMetadataInjector.h"
@@ -12,18 +13,6 @@ namespace panoveer::test {
 namespace {
 
 using Request = SpatialVideoMetadataRequest;
-
-class MemorySink final : public ByteSink {
-public:
-    void write(std::span<const std::uint8_t> bytes) override {
-        bytes_.insert(bytes_.end(), bytes.begin(), bytes.end());
-    }
-    std::uint64_t position() const override { return bytes_.size(); }
-    const Bytes& bytes() const { return bytes_; }
-
-private:
-    Bytes bytes_;
-};
 
 const std::array requests{
     Request{},
@@ -44,13 +33,13 @@ constexpr std::array<std::optional<SpatialAudioDescriptor>, 1> ambisonics{
 const URL name = URL::fromFilePath("/movie.mp4");
 
 std::optional<Bytes> rewritten(std::span<const std::uint8_t> movie, const Request& request) {
-    MemorySink sink;
+    MemoryByteSink sink;
     try {
         SpatialVideoMetadataInjector::rewrite(MemoryByteSource(movie), name, request, ambisonics, sink);
     } catch (const SpatialVideoMetadataError&) {
         return std::nullopt;
     }
-    return sink.bytes();
+    return sink.bytes;
 }
 
 } // namespace

@@ -46,26 +46,14 @@ protected:
         const auto count = folder / "count";
         fs::remove(count);
         Outcome outcome;
-        static_cast<ProgramResult&>(outcome) = runProgram({"env",
-                                                           std::string("LD_PRELOAD=") + PANOVEER_FAULT_INJECTION,
-                                                           "ASAN_OPTIONS=detect_leaks=0:verify_asan_link_order=0",
-                                                           "PANOVEER_FAULT_FOLDER=" + out.string(),
-                                                           "PANOVEER_FAULT=" + plan,
-                                                           "PANOVEER_FAULT_COUNT=" + count.string(),
-                                                           PANOVEER_PROGRAM,
-                                                           "convert",
-                                                           movie.string(),
-                                                           "-o",
-                                                           target.string(),
-                                                           "--overwrite",
-                                                           "--codec",
-                                                           GetParam().codec,
-                                                           "--source-format",
-                                                           "equirectangular",
-                                                           "--format",
-                                                           "equirectangular",
-                                                           "--size",
-                                                           "160x80"});
+        std::vector<std::string> command = {"env", std::string("LD_PRELOAD=") + PANOVEER_FAULT_INJECTION,
+                                            "ASAN_OPTIONS=detect_leaks=0:verify_asan_link_order=0"};
+        command.insert(command.end(), {"PANOVEER_FAULT_FOLDER=" + out.string(), "PANOVEER_FAULT=" + plan,
+                                       "PANOVEER_FAULT_COUNT=" + count.string(), PANOVEER_PROGRAM, "convert"});
+        command.insert(command.end(),
+                       {movie.string(), "-o", target.string(), "--overwrite", "--codec", GetParam().codec,
+                        "--source-format", "equirectangular", "--format", "equirectangular", "--size", "160x80"});
+        static_cast<ProgramResult&>(outcome) = runProgram(command);
         std::ifstream(count) >> outcome.calls;
         outcome.strays = namesIn(out);
         outcome.strays.erase(target.filename().string());

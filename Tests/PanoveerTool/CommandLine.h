@@ -6,7 +6,6 @@
 
 #include <cstdlib>
 #include <filesystem>
-#include <set>
 #include <string>
 #include <vector>
 
@@ -23,13 +22,6 @@ inline ProgramResult panoveer(std::vector<std::string> arguments) {
     isolate();
     arguments.insert(arguments.begin(), PANOVEER_PROGRAM);
     return runProgram(arguments);
-}
-
-inline std::set<std::string> namesIn(const std::filesystem::path& folder) {
-    std::set<std::string> names;
-    for (const auto& entry : std::filesystem::directory_iterator(folder))
-        names.insert(entry.path().filename().string());
-    return names;
 }
 
 inline nlohmann::json videoStream(const std::filesystem::path& movie, const std::vector<std::string>& options = {}) {

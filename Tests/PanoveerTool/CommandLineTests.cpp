@@ -112,8 +112,7 @@ TEST_F(CommandLine, SaysInOneLineWhatIsWrongWithAFile) {
         std::fill_n(at += sequenceHeader.size(), 3, std::uint8_t(0));
     writeFile(folder / "damaged.ts", damaged);
     movie({.name = "endless.m2v", .frameCount = 10, .codec = "mpeg2video"});
-    const auto prose = std::string("This is a letter and no movie.\n");
-    writeFile(folder / "letter.mp4", {reinterpret_cast<const std::uint8_t*>(prose.data()), prose.size()});
+    writeText(folder / "letter.mp4", "This is a letter and no movie.\n");
     ASSERT_EQ(mkfifo(path("pipe.mp4").c_str(), 0600), 0);
     for (const std::string name : {"damaged.ts", "endless.m2v", "letter.mp4", "pipe.mp4"}) {
         for (const auto& arguments : std::vector<std::vector<std::string>>{

@@ -53,11 +53,7 @@ INSTANTIATE_TEST_SUITE_P(
                     RealFile{"sample_shorter_audio.mp4", true}, RealFile{"sample_with_colr_mdcv_and_clli.mp4", true},
                     RealFile{"sowt-with-video.mov", true}, RealFile{"testRoom1_1080Stereo.mp4", true},
                     RealFile{"testRoom1_1920Mono.mp4", true}, RealFile{"water_180_mvhevc_5frames.mov", true}),
-    [](const auto& test) {
-        std::string name = test.param.name;
-        std::ranges::replace_if(name, [](char c) { return !std::isalnum(static_cast<unsigned char>(c)); }, '_');
-        return name;
-    });
+    [](const auto& test) { return testName(test.param.name); });
 
 } // namespace
 } // namespace panoveer::test

@@ -131,4 +131,8 @@ void writeFile(const std::filesystem::path& file, std::span<const std::uint8_t> 
         throw std::runtime_error("Cannot write " + file.string());
 }
 
+void writeText(const std::filesystem::path& file, std::string_view text) {
+    writeFile(file, {reinterpret_cast<const std::uint8_t*>(text.data()), text.size()});
+}
+
 } // namespace panoveer::test

@@ -3,6 +3,7 @@
 #include "Platform/Media/MediaAsset.h"
 
 #include <algorithm>
+#include <cctype>
 #include <cmath>
 #include <cstdlib>
 #include <format>
@@ -201,6 +202,18 @@ std::filesystem::path makeMovie(const TemporaryFolder& folder, const MovieSpec& 
 
 std::shared_ptr<const MediaAsset> loaded(const std::filesystem::path& movie) {
     return MediaAsset::load(URL::fromFilePath(movie));
+}
+
+std::set<std::string> namesIn(const std::filesystem::path& folder) {
+    std::set<std::string> names;
+    for (const auto& entry : std::filesystem::directory_iterator(folder))
+        names.insert(entry.path().filename().string());
+    return names;
+}
+
+std::string testName(std::string text) {
+    std::ranges::replace_if(text, [](unsigned char c) { return !std::isalnum(c); }, '_');
+    return text;
 }
 
 std::optional<std::filesystem::path> corpusFile(const std::string& name) {

@@ -10,8 +10,10 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <set>
 #include <span>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace panoveer {
@@ -133,6 +135,13 @@ void appendStereoLayout(const std::filesystem::path& movie, std::uint8_t mode);
 
 std::vector<std::uint8_t> readFile(const std::filesystem::path& file);
 void writeFile(const std::filesystem::path& file, std::span<const std::uint8_t> bytes);
+void writeText(const std::filesystem::path& file, std::string_view text);
+
+// The names of all that lies in a folder.
+std::set<std::string> namesIn(const std::filesystem::path& folder);
+
+// A sentence or a file's name as GoogleTest takes it for the name of a test.
+std::string testName(std::string text);
 
 // A file of the corpus of real media that PANOVEER_CORPUS names; no value when that is not set.
 std::optional<std::filesystem::path> corpusFile(const std::string& name);

@@ -2,7 +2,6 @@
 #include "Platform/Media/AssetReader.h"
 #include "Platform/Media/AssetWriter.h"
 #include "SoundInspection.h"
-#include "Support/FileSizeLimit.h"
 #include "Support/MediaFactory.h"
 
 #include <gmock/gmock.h>
@@ -10,7 +9,6 @@
 #include <nlohmann/json.hpp>
 
 #include <atomic>
-#include <cerrno>
 #include <cmath>
 #include <format>
 #include <numbers>
@@ -326,23 +324,6 @@ TEST(AssetWriter, LetsGoOfATrackThatWaitsForAnotherWhenItIsCancelled) {
     writing.writer.cancelWriting();
     EXPECT_FALSE(std::filesystem::exists(folder / "movie.mov"));
     EXPECT_FALSE(writing.writer.error());
-}
-
-TEST(FullDisk, FailsTheWriterAndLeavesTheSoundThatWasWritten) {
-    const TemporaryFolder folder;
-    const auto path = folder / "movie.mov";
-    {
-        const FileSizeLimit disk(4 << 20);
-        Writing writing(path, without(stereo, nullptr));
-        ASSERT_TRUE(writing.writer.startWriting());
-        std::int64_t frame = 0;
-        while (writing.audio->append(block(writing.format, frame, 4800)))
-            frame += 4800;
-        EXPECT_FALSE(writing.writer.finishWriting());
-        EXPECT_EQ(writing.writer.error()->code(), EFBIG);
-        std::filesystem::copy_file(path, folder / "saved.mov");
-    }
-    EXPECT_NEAR(double(readSound(folder / "saved.mov").frames()) / audioSampleRate, 11, 0.2);
 }
 
 TEST(AssetWriter, FillsGapsOfSoundWithSilenceAndCutsWhatIsBeforeTheSession) {

@@ -14,7 +14,6 @@
 namespace panoveer::test {
 namespace {
 
-using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using Status = AssetWriter::Status;
@@ -72,28 +71,6 @@ int decodedFrameCount(const std::filesystem::path& movie) {
     return std::stoi(stream["nb_read_frames"].get<std::string>());
 }
 
-class KilledWriter : public testing::TestWithParam<Codec> {};
-
-TEST_P(KilledWriter, LeavesAMovieThatPlaysToItsLastFragment) {
-    const TemporaryFolder folder;
-    const auto path = folder / "movie.mov";
-    // 20 s: far enough beyond 11 s for any encoder to have given out that much.
-    ASSERT_TRUE(succeedsInProcess([&] {
-        Writing writing(path, GetParam());
-        const bool isWritten = writing.writer.startWriting() && writing.append(GetParam(), 500) == 500;
-        _exit(isWritten ? 0 : 1); // before the writer can clean up
-        return false;
-    }));
-    // The first picture with the header, the rest of the first second, ten more seconds.
-    EXPECT_THAT(topLevelBoxes(path), ElementsAre("ftyp", "wide", "moov", "mdat", "moof", "mdat", "moof", "mdat"));
-    EXPECT_EQ(decodedFrameCount(path), 11 * timescale);
-    const auto stream = ffprobeJSON(path).at("streams").at(0);
-    EXPECT_EQ(stream["start_time"], "0.000000");
-}
-
-INSTANTIATE_TEST_SUITE_P(Codecs, KilledWriter, testing::Values(h264, proRes),
-                         [](const auto& test) { return test.param.name; });
-
 TEST(FullDisk, FailsTheWriterWithTheSystemsErrorAndLeavesWhatWasWritten) {
     const TemporaryFolder folder;
     const auto path = folder / "movie.mov", saved = folder / "saved.mov";
@@ -119,27 +96,6 @@ TEST(FullDisk, FailsTheWriterWithTheSystemsErrorAndLeavesWhatWasWritten) {
     EXPECT_THAT(boxes, testing::Contains("moof"));
     EXPECT_EQ(boxes.back(), "mdat");
     EXPECT_GE(decodedFrameCount(saved), timescale);
-}
-
-TEST(CancelledWriter, RemovesItsFileAndTakesNoMoreEvenWhileItDrains) {
-    std::stop_source stop;
-    stop.request_stop();
-    for (const auto& codec : {h264, proRes})
-        for (const bool isDraining : {false, true}) {
-            const TemporaryFolder folder;
-            Writing writing(folder / "movie.mov", codec);
-            ASSERT_TRUE(writing.writer.startWriting());
-            EXPECT_EQ(writing.append(codec, 60), 60);
-            if (isDraining)
-                EXPECT_FALSE(writing.writer.finishWriting(stop.get_token()));
-            else
-                writing.writer.cancelWriting();
-            EXPECT_EQ(writing.writer.status(), Status::cancelled);
-            EXPECT_FALSE(writing.writer.error());
-            EXPECT_FALSE(std::filesystem::exists(folder / "movie.mov"));
-            EXPECT_EQ(writing.append(codec, 1), 0);
-            EXPECT_FALSE(writing.writer.finishWriting());
-        }
 }
 
 TEST(AssetWriter, LeavesAFileThatIsThereAlone) {

@@ -103,11 +103,7 @@ INSTANTIATE_TEST_SUITE_P(
                     CorpusCase{"sample_with_colr_mdcv_and_clli.mp4", 0, 1}, CorpusCase{"sowt-with-video.mov", 1, 1},
                     CorpusCase{"testRoom1_1080Stereo.mp4", 1, 0}, CorpusCase{"testRoom1_1920Mono.mp4", 1, 0},
                     CorpusCase{"water_180_mvhevc_5frames.mov", 1, 0, false}),
-    [](const auto& test) {
-        std::string name = test.param.file;
-        std::erase_if(name, [](char character) { return !std::isalnum(static_cast<unsigned char>(character)); });
-        return name;
-    });
+    [](const auto& test) { return testName(test.param.file); });
 
 class ForeignContainer : public Corpus {};
 

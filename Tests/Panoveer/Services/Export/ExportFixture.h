@@ -92,12 +92,7 @@ protected:
         return end.value();
     }
 
-    std::set<std::string> written() const {
-        std::set<std::string> names;
-        for (const auto& entry : std::filesystem::directory_iterator(out))
-            names.insert(entry.path().filename().string());
-        return names;
-    }
+    std::set<std::string> written() const { return test::namesIn(out); }
 
     test::TemporaryFolder folder;
     std::filesystem::path out = folder / "out";

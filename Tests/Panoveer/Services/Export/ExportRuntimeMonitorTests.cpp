@@ -141,7 +141,7 @@ TEST(ExportDiagnosticsRecorderTests, LeavesOneJSONObjectALineWithoutNames) {
 TEST(ExportDiagnosticsRecorderTests, KeepsTracesForAMonthAndShowsTheLatestFirst) {
     const test::TemporaryFolder folder;
     const auto write = [&](const std::string& name, const std::string& text, std::chrono::hours age) {
-        test::writeFile(folder / name, {reinterpret_cast<const std::uint8_t*>(text.data()), text.size()});
+        test::writeText(folder / name, text);
         fs::last_write_time(folder / name, fs::file_time_type::clock::now() - age);
     };
     write("expired.jsonl", "x\n", std::chrono::hours(24 * 30 + 1));

@@ -47,12 +47,5 @@ TEST(ExportSizeEstimator, SumsWhatIsLeftOfTheClips) {
     EXPECT_EQ(ExportSizeEstimator::estimatedBytes(settings, {}, rates), 0);
 }
 
-TEST(ExportSizeEstimator, ShowsDecimalUnits) {
-    EXPECT_EQ(ExportSizeEstimator::formattedDecimalSize(1e9), "1.0 GB");
-    EXPECT_EQ(ExportSizeEstimator::formattedDecimalSize(12.34e9), "12.3 GB");
-    EXPECT_EQ(ExportSizeEstimator::formattedDecimalSize(999999999), "1000 MB");
-    EXPECT_EQ(ExportSizeEstimator::formattedDecimalSize(0), "0 MB");
-}
-
 } // namespace
 } // namespace panoveer

@@ -5,9 +5,6 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
-#include <algorithm>
-#include <cctype>
-
 namespace panoveer {
 namespace {
 
@@ -70,12 +67,6 @@ CanonRawVideoMetadata read(const Bytes& content) {
     const test::TemporaryFolder folder;
     test::writeFile(folder / "A001.CRM", content);
     return CanonRawMetadataReader::read(URL::fromFilePath(folder / "A001.CRM"));
-}
-
-// A sentence as GoogleTest takes it for a name.
-std::string testName(std::string sentence) {
-    std::ranges::replace_if(sentence, [](unsigned char c) { return !std::isalnum(c); }, '_');
-    return sentence;
 }
 
 struct ReadableMovie {
@@ -149,7 +140,7 @@ INSTANTIATE_TEST_SUITE_P(
                       movieOf(canonSize + media(times("mdhd", 10, unknown) + videoHandler,
                                                 box("stts", u32(0) + u32(1000000) + u32(20) + u32(1)))),
                       {5952, 3140, 2, 10})),
-    [](const auto& parameter) { return testName(parameter.param.name); });
+    [](const auto& parameter) { return test::testName(parameter.param.name); });
 
 struct UnreadableMovie {
     const char* name;
@@ -194,7 +185,7 @@ INSTANTIATE_TEST_SUITE_P(
         UnreadableMovie("track header cut short",
                         box("moov", box("trak", box("tkhd", zeros(80)) + media(videoHandler, canonSamples))),
                         Case::noVideoTrack)),
-    [](const auto& parameter) { return testName(parameter.param.name); });
+    [](const auto& parameter) { return test::testName(parameter.param.name); });
 
 TEST(CanonRawMetadataReader, GivesUpOnAFloodOfBoxes) {
     Bytes flood;

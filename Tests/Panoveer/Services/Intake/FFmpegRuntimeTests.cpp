@@ -5,8 +5,6 @@
 
 #include <gtest/gtest.h>
 
-#include <cmath>
-#include <limits>
 #include <tuple>
 
 namespace panoveer::test {
@@ -105,16 +103,6 @@ TEST(FFmpegRuntime, ReadsThePackingOfTheEyes) {
     ASSERT_TRUE(swapped.containerImmersiveMetadata);
     EXPECT_EQ(swapped.containerImmersiveMetadata->stereoLayout, StereoVideoLayout::sideBySide);
     EXPECT_TRUE(swapped.containerImmersiveMetadata->eyesSwapped);
-}
-
-TEST(FFmpegRuntime, FindsAKeyframeOrNoneAndNeverThrows) {
-    const TemporaryFolder folder;
-    const auto movie = urlOf(makeMovie(
-        folder, {.frameRate = "10", .frameCount = 30, .keyFrameInterval = 10, .outputOptions = {"-bf", "0"}}));
-    EXPECT_EQ(FFmpegRuntime::previousKeyframeTime(movie, 1.9), 1.0);
-    for (const double time : {-0.1, std::nan(""), std::numeric_limits<double>::infinity()})
-        EXPECT_EQ(FFmpegRuntime::previousKeyframeTime(movie, time), std::nullopt);
-    EXPECT_EQ(FFmpegRuntime::previousKeyframeTime(urlOf(folder / "missing.mov"), 1), std::nullopt);
 }
 
 TEST(FFmpegRuntime, PreviewsInSoftwareWhatThePlatformCannot) {

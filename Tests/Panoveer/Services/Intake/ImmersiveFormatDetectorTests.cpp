@@ -1,5 +1,6 @@
 #include "Panoveer/Services/Intake/GrayPictures.h"
 #include "Panoveer/Services/Intake/ImmersiveFormatDetector.h"
+#include "Panoveer/Services/Intake/Majority.h"
 #include "Support/SyntheticWorld.h"
 
 #include <gtest/gtest.h>
@@ -216,6 +217,15 @@ INSTANTIATE_TEST_SUITE_P(
                     Verdict{"OfSwappedEyesMeansNothingInMono", stated({equirectangular, mono, true}), sphereByShape}),
     nameOf);
 
+TEST(Majority, IsMoreThanHalfOfTheVotes) {
+    EXPECT_EQ(majority(std::vector<int>{}), std::nullopt);
+    EXPECT_EQ(majority(std::vector{7}), 7);
+    EXPECT_EQ(majority(std::vector{1, 2}), std::nullopt);
+    EXPECT_EQ(majority(std::vector{2, 1, 2}), 2);
+    EXPECT_EQ(majority(std::vector{1, 1, 2, 3}), std::nullopt);
+    EXPECT_EQ(majority(std::vector<bool>{false, true, false}), false);
+}
+
 TEST(StereoVote, NeedsAGoodMatchAndALead) {
     struct Row {
         std::optional<double> sideBySide, overUnder;
@@ -257,25 +267,6 @@ TEST(Plausibility, GoesByTheShapeOfAnEye) {
     EXPECT_TRUE(isPlausible(Layout::sideBySide, 2000, 926, Projection::domemaster));
     EXPECT_FALSE(isPlausible(Layout::sideBySide, 2000, 925, Projection::domemaster)) << "off by more than 8 %";
     EXPECT_FALSE(isPlausible(Layout::overUnder, 0, 0, std::nullopt));
-}
-
-TEST(ImmersiveFormatDetector, HasAnAnswerForEveryFrame) {
-    const Frames frames = {{},
-                           test::flat(1, 1, NAN),
-                           test::flat(2, 1, 1e30),
-                           test::flat(1, 300, INFINITY),
-                           test::whiteNoise(3, 3, 0.5, 1)};
-    for (const int width : {-5, 0, 1, 2000, 4000})
-        for (const int height : {-5, 0, 1, 1000, 2000, 4000})
-            for (const auto* name : {"", "sbs", "tb", "fisheye sbs", "fisheye tb"})
-                for (const bool isLens : {false, true})
-                    EXPECT_NE(detect({.width = width,
-                                      .height = height,
-                                      .fileName = name,
-                                      .isDualFisheyeLens = isLens,
-                                      .frames = frames})
-                                  .projection,
-                              Projection::mirrorDome);
 }
 
 struct Recording {

@@ -5,7 +5,6 @@
 
 #include <cmath>
 #include <limits>
-#include <numbers>
 
 namespace panoveer {
 namespace {
@@ -28,28 +27,6 @@ GrayscaleImage pair(Layout layout, int eyeWidth, int eyeHeight, int shift) {
                        [&](int x, int y) { return x < eyeWidth ? at(x, y) : at(x - eyeWidth + shift, y); });
     return painted(eyeWidth, 2 * eyeHeight,
                    [&](int x, int y) { return y < eyeHeight ? at(x, y) : at(x + shift, y - eyeHeight); });
-}
-
-TEST(NormalizedCrossCorrelation, ComparesWhatBothPicturesShareAtAShift) {
-    const auto scene = whiteNoise(60, 8, 0.5, 1);
-    const auto a = painted(40, 8, [&](int x, int y) { return scene.row(y)[std::size_t(x)]; });
-    const auto b = painted(40, 8, [&](int x, int y) { return 0.2 + 0.3 * scene.row(y)[std::size_t(x + 5)]; });
-    EXPECT_NEAR(normalizedCrossCorrelation(a, b, 5), 1, 1e-6) << "brightness and contrast do not count";
-    EXPECT_NEAR(normalizedCrossCorrelation(b, a, -5), 1, 1e-6);
-    EXPECT_LT(normalizedCrossCorrelation(a, b, -5), 0.3);
-    const auto negative = painted(40, 8, [&](int x, int y) { return 1 - a.row(y)[std::size_t(x)]; });
-    EXPECT_NEAR(normalizedCrossCorrelation(a, negative, 0), -1, 1e-6);
-}
-
-TEST(NormalizedCrossCorrelation, HasNoOpinionWithoutEnoughToCompare) {
-    const auto a = whiteNoise(10, 4, 0.5, 1);
-    EXPECT_GT(normalizedCrossCorrelation(a, a, 0), 0.999);
-    EXPECT_NE(normalizedCrossCorrelation(a, a, 4), -1);
-    EXPECT_EQ(normalizedCrossCorrelation(a, a, 5), -1) << "half of the width is too little";
-    EXPECT_EQ(normalizedCrossCorrelation(a, a, -5), -1);
-    EXPECT_EQ(normalizedCrossCorrelation(a, flat(10, 4, 0.3), 0), -1);
-    EXPECT_EQ(normalizedCrossCorrelation(a, whiteNoise(10, 5, 0.5, 1), 0), -1);
-    EXPECT_EQ(normalizedCrossCorrelation({}, {}, 0), -1);
 }
 
 TEST(StereoMatch, FindsTheEyesAndTheirShift) {
@@ -101,30 +78,6 @@ TEST(FirstViewIsLeftEye, ReadsTheDirectionOfParallax) {
     EXPECT_EQ(firstViewIsLeftEye(here, Layout::mono), std::nullopt);
     const auto dark = painted(1024, 256, [&](int x, int y) { return 0.05 * here.row(y)[std::size_t(x)]; });
     EXPECT_EQ(firstViewIsLeftEye(dark, Layout::sideBySide), std::nullopt) << "there is more noise than picture in it";
-}
-
-std::vector<PixelPoint> pointsOnCircle(double x, double y, double radius, int count) {
-    std::vector<PixelPoint> points;
-    for (int i = 0; i < count; ++i) {
-        const double angle = 2.5 * i / count; // less than half of it is enough
-        points.push_back({x + radius * std::cos(angle), y + radius * std::sin(angle)});
-    }
-    return points;
-}
-
-TEST(FitCircle, GoesThroughPointsOfACircleAndThroughNoOthers) {
-    for (int count : {3, 4, 180}) {
-        const auto circle = fitCircle(pointsOnCircle(100, 40, 75, count));
-        ASSERT_TRUE(circle);
-        EXPECT_NEAR(circle->x, 100, 1e-6);
-        EXPECT_NEAR(circle->y, 40, 1e-6);
-        EXPECT_NEAR(circle->radius, 75, 1e-6);
-    }
-    EXPECT_FALSE(fitCircle({}));
-    EXPECT_FALSE(fitCircle(pointsOnCircle(0, 0, 1, 2)));
-    EXPECT_FALSE(fitCircle(std::vector<PixelPoint>{{0, 0}, {1, 1}, {2, 2}, {3, 3}}));
-    EXPECT_FALSE(fitCircle(std::vector<PixelPoint>(5, {2, 2})));
-    EXPECT_FALSE(fitCircle(std::vector<PixelPoint>{{0, 0}, {1, 0}, {std::nan(""), 1}}));
 }
 
 struct Disc {

@@ -171,8 +171,7 @@ TEST_F(MediaImportScannerTests, OddExtensionsAreJudgedByTheirContent) {
                folder / "still.dat");
     fs::rename(test::makeMovie(folder, {.name = "sound.mov", .frameCount = 0, .audio = {{}}, .audioSeconds = 0.2}),
                folder / "sound.dat");
-    const std::string note = "Ripped by nobody\nEnjoy\n";
-    test::writeFile(folder / "note.nfo", std::vector<std::uint8_t>(note.begin(), note.end()));
+    test::writeText(folder / "note.nfo", "Ripped by nobody\nEnjoy\n");
     const std::vector<URL> urls{url()};
     const auto found = MediaImportScanner::scan(urls);
     EXPECT_THAT(names(found.videoURLs), ElementsAre("film.dat"));

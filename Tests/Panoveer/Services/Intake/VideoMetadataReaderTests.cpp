@@ -23,10 +23,6 @@ constexpr Backend native = Backend::avFoundation;
 
 VideoAsset read(const fs::path& file) { return VideoMetadataReader::readStreams(URL::fromFilePath(file)); }
 
-void writeText(const fs::path& file, std::string_view text) {
-    test::writeFile(file, std::vector<std::uint8_t>(text.begin(), text.end()));
-}
-
 struct MadeMovie {
     const char* name;
     Backend backend;
@@ -139,7 +135,7 @@ TEST(VideoMetadataReader, KeepsInMindWhatFFmpegReads) {
 TEST(VideoMetadataReader, GivesTheUsefulErrorOfTheRoadsThatFailed) {
     const test::TemporaryFolder folder;
     for (const auto* name : {"note.mov", "note.mkv", "note.ts", "note.crm"})
-        writeText(folder / name, "This is no movie.");
+        test::writeText(folder / name, "This is no movie.");
     const auto sound =
         test::makeMovie(folder, {.name = "sound.mov", .frameCount = 0, .audio = {{}}, .audioSeconds = 0.2});
 

@@ -8,7 +8,6 @@
 #include <nlohmann/json.hpp>
 
 #include <fstream>
-#include <set>
 
 namespace panoveer::test {
 namespace {
@@ -16,13 +15,6 @@ namespace {
 namespace fs = std::filesystem;
 
 void ignoreProgress(double, const std::string&, std::int64_t) {}
-
-std::set<std::string> namesIn(const fs::path& folder) {
-    std::set<std::string> names;
-    for (const auto& entry : fs::directory_iterator(folder))
-        names.insert(entry.path().filename().string());
-    return names;
-}
 
 TEST(SyphonTranscodeService, NamesTheCopyAfterItsSource) {
     const TemporaryFolder folder;
