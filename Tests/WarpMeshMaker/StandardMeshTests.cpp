@@ -59,27 +59,6 @@ TEST_P(StandardMesh, ShowsOnTheDomeWhatEachPixelsLightMeets) {
     EXPECT_GT(double(shown) / (size_.width * size_.height), 0.45);
 }
 
-TEST_P(StandardMesh, HasNoFoldsAndIsTheSameLeftAndRight) {
-    const auto mesh = MirrorDomeWarpMesh::load(url_);
-    for (std::size_t i = 0; i < mesh.indices.size(); i += 3) {
-        const auto corner = [&](std::size_t n) { return mesh.vertices[mesh.indices[i + n]].texCoords; };
-        const auto [a, b, c] = std::array{corner(0), corner(1), corner(2)};
-        EXPECT_GT((b.x - a.x) * (c.y - a.y) - (c.x - a.x) * (b.y - a.y), 0) << "triangle " << i / 3;
-    }
-    for (int row = 0; row < mesh.height; ++row) {
-        for (int column = 0; column < mesh.width; ++column) {
-            const auto& here = mesh.vertices[std::size_t(row * mesh.width + column)];
-            const auto& there = mesh.vertices[std::size_t((row + 1) * mesh.width - 1 - column)];
-            ASSERT_EQ(here.isHole(), there.isHole());
-            EXPECT_NEAR(here.position.x, -there.position.x, 1e-5);
-            EXPECT_NEAR(here.intensity, there.intensity, 2e-4);
-            if (!here.isHole()) {
-                EXPECT_NEAR(here.texCoords.x, 1 - there.texCoords.x, 2e-5);
-            }
-        }
-    }
-}
-
 TEST_P(StandardMesh, HasTheFrontAtTheBottomAndTheSidesExchangedAsAMirrorDoes) {
     const MirrorDomeGridMapper mapper(MirrorDomeWarpMesh::load(url_));
     const auto zenith = mapper.project({0.5, 0.5});

@@ -191,15 +191,6 @@ TEST(ExportSettingsFrameRate, OnlyASingleMovieOfDifferingSourcesIsRetimed) {
     EXPECT_EQ(settings.singleMovieTargetFrameRate(mixed), 60);
 }
 
-TEST(ExportSettingsWarpMesh, IsNamedByItsFileOrByTheShapeOfTheOutput) {
-    auto settings = settingsOf(mirrorDome, {1920, 1200});
-    EXPECT_THAT(settings.mirrorDomeWarpMeshDisplayName(), testing::HasSubstr("16:10"));
-    settings.customHeight = 1080;
-    EXPECT_THAT(settings.mirrorDomeWarpMeshDisplayName(), testing::HasSubstr("16:9"));
-    settings.mirrorDomeWarpMeshURL = URL::fromFilePath("/meshes/planetarium.data");
-    EXPECT_EQ(settings.mirrorDomeWarpMeshDisplayName(), "planetarium.data");
-}
-
 TEST(ExportProgress, ShowsAHundredOnlyWhenDone) {
     for (const auto& [fraction, percent] :
          {std::pair(0.0, 0), std::pair(-1.0, 0), std::pair(0.5, 50), std::pair(0.299, 29), std::pair(0.9999, 99),

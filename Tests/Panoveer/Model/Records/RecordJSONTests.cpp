@@ -164,8 +164,8 @@ TEST(RecordJSON, ClipsAreCorrectedOnReading) {
 TEST(RecordJSON, AssetsAndSettingsAreCorrectedOnReading) {
     EXPECT_EQ(decodedWith(fullAsset(), R"({"frameRate":0})").frameRate, 30);
     EXPECT_EQ(decodedWith(fullAsset(), R"({"duration":-1})").duration, 0);
-    for (const auto& [written, read] : {std::pair("29.97002997", 29.97), std::pair("0", 30), std::pair("-24", 30),
-                                        std::pair("500", 240), std::pair("0.2", 1), std::pair("null", 30)})
+    for (const auto& [written, read] : {std::pair("29.97002997", 29.97), std::pair("0", 30.0), std::pair("-24", 30.0),
+                                        std::pair("500", 240.0), std::pair("0.2", 1.0), std::pair("null", 30.0)})
         EXPECT_EQ(decodedWith(fullSettings(), (std::string(R"({"customFrameRate":)") + written + "}").c_str())
                       .customFrameRate,
                   read);

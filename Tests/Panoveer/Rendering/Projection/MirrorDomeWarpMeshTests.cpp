@@ -191,26 +191,6 @@ TEST_F(MirrorDomeMeshFile, IsSharedAsAMapperUntilItChanges) {
 
 // --- On the processor ------------------------------------------------------------------------------------------------
 
-TEST_F(MirrorDomeMeshFile, CoversEveryPixelOfAPlainGrid) {
-    // Sizes at which the nodes fall between pixels, on their edges and on their middles.
-    for (const PictureSize size : {PictureSize{97, 61}, {110, 80}, {55, 40}, {3, 2}}) {
-        const MirrorDomeRaster raster(load(plainMesh(12, 9)), size);
-        for (int y = 0; y < size.height; ++y) {
-            for (int x = 0; x < size.width; ++x) {
-                const auto* triangle = raster.triangleAt(x, y);
-                ASSERT_TRUE(triangle) << x << ", " << y << " of " << size.width << " by " << size.height;
-                EXPECT_EQ(triangle, raster.triangleAt(x + 0.99, y + 0.99));
-                const auto shown = triangle->fisheye(x + 0.5, y + 0.5);
-                EXPECT_NEAR(shown.u, (x + 0.5) / size.width * 0.98 + 0.01, 1e-6);
-                EXPECT_NEAR(shown.v, (y + 0.5) / size.height * 0.98 + 0.01, 1e-6);
-                EXPECT_NEAR(triangle->intensity.at(x + 0.5, y + 0.5), 1, 1e-6);
-            }
-        }
-        for (const auto& [x, y] : {std::pair(-0.1, 0.5), {0.5, -0.1}, {double(size.width), 0.5}, {NAN, 0.5}})
-            EXPECT_FALSE(raster.triangleAt(x, y)) << x << ", " << y;
-    }
-}
-
 TEST_F(MirrorDomeMeshFile, DrawsLaterTrianglesOverEarlierOnesAndNothingOutsideThem) {
     // The lower row of cells is folded up over the upper one, up to a node far outside of the frame.
     const MirrorDomeRaster raster(load("2\n2 3\n1 1 0.1 0.1 1\n-1 1 0.9 0.1 1\n1 0 0.1 0.5 0\n-1 0 0.9 0.5 0\n"

@@ -187,52 +187,6 @@ TEST_P(Sources, ComeOutUntouchedWhenNothingChanges) {
     }
 }
 
-// --- Eyes ----------------------------------------------------------------------------------------------------------
-
-TEST_P(Sources, NeverLetOneEyeBleedIntoTheOther) {
-    for (const auto layout : {StereoVideoLayout::sideBySide, StereoVideoLayout::overUnder}) {
-        // Eyes of odd sizes, too, whose border cuts a chroma sample in two.
-        for (const int odd : {0, 2}) {
-            auto size = frameSize(GetParam(), layout, 60);
-            size.width += odd;
-            size.height += odd;
-            const auto source = PixelBuffer::make(yCbCr444TenBitVideoRange, int(size.width), int(size.height));
-            const auto subsampled = PixelBuffer::make(yCbCr420TenBitVideoRange, int(size.width), int(size.height));
-            const bool isBeside = layout == StereoVideoLayout::sideBySide;
-            for (const auto& picture : {source, subsampled}) {
-                for (int p = 0; p < 2; ++p) {
-                    const auto& plane = picture->plane(p);
-                    const int shift = p == 0 || picture == source ? 0 : 1;
-                    for (int y = 0; y < plane.height; ++y)
-                        for (int i = 0; i < plane.width * (p + 1); ++i) {
-                            const int x = i / (p + 1) << shift;
-                            const bool isFirst =
-                                isBeside ? x < int(size.width) / 2 : (y << shift) + shift < int(size.height) / 2;
-                            setSample(*picture, p, i, y, isFirst ? 200 : 800);
-                        }
-                }
-                for (const auto eye : {StereoEye::left, StereoEye::right}) {
-                    auto transform = transformBetween(GetParam(), ProjectionFormat::cubemap);
-                    transform.sourceStereoLayout = layout;
-                    transform.monoStereoEye = eye;
-                    const auto output = rendered(*picture, transform, yCbCr444TenBitVideoRange, {96, 64}, {},
-                                                 {.yCbCrMatrix = VideoYCbCrMatrix::bt709});
-                    const double expected = eye == StereoEye::left ? 200 : 800;
-                    int shown = 0;
-                    for (int p = 0; p < 2; ++p) {
-                        for (const double value : samplesOf(*output, p)) {
-                            const bool isUnmapped = value == (p == 0 ? 64 : 512);
-                            ASSERT_TRUE(value == expected || isUnmapped) << nameOf(layout) << " " << value;
-                            shown += isUnmapped ? 0 : 1;
-                        }
-                    }
-                    EXPECT_GT(shown, 500);
-                }
-            }
-        }
-    }
-}
-
 INSTANTIATE_TEST_SUITE_P(ScalarProjectionReference, Sources, testing::ValuesIn(kernelFormats),
                          [](const auto& test) { return nameOf(test.param); });
 

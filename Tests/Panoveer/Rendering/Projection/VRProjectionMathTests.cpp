@@ -279,51 +279,7 @@ TEST(StandardSourceScreen, FindsEveryPlaceAgainAtEveryDistance) {
     }
 }
 
-// --- Sources -------------------------------------------------------------------------------------------------------
-
-class SourceLattices : public testing::TestWithParam<ProjectionFormat> {};
-
-TEST_P(SourceLattices, FindThePlaceOfEveryDirectionTheyShow) {
-    for (const auto layout : {StereoVideoLayout::mono, StereoVideoLayout::sideBySide, StereoVideoLayout::overUnder}) {
-        VRTransform transform;
-        transform.sourceFormat = GetParam();
-        transform.outputFormat = ProjectionFormat::equirectangular;
-        transform.sourceStereoLayout = layout;
-        transform.domemasterThetaDegrees = 200;
-        transform.fisheyeCircle = FisheyeCircle{.centerX = 0.55, .centerY = 0.48, .radius = 0.4};
-        const PictureSize size{layout == StereoVideoLayout::sideBySide ? 192 : 96,
-                               layout == StereoVideoLayout::overUnder ? 128 : 64};
-        const SourceLattice lattice(transform, size, 1.5);
-        int found = 0;
-        for (double y = 0.5; y < size.height; ++y) {
-            for (double x = 0.5; x < size.width; ++x) {
-                const auto here = lattice.placeAt(x, y);
-                ASSERT_EQ(here.half, (layout == StereoVideoLayout::sideBySide && x > 96) ||
-                                             (layout == StereoVideoLayout::overUnder && y > 64)
-                                         ? 1
-                                         : 0);
-                const auto direction = lattice.direction(here);
-                if (!direction)
-                    continue;
-                const auto back = lattice.place(*direction, here.half);
-                // The margin of an equi-angular cube map shows what another face shows too.
-                if (!lattice.area(here).contains(x, y))
-                    continue;
-                ++found;
-                ASSERT_TRUE(back) << x << " " << y;
-                ASSERT_EQ(back->face, here.face);
-                ASSERT_NEAR(back->x, x, 1e-6);
-                ASSERT_NEAR(back->y, y, 1e-6);
-            }
-        }
-        EXPECT_GT(found, size.width * size.height / 4);
-    }
-}
-
-INSTANTIATE_TEST_SUITE_P(All, SourceLattices,
-                         testing::Values(ProjectionFormat::standard, ProjectionFormat::equirectangular,
-                                         ProjectionFormat::halfEquirectangular, ProjectionFormat::domemaster,
-                                         ProjectionFormat::cubemap, ProjectionFormat::eac));
+// --- Outputs -------------------------------------------------------------------------------------------------------
 
 TEST(ProjectionMapping, ShowsTheChosenEyeWhereTheOutputHasOne) {
     for (const auto layout : {StereoVideoLayout::sideBySide, StereoVideoLayout::overUnder})

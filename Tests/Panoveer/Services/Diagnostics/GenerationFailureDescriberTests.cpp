@@ -1,5 +1,4 @@
 #include "Panoveer/Services/Diagnostics/GenerationFailureDescriber.h"
-#include "Panoveer/Services/Diagnostics/GenerationFailurePresentation.h"
 #include "Platform/Core/Localization.h"
 
 #include <gtest/gtest.h>
@@ -93,13 +92,6 @@ TEST(GenerationFailureDescriberTests, EndsWithAChainThatBitesItsTail) {
     second->setUnderlying(first);
     EXPECT_EQ(Describer::errorChain(*first).size(), 2u);
     second->setUnderlying(nullptr);
-}
-
-TEST(GenerationFailurePresentationTests, EqualFailuresAreTwoDialogs) {
-    const auto failure = plain("It broke.");
-    const auto one = GenerationFailurePresentation::of(failure, "Export");
-    EXPECT_EQ(one.message, "It broke.");
-    EXPECT_NE(one, GenerationFailurePresentation::of(failure, "Export"));
 }
 
 } // namespace
