@@ -3,6 +3,7 @@
 #include "Panoveer/Services/Diagnostics/DiagnosticPrivacyRedactor.h"
 #include "Platform/Core/Error.h"
 #include "Platform/Core/Log.h"
+#include "Platform/Core/Text.h"
 #include "Platform/Core/TextPattern.h"
 
 #include <sys/utsname.h>
@@ -11,7 +12,6 @@
 #include <array>
 #include <cerrno>
 #include <cstdlib>
-#include <ctime>
 #include <format>
 #include <fstream>
 #include <sstream>
@@ -20,8 +20,6 @@
 namespace panoveer {
 
 namespace {
-
-using std::chrono::system_clock;
 
 constexpr std::size_t maximumReportBytes = 262144;
 constexpr std::size_t maximumExportReportBytes = 98304;
@@ -75,16 +73,6 @@ struct LogEntry {
 
     std::string line() const { return date + " " + category + " " + message; }
 };
-
-// As the log writes dates, so that they compare as texts.
-std::string logDate(system_clock::time_point time) {
-    const auto seconds = system_clock::to_time_t(time);
-    std::tm local{};
-    localtime_r(&seconds, &local);
-    char text[32];
-    std::strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S", &local);
-    return text;
-}
 
 void readLog(const std::filesystem::path& file, const std::string& since, std::vector<LogEntry>& entries) {
     std::ifstream stream(file);
@@ -140,7 +128,8 @@ std::string AppDiagnosticsCollector::applicationLog() const {
     if (std::ifstream newest(sources_.logFile); !newest)
         return std::format("Application log unavailable ({})",
                            DiagnosticPrivacyRedactor::redact(posixError("panoveer.log", errno).what()));
-    const auto since = logDate(sources_.now() - logWindow);
+    // As the log writes dates, so that they compare as texts.
+    const auto since = localTimeText(sources_.now() - logWindow, "%Y-%m-%d %H:%M:%S");
     std::vector<LogEntry> entries;
     for (int age = keptLogFiles; age > 0; --age)
         readLog(sources_.logFile.parent_path() / std::format("{}.{}{}", sources_.logFile.stem().string(), age,
