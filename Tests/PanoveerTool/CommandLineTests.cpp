@@ -35,7 +35,7 @@ protected:
 };
 
 TEST_F(CommandLine, TellsWrongUsageFromFailure) {
-    const auto source = movie({.frameCount = 5});
+    const auto source = movie({.frameCount = 6, .audio = {{}}, .audioSeconds = 4});
     const auto mesh = path("mesh.data");
     std::ofstream(mesh) << "2\n2 1\n1.6 0 0 0 1\n1.6 0 0\n";
     struct Row {
@@ -53,7 +53,7 @@ TEST_F(CommandLine, TellsWrongUsageFromFailure) {
              Row{{"convert", source, "-o", path("a.mp4"), "--size", "wide"}, 2, "3840x1920"},
              Row{{"convert", source, "-o", path("a.mp4"), "--audio", "loud"}, 2, "stereo"},
              Row{{"convert", source, "-o", path("a.mp4"), "--pitch", "91"}, 2, "-90"},
-             Row{{"convert", source, "-o", path("a.mp4"), "--in", "3"}, 2, "--in"},
+             Row{{"convert", source, "-o", path("a.mp4"), "--in", "3"}, 2, "lasts only 0.200 s"},
              Row{{"convert", source, "-o", path("a.mp4"), "--source-format", "mirrorDome"}, 2, "output only"},
              Row{{"convert", source, "-o", path("a.mp4"), "--warp-mesh", mesh}, 2, "mirrorDome"},
              Row{{"convert", source, "-o", path("a.mp4"), "--format", "mirrorDome", "--warp-mesh", mesh},
@@ -64,7 +64,7 @@ TEST_F(CommandLine, TellsWrongUsageFromFailure) {
                  "panoveer: Cannot read Mirror Dome warp mesh: /gone\n"},
              Row{{"convert", path("gone.mp4"), "-o", path("a.mp4")}, 1, "gone.mp4"},
              Row{{"convert", source, "-o", path("a.mp4"), "--out", "nan"}, 2, "--out"},
-             Row{{"frame", source, "--at", "9", "-o", path("a.png")}, 2, "--at"},
+             Row{{"frame", source, "--at", "3", "-o", path("a.png")}, 2, "lasts only 0.200 s"},
              Row{{"frame", source, "--at", "0", "-o", path("no/a.png")}, 1, "no folder"},
              Row{{"inspect", path("gone.mp4")}, 1, "gone.mp4"},
              Row{{"transcode", path("gone.mp4")}, 1, "gone.mp4"},

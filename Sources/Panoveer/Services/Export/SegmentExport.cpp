@@ -6,6 +6,7 @@
 #include "Panoveer/Services/Export/SegmentDuration.h"
 #include "Panoveer/Services/Export/VRExportError.h"
 #include "Panoveer/Services/Intake/FFmpegRuntime.h"
+#include "Platform/Core/Localization.h"
 #include "Platform/Core/Log.h"
 
 #include <algorithm>
@@ -16,6 +17,13 @@ namespace panoveer {
 namespace {
 
 constexpr Logger logger("Export");
+
+// Where a container does not tell how long its video lasts, this is the first to know.
+[[noreturn]] void throwNoPicture(const VRClipSegment& segment) {
+    if (segment.start > 0)
+        throw Error(localized("error.export.no_picture_from", segment.sourceURL.path().string(), segment.start));
+    throw VRExportError(VRExportError::Case::noVideoTrack, segment.sourceURL);
+}
 
 } // namespace
 
@@ -32,7 +40,7 @@ void SegmentExport::run() {
     // The last picture is always among those: it fills the slots that the source leaves empty.
     const auto last = pending_.empty() ? nullptr : pending_.back().outputPixelBuffer;
     if (!last && nextSlot_ < slots_.frameCount)
-        throw VRExportError(VRExportError::Case::noVideoTrack, segment_.sourceURL);
+        throwNoPicture(segment_);
     drainPending(0);
     if (retimer_)
         retimer_->finish();

@@ -44,7 +44,7 @@ public:
     SegmentExport(const SegmentExport&) = delete;
     SegmentExport& operator=(const SegmentExport&) = delete;
 
-    // Throws Cancelled, VRExportError::noVideoTrack for a source without a picture, and what reader, renderer and
+    // Throws Cancelled, an Error that says so when the source has no picture there, and what reader, renderer and
     // writer throw. Pictures that were not appended by then are lost.
     void run();
 
