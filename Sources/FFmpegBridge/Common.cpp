@@ -8,6 +8,7 @@
 extern "C" {
 #include <libavutil/log.h>
 #include <libavutil/pixdesc.h>
+#include <libavutil/stereo3d.h>
 }
 
 int pnv_set_error(ErrorText error, const char* text, int code) {
@@ -68,10 +69,16 @@ double pnv_start_offset(const AVFormatContext& format) {
 }
 
 bool pnv_is_stereo_multiview(const AVStream* stream) {
-    return stream && stream->codecpar->codec_id == AV_CODEC_ID_HEVC &&
-           (stream->disposition & AV_DISPOSITION_MULTILAYER) != 0 &&
-           av_packet_side_data_get(stream->codecpar->coded_side_data, stream->codecpar->nb_coded_side_data,
-                                   AV_PKT_DATA_STEREO3D);
+    if (!stream || stream->codecpar->codec_id != AV_CODEC_ID_HEVC ||
+        (stream->disposition & AV_DISPOSITION_MULTILAYER) == 0)
+        return false;
+    const auto* data = av_packet_side_data_get(stream->codecpar->coded_side_data, stream->codecpar->nb_coded_side_data,
+                                               AV_PKT_DATA_STEREO3D);
+    if (!data || data->size < sizeof(AVStereo3D))
+        return false;
+    // Where both eyes share each picture, the other layer is none of them: it holds alpha.
+    const auto type = reinterpret_cast<const AVStereo3D*>(data->data)->type;
+    return type != AV_STEREO3D_SIDEBYSIDE && type != AV_STEREO3D_TOPBOTTOM;
 }
 
 bool pnv_has_alpha(int pixelFormat) {

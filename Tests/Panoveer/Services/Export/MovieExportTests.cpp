@@ -238,6 +238,13 @@ TEST_F(MovieExportTest, GivesEachEyeALayerAndChecksThatBothAreThere) {
     }
 }
 
+TEST_F(MovieExportTest, TakesALayerOfAlphaForNoEye) {
+    settings.codec = ExportCodec::hevcWithAlpha;
+    settings.stereoLayout = StereoVideoLayout::sideBySide;
+    run({clip({.frameCount = 3})});
+    EXPECT_THAT(written(), UnorderedElementsAre("movie.mov"));
+}
+
 TEST_F(MovieExportTest, GivesAClipShorterThanAFrameOnePicture) {
     auto shortest = clip({.frameCount = 10});
     shortest.start = 0.1;
