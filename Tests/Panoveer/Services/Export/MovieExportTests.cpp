@@ -184,6 +184,15 @@ TEST_F(MovieExportTest, GoesOverToFFmpegInTheMiddleOfAMovieAndBack) {
     EXPECT_THAT(written(), UnorderedElementsAre("movie.mp4"));
 }
 
+// Without an index the way into a stream may lie behind the only key frame.
+TEST_F(MovieExportTest, FindsTheFirstPictureOfASegmentFarBehindItsKeyFrame) {
+    auto late = clip({.name = "a.ts", .frameCount = 60, .keyFrameInterval = 250});
+    late.videoDecodingBackend = VideoDecodingBackend::ffmpeg;
+    late.start = 1.5;
+    run({late});
+    EXPECT_THAT(numbers(out / "movie.mp4"), ElementsAre(45, 46, 47, 48, 49, 50, 51, 52, 53, 54, 55, 56, 57, 58, 59));
+}
+
 TEST_F(MovieExportTest, ReadsASegmentAgainThatTheNativeRoadGivesNoPictureOf) {
     roads.openNative = [](auto&&...) { return std::make_unique<ScriptedSource>(std::vector<double>{}); };
     run({clip({.frameCount = 6})});
