@@ -30,7 +30,7 @@ public:
 
     std::string collect();
 
-    // Most of a report; the line that says what is left out comes on top.
+    // What a report holds at most; a line that says what was left out comes on top.
     static constexpr std::size_t maximumReportBytes = 262'144;
     // A text of at most so many bytes as it is; of a longer one the end, which tells what just went wrong, with a line
     // that says so in front.
