@@ -53,4 +53,6 @@ std::optional<FFmpegDecodedAudioFrame> FFmpegAudioReader::copyNextFrame() {
                                    .ptsSeconds = frame.ptsSeconds};
 }
 
+void FFmpegAudioReader::cancelReading() { PNVFFmpegCancelAudio(reader_.get()); }
+
 } // namespace panoveer

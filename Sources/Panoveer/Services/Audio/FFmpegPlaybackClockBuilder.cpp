@@ -157,19 +157,19 @@ private:
 };
 
 // Sound that cannot be opened is no reason not to see the picture.
-std::unique_ptr<AudioBlockSource> openSound(const URL& url) {
+std::unique_ptr<AudioBlockSource> openSound(const URL& url, const std::stop_token& stop) {
     constexpr std::int32_t bestStream = -1;
     constexpr auto stereo = mask(FFmpegChannel::frontLeft) | mask(FFmpegChannel::frontRight);
     try {
-        return openFFmpegAudio(url, bestStream, 0, 0, stereo);
+        return openFFmpegAudio(url, bestStream, 0, 0, stereo, stop);
     } catch (const FFmpegReaderError& error) {
         logger.warning("the playback clock stays silent file={} error={}", url.lastPathComponent(), error.what());
         return nullptr;
     }
 }
 
-void writeSound(const URL& url, std::int64_t frameLimit, ClockWriter& clock) {
-    const auto source = openSound(url);
+void writeSound(const URL& url, std::int64_t frameLimit, ClockWriter& clock, const std::stop_token& stop) {
+    const auto source = openSound(url, stop);
     if (!source)
         return;
     AudioSegmentSink sink(frameLimit, 0);
@@ -190,7 +190,7 @@ void writePlaybackTrack(const URL& source, const URL& destination, double durati
     const auto total = std::int64_t(std::ceil(std::clamp(duration, 0.0, longest) * audioSampleRate));
     ClockWriter clock(destination, total, stop);
     if (hasAudioStream)
-        writeSound(source, total > 0 ? total : std::int64_t(longest) * audioSampleRate, clock);
+        writeSound(source, total > 0 ? total : std::int64_t(longest) * audioSampleRate, clock, stop);
     // A player takes no file without a sample.
     clock.appendSilence(std::max<std::int64_t>(total, 1) - clock.framesWritten());
     clock.finish();

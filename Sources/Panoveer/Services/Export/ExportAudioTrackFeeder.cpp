@@ -109,7 +109,7 @@ std::exception_ptr ExportAudioTrackFeeder::readAVFoundation(std::int32_t trackID
                                                             const AudioChannelMatrix::Conformed& conformed,
                                                             AudioSegmentSink& sink) {
     const auto convertTo = conformed.decodesConverted ? std::optional(plan_.bufferLayout) : std::nullopt;
-    return read([&] { return roads_.openNative(segment.sourceURL, trackID, segment.start, convertTo); },
+    return read([&] { return roads_.openNative(segment.sourceURL, trackID, segment.start, convertTo, stop_); },
                 conformed.matrix, sink);
 }
 
@@ -119,7 +119,7 @@ std::exception_ptr ExportAudioTrackFeeder::readFFmpeg(std::int32_t streamIndex, 
     const auto* speakers = std::get_if<ExportAudioTrackPlan::Speakers>(&plan_.content);
     const auto mask = conformed.decodesConverted && speakers ? speakers->ffmpegMask : 0;
     const double length = segmentDuration(segment);
-    return read([&] { return roads_.openFFmpeg(segment.sourceURL, streamIndex, segment.start, length, mask); },
+    return read([&] { return roads_.openFFmpeg(segment.sourceURL, streamIndex, segment.start, length, mask, stop_); },
                 conformed.matrix, sink);
 }
 
