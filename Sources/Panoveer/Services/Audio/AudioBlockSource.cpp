@@ -97,14 +97,15 @@ private:
 
 } // namespace
 
-std::unique_ptr<AudioBlockSource> openNativeAudio(const URL& url, std::int32_t trackID, double startSeconds,
-                                                  const std::optional<AudioChannelLayout>& convertTo,
-                                                  const std::stop_token& stop) {
-    const auto asset = MediaAsset::load(url);
-    const auto track = std::ranges::find(asset->audioTracks(), trackID, &AudioTrack::streamIndex);
-    if (track == asset->audioTracks().end())
+std::unique_ptr<AudioBlockSource> NativeAudioRoad::operator()(const URL& url, std::int32_t trackID, double startSeconds,
+                                                              const std::optional<AudioChannelLayout>& convertTo,
+                                                              const std::stop_token& stop) {
+    if (!asset_ || asset_->url() != url)
+        asset_ = MediaAsset::load(url);
+    const auto track = std::ranges::find(asset_->audioTracks(), trackID, &AudioTrack::streamIndex);
+    if (track == asset_->audioTracks().end())
         throw Error(localized("error.export.reader_failed"), std::string(mediaErrorDomain)); // another file by now
-    return std::make_unique<NativeSource>(asset, *track, startSeconds, convertTo, stop);
+    return std::make_unique<NativeSource>(asset_, *track, startSeconds, convertTo, stop);
 }
 
 std::unique_ptr<AudioBlockSource> openFFmpegAudio(const URL& url, std::int32_t streamIndex, double startSeconds,

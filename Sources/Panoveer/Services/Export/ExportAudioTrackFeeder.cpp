@@ -32,14 +32,14 @@ Track onFFmpegRoad(Track track, std::int32_t streamIndex) {
 
 ExportAudioTrackFeeder::ExportAudioTrackFeeder(ExportAudioTrackPlan plan, AudioInput& input, int trackIndex,
                                                std::function<void()> waitUntilReady, ExportDiagnostics* diagnostics,
-                                               const AudioRoads& roads)
+                                               AudioRoads roads)
     : plan_(std::move(plan)),
       input_(input),
       trackIndex_(trackIndex),
       formatDescription_(PCMSampleBuffers::formatDescription(plan_.channelCount, plan_.bufferLayout)),
       waitUntilReady_(std::move(waitUntilReady)),
       diagnostics_(diagnostics),
-      roads_(roads) {}
+      roads_(std::move(roads)) {}
 
 void ExportAudioTrackFeeder::run(std::span<const VRClipSegment> segments, const SourceAudioTracks& sources,
                                  const std::stop_token& stop) {
@@ -153,8 +153,9 @@ ExportAudioTrackFeeder::conform(AudioBlock block, const AudioChannelMatrix& matr
         block.samples.erase(block.samples.begin(), block.samples.begin() + std::ptrdiff_t(first));
         pieces.emplace_back(Samples{std::move(block.samples), place.taken});
     } else {
-        matrix.apply(std::span(block.samples).subspan(first, count), block.channelCount, place.taken, mixed_);
-        pieces.emplace_back(Samples{mixed_, place.taken});
+        std::vector<float> mixed;
+        matrix.apply(std::span(block.samples).subspan(first, count), block.channelCount, place.taken, mixed);
+        pieces.emplace_back(Samples{std::move(mixed), place.taken});
     }
     return pieces;
 }

@@ -33,11 +33,10 @@ using SourceAudioTracks = std::map<URL, std::vector<SourceAudioTrack>>;
 // that neither road can read, a failing writer, or a stop.
 class ExportAudioTrackFeeder {
 public:
-    // `waitUntilReady` returns when the input has room, and throws when there will never be any. Input, diagnostics
-    // (which may be null) and roads outlive this.
+    // `waitUntilReady` returns when the input has room, and throws when there will never be any. Input and
+    // diagnostics (which may be null) outlive this.
     ExportAudioTrackFeeder(ExportAudioTrackPlan plan, AudioInput& input, int trackIndex,
-                           std::function<void()> waitUntilReady, ExportDiagnostics* diagnostics,
-                           const AudioRoads& roads);
+                           std::function<void()> waitUntilReady, ExportDiagnostics* diagnostics, AudioRoads roads);
 
     // Throws Cancelled, VRExportError::soundUnreadable, VRExportError::audioAppendFailed, or what waitUntilReady
     // throws.
@@ -76,10 +75,9 @@ private:
     std::shared_ptr<const AudioFormatDescription> formatDescription_;
     std::function<void()> waitUntilReady_;
     ExportDiagnostics* diagnostics_;
-    const AudioRoads& roads_;
+    AudioRoads roads_;
     std::stop_token stop_;
     std::int64_t framesWritten_ = 0;
-    std::vector<float> mixed_; // what a matrix made of the block at hand
 };
 
 } // namespace panoveer

@@ -186,8 +186,9 @@ TEST_P(StartInTheMiddle, SoundsAsIfItHadPlayedOn) {
         EXPECT_GT(loudest, 0.4f);
         return worst;
     };
+    NativeAudioRoad native;
     EXPECT_LT(difference([&](double start) { return openFFmpegAudio(url, 1, start, 0, 0); }), 0.01f);
-    EXPECT_LT(difference([&](double start) { return openNativeAudio(url, 1, start, std::nullopt); }), 0.01f);
+    EXPECT_LT(difference([&](double start) { return native(url, 1, start, std::nullopt); }), 0.01f);
 }
 
 INSTANTIATE_TEST_SUITE_P(, StartInTheMiddle,
@@ -220,7 +221,7 @@ TEST(AudioBlockSourceTest, StopsInTheMiddleOfALongSearchForMoreSound) {
         folder, {.name = "a.mkv", .frameCount = 600, .codec = "rawvideo", .audio = {{}}, .audioSeconds = 0.1}));
     for (const bool isNative : {true, false}) {
         std::stop_source stop;
-        const auto source = isNative ? openNativeAudio(url, 1, 0, std::nullopt, stop.get_token())
+        const auto source = isNative ? NativeAudioRoad()(url, 1, 0, std::nullopt, stop.get_token())
                                      : openFFmpegAudio(url, 1, 0, 0, 0, stop.get_token());
         constexpr int stoppedAt = 100; // of several hundred
         int reads = 0;
