@@ -18,6 +18,13 @@ if(PANOVEER_SANITIZERS)
   target_link_options(panoveer_settings INTERFACE "-fsanitize=${PANOVEER_SANITIZERS}")
 endif()
 
+# SIMD kernels: one variant for each step that matters; those between and vectors of unknown length are left out.
+pkg_check_modules(HIGHWAY REQUIRED IMPORTED_TARGET libhwy)
+add_library(panoveer_simd INTERFACE)
+target_link_libraries(panoveer_simd INTERFACE PkgConfig::HIGHWAY)
+target_compile_definitions(panoveer_simd INTERFACE
+  "HWY_DISABLED_TARGETS=(HWY_SSSE3|HWY_AVX3_SPR|HWY_SVE|HWY_SVE2|HWY_SVE_256|HWY_SVE2_128|HWY_RVV)")
+
 set(CMAKE_CXX_EXTENSIONS OFF)
 # No source uses C++ modules. The flags of the scan for them would keep ccache and clang-tidy from working.
 set(CMAKE_CXX_SCAN_FOR_MODULES OFF)

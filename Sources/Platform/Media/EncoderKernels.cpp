@@ -35,7 +35,7 @@ void partRow(const Sample* __restrict source, Sample* __restrict first, Sample* 
     }
 }
 
-// From R'G'B' in units of `range` to ten-bit Y'CbCr in video range, with half a step for the rounding.
+// From R'G'B' in units of `range` to Y'CbCr in steps of 12-bit video range.
 struct ColorMatrix {
     float red, green, blue;    // share of each in Y', in its steps
     float unit;                // of a whole component, in steps of Y'
@@ -50,8 +50,8 @@ struct ColorMatrix {
         redScale = chromaSteps / lumaSteps / (2 * (1 - kr));
     }
 
-    static constexpr float lumaSteps = 876;
-    static constexpr float chromaSteps = 896;
+    static constexpr float lumaSteps = 219 * 16;
+    static constexpr float chromaSteps = 224 * 16;
 
     static std::pair<float, float> lumaShares(int matrixCoefficients) {
         switch (matrixCoefficients) {
@@ -63,23 +63,17 @@ struct ColorMatrix {
     }
 };
 
-constexpr float lumaOffset = 64.5F;
-constexpr float chromaOffset = 512.5F;
+constexpr float middle = 2048;
+constexpr float black = 256 - middle;
 
-struct ComponentRows {
-    std::uint16_t *y, *cb, *cr, *alpha;
-};
-
-// Red, green and blue as they are numbered in the source; alpha in ten-bit steps.
+// Red, green and blue as they are numbered in the source; alpha in its own steps.
 struct Pixel {
     float red, green, blue, alpha;
 };
 
-constexpr float alphaSteps = 1023;
-
 // BGRA
 Pixel readPixel(const std::uint8_t* samples) {
-    return {float(samples[2]), float(samples[1]), float(samples[0]), float(samples[3]) * (alphaSteps / 255)};
+    return {float(samples[2]), float(samples[1]), float(samples[0]), float(samples[3])};
 }
 
 // A half-float, clipped to 0 … 1: the bits of halves that are not negative rise with their values, and those of
@@ -94,11 +88,11 @@ float nominalValue(std::uint16_t half) {
 // RGhA
 Pixel readPixel(const std::uint16_t* samples) {
     return {nominalValue(samples[0]), nominalValue(samples[1]), nominalValue(samples[2]),
-            nominalValue(samples[3]) * alphaSteps};
+            nominalValue(samples[3]) * 65535};
 }
 
 template<class Sample>
-void convertRow(const Sample* __restrict source, const ColorMatrix& given, const ComponentRows& rows, int count) {
+void readColorRow(const Sample* __restrict source, const ColorMatrix& given, const ComponentRows& rows, int count) {
     const auto matrix = given; // a copy, which the compiler knows not to alias the rows
     auto* __restrict y = rows.y;
     auto* __restrict cb = rows.cb;
@@ -107,19 +101,23 @@ void convertRow(const Sample* __restrict source, const ColorMatrix& given, const
     for (int i = 0; i < count; ++i) {
         const auto pixel = readPixel(source + 4 * std::ptrdiff_t(i));
         const float luma = matrix.red * pixel.red + matrix.green * pixel.green + matrix.blue * pixel.blue;
-        y[i] = std::uint16_t(int(luma + lumaOffset));
-        cb[i] = std::uint16_t(int((matrix.unit * pixel.blue - luma) * matrix.blueScale + chromaOffset));
-        cr[i] = std::uint16_t(int((matrix.unit * pixel.red - luma) * matrix.redScale + chromaOffset));
+        y[i] = luma + black;
+        cb[i] = (matrix.unit * pixel.blue - luma) * matrix.blueScale;
+        cr[i] = (matrix.unit * pixel.red - luma) * matrix.redScale;
         alpha[i] = std::uint16_t(int(pixel.alpha + 0.5F));
     }
 }
 
-template<class Sample>
-void convertRows(const PixelBuffer& source, const PlanarPicture& target, const ColorMatrix& matrix) {
-    for (int y = 0; y < source.height(); ++y) {
-        const ComponentRows rows{targetRow<std::uint16_t>(target, 0, y), targetRow<std::uint16_t>(target, 1, y),
-                                 targetRow<std::uint16_t>(target, 2, y), targetRow<std::uint16_t>(target, 3, y)};
-        convertRow(sourceRow<Sample>(source.plane(0), y), matrix, rows, source.width());
+// Samples in the high bits of words.
+void readLumaRow(const std::uint16_t* __restrict source, float* __restrict y, int count) {
+    for (int i = 0; i < count; ++i)
+        y[i] = float(source[i]) / 16 - middle;
+}
+
+void readChromaRow(const std::uint16_t* __restrict source, float* __restrict cb, float* __restrict cr, int count) {
+    for (int i = 0; i < count; ++i) {
+        cb[i] = float(source[2 * i]) / 16 - middle;
+        cr[i] = float(source[2 * i + 1]) / 16 - middle;
     }
 }
 
@@ -141,8 +139,8 @@ struct ChromaWindow {
 };
 
 constexpr float chromaWindowWeight = 8; // 1 2 1, in two rows
-// From ten-bit steps to those of eight bits.
-constexpr float eightBitSteps = 0.25F;
+// From twelve-bit steps to those of eight bits.
+constexpr float eightBitSteps = 1.0F / 16;
 constexpr float lumaOffset8 = 16.5F;
 constexpr float chromaOffset8 = 128.5F;
 
@@ -205,11 +203,16 @@ void splitPlanes(const PixelBuffer& source, const PlanarPicture& target) {
     }
 }
 
-void convertToYCbCrA(const PixelBuffer& source, const PlanarPicture& target, int matrix) {
-    if (source.format() == pixelFormat::bgra)
-        convertRows<std::uint8_t>(source, target, ColorMatrix(matrix, 255));
-    else
-        convertRows<std::uint16_t>(source, target, ColorMatrix(matrix, 1));
+void readComponents(const PixelBuffer& source, int x, int y, int count, int matrix, const ComponentRows& rows) {
+    const auto& plane = source.plane(0);
+    if (source.format() == pixelFormat::bgra) {
+        readColorRow(sourceRow<std::uint8_t>(plane, y) + 4 * std::ptrdiff_t(x), ColorMatrix(matrix, 255), rows, count);
+    } else if (source.format() == pixelFormat::rgbaHalf) {
+        readColorRow(sourceRow<std::uint16_t>(plane, y) + 4 * std::ptrdiff_t(x), ColorMatrix(matrix, 1), rows, count);
+    } else {
+        readLumaRow(sourceRow<std::uint16_t>(plane, y) + x, rows.y, count);
+        readChromaRow(sourceRow<std::uint16_t>(source.plane(1), y) + x, rows.cb, rows.cr, count / 2);
+    }
 }
 
 } // namespace panoveer

@@ -1,6 +1,5 @@
 #include "Platform/Media/ProResEncoder.h"
 
-#include "Platform/Media/EncoderKernels.h"
 #include "Platform/Media/EncoderSupport.h"
 
 #include <unistd.h>
@@ -9,26 +8,26 @@
 #include <array>
 #include <cmath>
 #include <new>
-#include <string>
 #include <utility>
 
 extern "C" {
 #include <libavcodec/avcodec.h>
 #include <libavutil/cpu.h>
-#include <libavutil/opt.h>
 }
 
 namespace panoveer {
 
 namespace {
 
-constexpr std::array variants{
-    ProResVariant{"apco", "proxy", 45, 4, false},     ProResVariant{"apcs", "lt", 102, 1, false},
-    ProResVariant{"apcn", "standard", 147, 1, false}, ProResVariant{"apch", "hq", 220, 1, false},
-    ProResVariant{"ap4h", "4444", 330, 1, true},      ProResVariant{"ap4x", "4444xq", 500, 1, true}};
+constexpr std::array variants{ProResVariant{"apco", 45, false},  ProResVariant{"apcs", 102, false},
+                              ProResVariant{"apcn", 147, false}, ProResVariant{"apch", 220, false},
+                              ProResVariant{"ap4h", 330, true},  ProResVariant{"ap4x", 500, true}};
 
-constexpr int coarsestQuantiser = 64; // that the encoder takes
-constexpr int firstQuantiser = 6;
+constexpr int firstQuantiser = 12;
+
+// Adds at most half as much noise as the rounding of the pictures to 8 or ten bits has put into them; for more bits
+// there is none finer.
+int finestQuantiser(FourCC pictureFormat) { return pictureFormat == pixelFormat::bgra ? 2 : 1; }
 
 // A frame is compressed again when its size is outside this band around the target, up to so many times; within it only
 // the quantiser of later frames moves. Scene changes alone leave it.
@@ -51,39 +50,44 @@ double targetBitsOf(const ProResVariant& variant, int width, int height) {
     return bitsPerMacroblock * double(macroblockCount(width, height));
 }
 
-std::uint32_t readBigEndian(const AVPacket& packet, int offset, int count) {
-    std::uint32_t value = 0;
-    for (int i = offset; i < offset + count; ++i)
-        value = value << 8 | (i < packet.size ? packet.data[i] : 0U);
-    return value;
-}
-
-// How many bytes of a frame are its alpha plane, which is kept without loss whatever it takes. Each slice has a header
-// with the sizes of Y', Cb and Cr; the rest of the slice is alpha (SMPTE RDD 36, 5.3).
-std::int64_t alphaBytes(const AVPacket& packet) {
-    constexpr int containerHeader = 8;
-    constexpr int pictureHeader = 8;
-    constexpr int sliceHeader = 8;
-    const int picture = containerHeader + int(readBigEndian(packet, containerHeader, 2));
-    const int sliceCount = int(readBigEndian(packet, picture + 5, 2));
-    const int table = picture + pictureHeader;
-    std::int64_t total = 0;
-    for (int i = 0, slice = table + 2 * sliceCount; i < sliceCount; ++i) {
-        const int size = int(readBigEndian(packet, table + 2 * i, 2));
-        total += size - sliceHeader;
-        for (int component = 0; component < 3; ++component)
-            total -= readBigEndian(packet, slice + 2 + 2 * component, 2);
-        slice += size;
-    }
-    return total;
-}
-
-// Every worker holds a frame, its transform and a packet: their sum stays within an eighth of the memory.
+// Every worker holds a picture and its frame twice: their sum stays within an eighth of the memory.
 std::size_t affordableWorkerCount(const EncoderConfiguration& configuration, bool hasAlpha) {
     const auto pixels = std::int64_t(configuration.settings.width) * configuration.settings.height;
     const auto bytes = pixels * (hasAlpha ? 16 : 8);
     const auto budget = std::int64_t(sysconf(_SC_PHYS_PAGES)) * sysconf(_SC_PAGESIZE) / 8;
     return std::size_t(std::clamp<std::int64_t>(budget / bytes, 1, std::max(av_cpu_count(), 1)));
+}
+
+PacketPtr packetOf(std::span<const std::uint8_t> frame, std::int64_t presentationTime, std::int64_t duration) {
+    auto packet = makePacket();
+    if (av_new_packet(packet.get(), int(frame.size())) < 0)
+        throw std::bad_alloc();
+    std::ranges::copy(frame, packet->data);
+    packet->pts = packet->dts = presentationTime;
+    packet->duration = duration;
+    packet->flags |= AV_PKT_FLAG_KEY;
+    return packet;
+}
+
+CodecParametersPtr parametersOf(const EncoderConfiguration& configuration, const ProResVariant& variant) {
+    CodecParametersPtr parameters(avcodec_parameters_alloc());
+    if (!parameters)
+        throw std::bad_alloc();
+    const auto& settings = configuration.settings;
+    parameters->codec_type = AVMEDIA_TYPE_VIDEO;
+    parameters->codec_id = AV_CODEC_ID_PRORES;
+    parameters->codec_tag = __builtin_bswap32(settings.codec.value);
+    parameters->format = variant.hasAlpha ? AV_PIX_FMT_YUVA444P12 : AV_PIX_FMT_YUV422P10;
+    parameters->bits_per_coded_sample = variant.hasAlpha ? 32 : 24;
+    parameters->width = settings.width;
+    parameters->height = settings.height;
+    parameters->color_primaries = AVColorPrimaries(settings.color.primaries);
+    parameters->color_trc = AVColorTransferCharacteristic(settings.color.transfer);
+    parameters->color_space = AVColorSpace(settings.color.matrix);
+    parameters->color_range = AVCOL_RANGE_MPEG;
+    parameters->field_order = AV_FIELD_PROGRESSIVE;
+    tellContainer(*parameters, settings);
+    return parameters;
 }
 
 } // namespace
@@ -98,10 +102,7 @@ ProResEncoder::ProResEncoder(const EncoderConfiguration& configuration, PacketSi
       variant_(*findProResVariant(configuration.settings.codec)),
       targetBits_(targetBitsOf(variant_, configuration.settings.width, configuration.settings.height)),
       sink_(std::move(sink)) {
-    Engine engine;
-    open(engine, firstQuantiser);
-    parameters_ = containerParameters(*engine.context, configuration_);
-    parameters_->field_order = AV_FIELD_PROGRESSIVE;
+    parameters_ = parametersOf(configuration_, variant_);
     if (configuration_.isProbe)
         return;
     workerCount_ = affordableWorkerCount(configuration, variant_.hasAlpha);
@@ -144,12 +145,12 @@ void ProResEncoder::finish() {
 
 void ProResEncoder::work() {
     try {
-        Engine engine;
+        ProResFrameCoder coder(variant_, configuration_);
         Job job;
         int quantiser = 0;
         while (takeJob(job, quantiser)) {
             const auto index = job.index;
-            handOut(index, compress(engine, std::move(job), quantiser));
+            handOut(index, compress(coder, std::exchange(job, {}), quantiser));
         }
     } catch (...) {
         std::lock_guard lock(mutex_);
@@ -176,59 +177,19 @@ bool ProResEncoder::takeJob(Job& job, int& quantiser) {
     return true;
 }
 
-void ProResEncoder::open(Engine& engine, int quantiser) const {
-    auto context = makeEncoderContext("prores_ks", configuration_);
-    context->pix_fmt = variant_.hasAlpha ? AV_PIX_FMT_YUVA444P10 : AV_PIX_FMT_YUV422P10;
-    context->global_quality = quantiser * FF_QP2LAMBDA;
-    context->flags |= AV_CODEC_FLAG_QSCALE;
-    context->thread_count = 1; // each worker is one
-    av_opt_set(context->priv_data, "profile", variant_.profile, 0);
-    // As deep as the pictures' own alpha.
-    av_opt_set_int(context->priv_data, "alpha_bits", configuration_.pictureFormat == pixelFormat::bgra ? 8 : 16, 0);
-    const int code = avcodec_open2(context.get(), nullptr, nullptr);
-    if (code < 0)
-        throw Error(libavError("The ProRes encoder does not open", code).what(), std::string(mediaErrorDomain),
-                    code == AVERROR(ENOMEM) ? mediaErrorCode::outOfMemory : mediaErrorCode::encoderNotFound);
-    engine.context = std::move(context);
-    engine.quantiser = quantiser;
-}
-
-ProResEncoder::Compressed ProResEncoder::compress(Engine& engine, Job job, int quantiser) const {
-    if (!engine.context)
-        open(engine, quantiser);
-    if (!engine.frame)
-        engine.frame = makeEncoderFrame(*engine.context);
-    if (variant_.hasAlpha)
-        convertToYCbCrA(*job.picture, planarPicture(*engine.frame), configuration_.settings.color.matrix);
-    else
-        splitPlanes(*job.picture, planarPicture(*engine.frame));
-    job.picture.reset();
-    engine.frame->pts = job.presentationTime;
-    engine.frame->duration = job.duration;
-
+ProResEncoder::Compressed ProResEncoder::compress(ProResFrameCoder& coder, const Job& job, int quantiser) const {
     for (int attempt = 1;; ++attempt) {
-        auto packet = compressOnce(engine, quantiser);
-        const auto bytes = packet->size - (variant_.hasAlpha ? alphaBytes(*packet) : 0);
-        const double share = double(bytes) * 8 / targetBits_;
+        const auto frame = coder.code(*job.picture, quantiser);
+        const double share = double(frame.size() - coder.alphaByteCount()) * 8 / targetBits_;
         int better = quantiser;
         if (share > 1 || share < aimedShare)
             better = std::clamp(int(std::ceil(quantiser * std::pow(share / aimedShare, 1 / slope))),
-                                variant_.finestQuantiser, coarsestQuantiser);
+                                finestQuantiser(configuration_.pictureFormat), ProResFrameCoder::coarsestQuantiser);
         const bool isFit = share <= largestShare && share >= smallestShare;
         if (isFit || better == quantiser || attempt == largestTryCount)
-            return {std::move(packet), better};
+            return {packetOf(frame, job.presentationTime, job.duration), better};
         quantiser = better;
     }
-}
-
-PacketPtr ProResEncoder::compressOnce(Engine& engine, int quantiser) const {
-    if (engine.quantiser != quantiser)
-        open(engine, quantiser);
-    PacketPtr result;
-    encodeFrame(*engine.context, engine.frame.get(), [&](PacketPtr packet) { result = std::move(packet); });
-    if (!result)
-        throw Error("The ProRes encoder gave no frame", std::string(mediaErrorDomain), mediaErrorCode::unknown);
-    return result;
 }
 
 void ProResEncoder::handOut(std::int64_t index, Compressed compressed) {
