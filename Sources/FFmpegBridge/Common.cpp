@@ -35,10 +35,16 @@ bool isPipeOrDevice(const char* path) {
 
 } // namespace
 
-int pnv_open_input(const char* path, FormatContextPtr& format, OpeningTexts texts, ErrorText error) {
+int pnv_open_input(const char* path, FormatContextPtr& format, OpeningTexts texts, ErrorText error,
+                   std::atomic<bool>* interrupt) {
     if (isPipeOrDevice(path))
         return pnv_set_av_error(error, texts.open, AVERROR(EINVAL));
-    AVFormatContext* opened = nullptr;
+    AVFormatContext* opened = avformat_alloc_context();
+    if (!opened)
+        return pnv_set_av_error(error, texts.open, AVERROR(ENOMEM));
+    if (interrupt)
+        opened->interrupt_callback = {[](void* flag) { return int(static_cast<std::atomic<bool>*>(flag)->load()); },
+                                      interrupt};
     AVDictionary* options = nullptr;
     // Playlists must not reach out to the network.
     av_dict_set(&options, "protocol_whitelist", "file", 0);
