@@ -5,6 +5,7 @@
 
 #include <filesystem>
 #include <format>
+#include <optional>
 
 namespace panoveer::bench {
 
@@ -29,15 +30,17 @@ struct ExportCase {
     const char* sourceName;
     Words sourceEncoder;
     int domeSize;
-    const char* codec; // as `panoveer convert` calls it
-    int megabitsPerSecond;
-    Words peerEncoder; // with the settings of our encoder of that codec
+    const char* codec;                    // as `panoveer convert` calls it
+    std::optional<int> megabitsPerSecond; // of both; absent for ProRes, whose quality governs
+    Words peerEncoder;                    // with the settings of our encoder of that codec, where there are any
 };
 
 // As our encoders are told: an average with peaks of twice that, closed groups of 60 pictures.
-Words peerRate(int megabitsPerSecond) {
-    const auto average = std::format("{}M", megabitsPerSecond);
-    const auto peak = std::format("{}M", 2 * megabitsPerSecond);
+Words peerRate(std::optional<int> megabitsPerSecond) {
+    if (!megabitsPerSecond)
+        return {};
+    const auto average = std::format("{}M", *megabitsPerSecond);
+    const auto peak = std::format("{}M", 2 * *megabitsPerSecond);
     return {"-b:v", average, "-maxrate", peak, "-bufsize", peak, "-g", "60", "-flags", "+cgop"};
 }
 
@@ -62,7 +65,19 @@ std::vector<ExportCase> exportCases() {
          .codec = "hevc8",
          .megabitsPerSecond = 80,
          .peerEncoder = {"-c:v", "libx265", "-profile:v", "main", "-preset", "veryfast", "-x265-params",
-                         "log-level=none:info=0", "-tag:v", "hvc1"}}};
+                         "log-level=none:info=0", "-tag:v", "hvc1"}},
+        {.frames = 30,
+         .sourceWidth = 3840,
+         .sourceHeight = 1920,
+         .sourceName = "H.264",
+         .sourceEncoder = {"-c:v", "libx264", "-preset", "veryfast", "-crf", "18"},
+         .domeSize = 2048,
+         .codec = "proRes422HQ",
+         .peerEncoder = {"-pix_fmt", "yuv422p10le", "-c:v", "prores_ks", "-profile:v", "hq"}}};
+}
+
+std::string movieName(const ExportCase& example, const char* stem) {
+    return std::format("{}.{}", stem, example.megabitsPerSecond ? "mp4" : "mov");
 }
 
 const Words ffmpeg{"ffmpeg", "-v", "error", "-nostdin", "-y"};
@@ -83,28 +98,18 @@ Words peerCommand(const ExportCase& example, const fs::path& folder, const std::
            Words{"-i", source, "-vf",
                  std::format("v360=e:fisheye:h_fov=180:v_fov=180:w={0}:h={0}:interp=lanczos", example.domeSize),
                  "-an"} +
-           example.peerEncoder + peerRate(example.megabitsPerSecond) + Words{(folder / "peer.mp4").string()};
+           example.peerEncoder + peerRate(example.megabitsPerSecond) +
+           Words{(folder / movieName(example, "peer")).string()};
 }
 
 Words ourCommand(const ExportCase& example, const fs::path& folder, const std::string& source) {
-    return {panoveer(),
-            "convert",
-            source,
-            "--source-format",
-            "equirectangular",
-            "--format",
-            "domemaster",
-            "--size",
-            std::format("{0}x{0}", example.domeSize),
-            "--codec",
-            example.codec,
-            "--bitrate",
-            std::to_string(example.megabitsPerSecond),
-            "--progress",
-            "none",
-            "--overwrite",
-            "-o",
-            (folder / "ours.mp4").string()};
+    const Words rate =
+        example.megabitsPerSecond ? Words{"--bitrate", std::to_string(*example.megabitsPerSecond)} : Words{};
+    return Words{panoveer(),        "convert",         source,
+                 "--source-format", "equirectangular", "--format",
+                 "domemaster",      "--size",          std::format("{0}x{0}", example.domeSize),
+                 "--codec",         example.codec} +
+           rate + Words{"--progress", "none", "--overwrite", "-o", (folder / movieName(example, "ours")).string()};
 }
 
 Cost costOf(std::string name, const std::vector<ProcessCost>& runs, int frames) {
@@ -129,11 +134,13 @@ Comparison compared(const ExportCase& example, const fs::path& folder, int runs)
         theirs.push_back(runMeasured(peerCommand(example, folder, source)));
         ours.push_back(runMeasured(ourCommand(example, folder, source)));
     }
-    return {.name = std::format("convert {} frames of {}x{} {} to a {} domemaster, {} at {} Mbit/s", example.frames,
+    const auto rate = example.megabitsPerSecond ? std::format(" at {} Mbit/s", *example.megabitsPerSecond) : "";
+    return {.name = std::format("convert {} frames of {}x{} {} to a {} domemaster, {}{}", example.frames,
                                 example.sourceWidth, example.sourceHeight, example.sourceName, example.domeSize,
-                                example.codec, example.megabitsPerSecond),
+                                example.codec, rate),
             .ours = costOf("panoveer convert, 8 taps", ours, example.frames),
-            .peer = costOf("ffmpeg with v360, lanczos, same encoder", theirs, example.frames)};
+            .peer = costOf(std::format("ffmpeg with v360, lanczos, {}", rate.empty() ? "prores_ks" : "same encoder"),
+                           theirs, example.frames)};
 }
 
 // A folder that goes with this object.
@@ -157,7 +164,7 @@ private:
 
 } // namespace
 
-// Whole conversions with the same codec, encoder settings and bit rate on both sides.
+// Whole conversions with the same codec on both sides; H.264 and HEVC with the same encoder, settings and bit rate.
 std::vector<Comparison> exportBenchmark(const BenchmarkOptions& options) {
     std::vector<Comparison> result;
     for (const auto& example : exportCases()) {

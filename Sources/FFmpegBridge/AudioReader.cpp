@@ -2,6 +2,7 @@
 #include "Platform/Media/ChannelMixing.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cmath>
 #include <new>
 #include <tuple>
@@ -58,7 +59,8 @@ private:
 
 // Members stand so that destruction, which goes backwards, frees every user of an object before the object.
 struct PNVFFmpegAudioReader {
-    FormatContextPtr format;
+    std::atomic<bool> isCancelled = false;
+    FormatContextPtr format; // watches isCancelled
     CodecContextPtr codec;
     ResamplerPtr resampler;
     PacketPtr packet;
@@ -324,7 +326,8 @@ int32_t PNVFFmpegOpenAudioStream(const char* path, int32_t streamIndex, uint64_t
     std::unique_ptr<PNVFFmpegAudioReader> reader(new (std::nothrow) PNVFFmpegAudioReader);
     if (!reader)
         return pnv_set_error(error, "Could not allocate FFmpeg audio reader", AVERROR(ENOMEM));
-    if (const int result = pnv_open_input(path, reader->format, audioOpeningTexts, error); result < 0)
+    if (const int result = pnv_open_input(path, reader->format, audioOpeningTexts, error, &reader->isCancelled);
+        result < 0)
         return result;
     if (const int result = pnv_read_stream_info(*reader->format, audioOpeningTexts, error); result < 0)
         return result;
@@ -371,14 +374,19 @@ int32_t PNVFFmpegReadAudio(PNVFFmpegAudioReader* reader, PNVFFmpegAudioFrame* fr
     if (!reader || !frame)
         return pnv_set_error(error, "Invalid FFmpeg audio read arguments", AVERROR(EINVAL));
     *frame = {};
-    while (reader->state != AudioState::finished) {
+    while (reader->state != AudioState::finished && !reader->isCancelled) {
         Emitted emitted = Emitted::nothing;
         if (const int result = advance(*reader, *frame, emitted, error); result < 0)
-            return result;
+            return reader->isCancelled ? 0 : result;
         if (emitted == Emitted::block)
             return 1;
     }
     return 0;
+}
+
+void PNVFFmpegCancelAudio(PNVFFmpegAudioReader* reader) {
+    if (reader)
+        reader->isCancelled = true;
 }
 
 void PNVFFmpegCloseAudio(PNVFFmpegAudioReader* reader) { delete reader; }

@@ -8,6 +8,7 @@
 extern "C" {
 #include <libavutil/log.h>
 #include <libavutil/pixdesc.h>
+#include <libavutil/stereo3d.h>
 }
 
 int pnv_set_error(ErrorText error, const char* text, int code) {
@@ -34,10 +35,16 @@ bool isPipeOrDevice(const char* path) {
 
 } // namespace
 
-int pnv_open_input(const char* path, FormatContextPtr& format, OpeningTexts texts, ErrorText error) {
+int pnv_open_input(const char* path, FormatContextPtr& format, OpeningTexts texts, ErrorText error,
+                   std::atomic<bool>* interrupt) {
     if (isPipeOrDevice(path))
         return pnv_set_av_error(error, texts.open, AVERROR(EINVAL));
-    AVFormatContext* opened = nullptr;
+    AVFormatContext* opened = avformat_alloc_context();
+    if (!opened)
+        return pnv_set_av_error(error, texts.open, AVERROR(ENOMEM));
+    if (interrupt)
+        opened->interrupt_callback = {[](void* flag) { return int(static_cast<std::atomic<bool>*>(flag)->load()); },
+                                      interrupt};
     AVDictionary* options = nullptr;
     // Playlists must not reach out to the network.
     av_dict_set(&options, "protocol_whitelist", "file", 0);
@@ -68,10 +75,16 @@ double pnv_start_offset(const AVFormatContext& format) {
 }
 
 bool pnv_is_stereo_multiview(const AVStream* stream) {
-    return stream && stream->codecpar->codec_id == AV_CODEC_ID_HEVC &&
-           (stream->disposition & AV_DISPOSITION_MULTILAYER) != 0 &&
-           av_packet_side_data_get(stream->codecpar->coded_side_data, stream->codecpar->nb_coded_side_data,
-                                   AV_PKT_DATA_STEREO3D);
+    if (!stream || stream->codecpar->codec_id != AV_CODEC_ID_HEVC ||
+        (stream->disposition & AV_DISPOSITION_MULTILAYER) == 0)
+        return false;
+    const auto* data = av_packet_side_data_get(stream->codecpar->coded_side_data, stream->codecpar->nb_coded_side_data,
+                                               AV_PKT_DATA_STEREO3D);
+    if (!data || data->size < sizeof(AVStereo3D))
+        return false;
+    // Where both eyes share each picture, the other layer is none of them: it holds alpha.
+    const auto type = reinterpret_cast<const AVStereo3D*>(data->data)->type;
+    return type != AV_STEREO3D_SIDEBYSIDE && type != AV_STEREO3D_TOPBOTTOM;
 }
 
 bool pnv_has_alpha(int pixelFormat) {

@@ -4,6 +4,7 @@
 
 #include "FFmpegBridge/FFmpegBridge.h"
 
+#include <atomic>
 #include <cstdint>
 #include <limits>
 #include <memory>
@@ -60,8 +61,9 @@ struct OpeningTexts {
 inline constexpr OpeningTexts videoOpeningTexts{"Could not open media", "Could not read stream info"};
 inline constexpr OpeningTexts audioOpeningTexts{"Could not open audio media", "Could not read audio stream info"};
 
-// Opens a file, leaving its stream info unread.
-int pnv_open_input(const char* path, FormatContextPtr& format, OpeningTexts texts, ErrorText error);
+// Opens a file, leaving its stream info unread. All reading of it fails soon after `*interrupt` has become true.
+int pnv_open_input(const char* path, FormatContextPtr& format, OpeningTexts texts, ErrorText error,
+                   std::atomic<bool>* interrupt = nullptr);
 int pnv_read_stream_info(AVFormatContext& format, OpeningTexts texts, ErrorText error);
 // Both of the above, then the best video stream and its decoder. The index of the stream, or a negative code.
 int pnv_open_video_input(const char* path, FormatContextPtr& format, const AVCodec*& decoder, ErrorText error);

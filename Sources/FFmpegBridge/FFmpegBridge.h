@@ -9,7 +9,7 @@
 // failure is a negative FFmpeg error code, with a text in the caller's error buffer: `errorBuffer` may be null, and is
 // written only when `errorLength` is at least 1. All times are seconds from the start of the container.
 //
-// A reader belongs to one thread at a time. Only a cancellation token may be used from several.
+// A reader belongs to one thread at a time. Only a cancellation token and PNVFFmpegCancelAudio may be used from others.
 
 #ifdef __cplusplus
 extern "C" {
@@ -147,9 +147,11 @@ int32_t PNVFFmpegOpenAudioStream(const char* path, int32_t streamIndex, uint64_t
                                  PNVFFmpegAudioReader** reader, char* errorBuffer, int32_t errorLength,
                                  double startSeconds, double durationSeconds);
 int32_t PNVFFmpegAudioReaderChannelCount(const PNVFFmpegAudioReader* reader);
-// 1 for a block, 0 when finished.
+// 1 for a block, 0 when finished or cancelled.
 int32_t PNVFFmpegReadAudio(PNVFFmpegAudioReader* reader, PNVFFmpegAudioFrame* frame, char* errorBuffer,
                            int32_t errorLength);
+// Ends the read under way, wherever in the file it is, and all later ones. Any thread; a null reader is let be.
+void PNVFFmpegCancelAudio(PNVFFmpegAudioReader* reader);
 void PNVFFmpegCloseAudio(PNVFFmpegAudioReader* reader);
 
 #ifdef __cplusplus

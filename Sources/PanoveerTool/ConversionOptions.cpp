@@ -5,6 +5,7 @@
 #include "Panoveer/Model/Records/RecordEnums.h"
 #include "Panoveer/Rendering/Projection/MirrorDomeWarpMesh.h"
 #include "PanoveerTool/Exit.h"
+#include "PanoveerTool/Sources.h"
 #include "Platform/Core/Processors.h"
 
 #include <CLI/CLI.hpp>
@@ -189,7 +190,8 @@ VRClipSegment ConversionOptions::clip(const VideoAsset& asset, const ExportSetti
     applyInRange(transform.domemasterThetaDegrees, thetaDegrees, 1, 360, "--theta");
     transform = transform.normalized();
 
-    applyInRange(result.start, inSeconds, 0, asset.duration, "--in");
+    if (inSeconds)
+        requirePictureAt(result.start = *inSeconds, asset, "--in");
     if (outSeconds) {
         if (!(*outSeconds >= 0))
             throw UsageError(std::format("--out: {} is no time in seconds", *outSeconds));

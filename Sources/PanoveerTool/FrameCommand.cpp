@@ -45,7 +45,8 @@ SegmentFrame frameAtStart(const VRClipSegment& clip, const std::stop_token& stop
                 return std::move(*frame);
     if (auto frame = openFFmpegSource(clip, stop)->next())
         return std::move(*frame);
-    throw Error(std::format("{} has no picture at {:.3f} s.", clip.sourceURL.lastPathComponent(), clip.start));
+    throw Error(std::format("{} has no picture at {:.3f} s. Choose an earlier second.",
+                            clip.sourceURL.lastPathComponent(), clip.start));
 }
 
 void writeFrame(const FrameArguments& arguments, const std::stop_token& stop) {
@@ -58,9 +59,7 @@ void writeFrame(const FrameArguments& arguments, const std::stop_token& stop) {
     const auto stated = arguments.conversion.statedFormat();
     const auto asset = readSources({arguments.input}, stated, stop).front();
     announce(asset, stated, ProgressStyle::none);
-    if (!(arguments.atSeconds >= 0 && arguments.atSeconds < asset.duration))
-        throw UsageError(std::format("--at: {} is not within the {:.3f} s of {}", arguments.atSeconds, asset.duration,
-                                     asset.url.lastPathComponent()));
+    requirePictureAt(arguments.atSeconds, asset, "--at");
     auto clip = arguments.conversion.clip(asset, settings);
     clip.start = arguments.atSeconds;
     clip.end = std::min(asset.duration, arguments.atSeconds + longestDisplaySeconds);

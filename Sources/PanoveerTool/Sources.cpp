@@ -3,7 +3,11 @@
 #include "Panoveer/Services/Intake/MediaImportReport.h"
 #include "Panoveer/Services/Intake/MediaImportScanner.h"
 #include "Panoveer/Services/Intake/VideoMetadataReader.h"
+#include "PanoveerTool/Exit.h"
+#include "Platform/Media/MediaAsset.h"
 
+#include <algorithm>
+#include <format>
 #include <iostream>
 
 namespace panoveer::tool {
@@ -46,6 +50,20 @@ std::vector<VideoAsset> readSources(const std::vector<std::string>& paths, const
     if (assets.empty())
         throw Error(isSingle ? lastFailure : "No movie was given that can be read.");
     return assets;
+}
+
+void requirePictureAt(double seconds, const VideoAsset& asset, std::string_view option) {
+    if (!(seconds >= 0))
+        throw UsageError(std::format("{}: {} is no time in seconds", option, seconds));
+    double end = 0;
+    try {
+        end = MediaAsset::load(asset.url)->videoEndSeconds();
+    } catch (const Error&) { // what only FFmpeg reads
+    }
+    end = end > 0 ? std::min(end, asset.duration) : asset.duration;
+    if (seconds >= end)
+        throw UsageError(std::format("{}: the video of {} lasts only {:.3f} s. Choose an earlier second.", option,
+                                     asset.url.lastPathComponent(), end));
 }
 
 std::string failureText(const URL& url, const Error& error) {

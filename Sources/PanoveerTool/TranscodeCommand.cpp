@@ -1,5 +1,5 @@
 #include "Panoveer/Model/Records/ExportProgress.h"
-#include "Panoveer/Services/Diagnostics/GenerationFailureDescriber.h"
+#include "Panoveer/Services/Diagnostics/GenerationFailurePresentation.h"
 #include "Panoveer/Services/Intake/FFmpegReaderError.h"
 #include "Panoveer/Services/Live/SyphonTranscodeService.h"
 #include "PanoveerTool/Commands.h"
@@ -9,6 +9,7 @@
 #include "PanoveerTool/ProgressDisplay.h"
 #include "PanoveerTool/Targets.h"
 #include "Platform/Core/Error.h"
+#include "Platform/Core/Localization.h"
 #include "Platform/Core/Processors.h"
 #include "Platform/Core/Text.h"
 
@@ -52,8 +53,9 @@ URL destination(const TranscodeArguments& arguments) {
 }
 
 std::string messageOf(const std::exception& failure, const std::string& input) {
-    const auto text = GenerationFailureDescriber::message(failure);
-    return dynamic_cast<const FFmpegReaderError*>(&failure) ? input + ": " + text : text;
+    const auto shown = GenerationFailurePresentation::of(failure, localized("error.syphon_transcode.failed.title"));
+    const auto subject = dynamic_cast<const FFmpegReaderError*>(&failure) ? input + ": " : "";
+    return shown.title + ": " + subject + shown.message;
 }
 
 void transcode(const TranscodeArguments& arguments, std::stop_token stop) {

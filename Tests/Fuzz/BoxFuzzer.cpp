@@ -17,13 +17,9 @@ using Request = SpatialVideoMetadataRequest;
 const std::array requests{
     Request{},
     Request{.stereoMode = Request::StereoMode::topBottom},
-    Request{.projection = {.hemisphere = true},
-            .stereoMode = Request::StereoMode::leftRight,
-            .extendedUsage = Request::ExtendedUsage{.projectionKind = "hequ", .viewPackingKind = FourCC("side")}},
+    Request{.projection = {.hemisphere = true}, .stereoMode = Request::StereoMode::leftRight},
     Request{.projection = {.kind = Request::ProjectionKind::cubemap}},
-    Request{.stereoOnly = true,
-            .stereoMode = Request::StereoMode::leftRight,
-            .extendedUsage = Request::ExtendedUsage{.projectionKind = "rect", .viewPackingKind = FourCC("over")}},
+    Request{.stereoOnly = true, .stereoMode = Request::StereoMode::leftRight},
     Request::audioOnly(),
 };
 

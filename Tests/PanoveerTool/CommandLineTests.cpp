@@ -44,7 +44,7 @@ protected:
 };
 
 TEST_F(CommandLine, TellsWrongUsageFromFailure) {
-    const auto source = movie({.frameCount = 5});
+    const auto source = movie({.frameCount = 6, .audio = {{}}, .audioSeconds = 4});
     const auto mesh = path("mesh.data");
     std::ofstream(mesh) << "2\n2 1\n1.6 0 0 0 1\n1.6 0 0\n";
     struct Row {
@@ -67,16 +67,17 @@ TEST_F(CommandLine, TellsWrongUsageFromFailure) {
              Row{converting({"--size", "wide"}), 2, "3840x1920"},
              Row{converting({"--audio", "loud"}), 2, "stereo"},
              Row{converting({"--pitch", "91"}), 2, "-90"},
-             Row{converting({"--in", "3"}), 2, "--in"},
+             Row{converting({"--in", "3"}), 2, "lasts only 0.200 s"},
              Row{converting({"--source-format", "mirrorDome"}), 2, "output only"},
              Row{converting({"--warp-mesh", mesh}), 2, "mirrorDome"},
              Row{converting({"--format", "mirrorDome", "--warp-mesh", mesh}), 1,
                  "panoveer: Line 4: malformed Mirror Dome node: 1.6 0 0\n"},
-             Row({"frame", source, "--at", "0", "-o", path("a.png"), "--format", "mirrorDome", "--warp-mesh", "/gone"},
-                 1, "panoveer: Cannot read Mirror Dome warp mesh: /gone\n"),
+             Row{{"frame", source, "--at", "0", "-o", path("a.png"), "--format", "mirrorDome", "--warp-mesh", "/gone"},
+                 1,
+                 "panoveer: Cannot read Mirror Dome warp mesh: /gone\n"},
              Row{{"convert", path("gone.mp4"), "-o", path("a.mp4")}, 1, "gone.mp4"},
              Row{converting({"--out", "nan"}), 2, "--out"},
-             Row{{"frame", source, "--at", "9", "-o", path("a.png")}, 2, "--at"},
+             Row{{"frame", source, "--at", "3", "-o", path("a.png")}, 2, "lasts only 0.200 s"},
              Row{{"frame", source, "--at", "0", "-o", path("no/a.png")}, 1, "no folder"},
              Row{{"inspect", path("gone.mp4")}, 1, "gone.mp4"},
              Row{{"transcode", path("gone.mp4")}, 1, "gone.mp4"},

@@ -115,11 +115,13 @@ INSTANTIATE_TEST_SUITE_P(
     testing::Values(HDRCase{"PQInHEVC", "smpte2084", "hdr", "hevc10", "yuv420p10le", 1, 1},
                     HDRCase{"HLGInHEVC", "arib-std-b67", "hlg", "hevc10", "yuv420p10le", 1, 1},
                     HDRCase{"PQInProRes422HQ", "smpte2084", "hdr", "proRes422HQ", "yuv422p10le", 1, 1},
-                    HDRCase{"HLGInProRes4444", "arib-std-b67", "hlg", "proRes4444", "yuva444p12le", 4, 1},
-                    HDRCase{"PQInProRes4444", "smpte2084", "hdr", "proRes4444", "yuva444p12le", 4, 1},
+                    // A quarter of a ten-bit code is one of twelve bits.
+                    HDRCase{"HLGInProRes4444", "arib-std-b67", "hlg", "proRes4444", "yuva444p12le", 4, 0.25},
+                    HDRCase{"PQInProRes4444", "smpte2084", "hdr", "proRes4444", "yuva444p12le", 4, 0.25},
                     // One code of rounding, and one of the encoder's.
                     HDRCase{"PQToHLG", "smpte2084", "hlg", "hevc10", "yuv420p10le", 1, 2},
-                    HDRCase{"HLGToPQ", "arib-std-b67", "hdr", "proRes422HQ", "yuv422p10le", 1, 2}),
+                    HDRCase{"HLGToPQ", "arib-std-b67", "hdr", "proRes422HQ", "yuv422p10le", 1, 2},
+                    HDRCase{"HLGToPQInProRes4444", "arib-std-b67", "hdr", "proRes4444", "yuva444p12le", 4, 0.5}),
     [](const auto& info) { return info.param.name; });
 
 } // namespace

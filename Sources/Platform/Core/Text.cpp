@@ -8,6 +8,7 @@
 #include <unicode/unistr.h>
 #include <unicode/utf8.h>
 
+#include <ctime>
 #include <memory>
 
 namespace panoveer {
@@ -175,6 +176,14 @@ std::string formatDate(std::chrono::system_clock::time_point time, std::string_v
     format.format(UDate(std::chrono::duration_cast<std::chrono::milliseconds>(time.time_since_epoch()).count()),
                   result);
     return utf8(result);
+}
+
+std::string localTimeText(std::chrono::system_clock::time_point time, const char* form) {
+    const auto seconds = std::chrono::system_clock::to_time_t(time);
+    std::tm local{};
+    localtime_r(&seconds, &local);
+    char text[64];
+    return {text, std::strftime(text, sizeof text, form, &local)};
 }
 
 } // namespace panoveer

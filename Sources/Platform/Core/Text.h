@@ -43,4 +43,7 @@ std::string localizedStandardSortKey(std::string_view text);
 std::string formatDate(std::chrono::system_clock::time_point time, std::string_view skeleton, std::string_view locale,
                        std::string_view timeZone);
 
+// Local time in a form of strftime ("%Y%m%d-%H%M%S"), at most 64 bytes long.
+std::string localTimeText(std::chrono::system_clock::time_point time, const char* form);
+
 } // namespace panoveer

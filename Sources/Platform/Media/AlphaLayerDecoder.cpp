@@ -65,6 +65,17 @@ void forEachParameterUnit(View record, const std::function<void(View)>& call) {
     }
 }
 
+bool isAlphaInformation(View unit) {
+    return typeOf(unit) == prefixSEI && unit[unitHeaderSize] == alphaChannelInformation;
+}
+
+// Behind the message's type and size: alpha_channel_cancel_flag, then alpha_channel_use_idc in three bits, which is 1
+// for colour that is multiplied with alpha.
+bool saysPremultiplied(View unit) {
+    constexpr std::size_t use = unitHeaderSize + 2;
+    return isAlphaInformation(unit) && unit.size() > use && unit[use] >> 4 == 1;
+}
+
 // A sequence parameter set that takes its size from the video parameter set's extension cannot stand alone: it says 7
 // where a base layer's counts its sub-layers.
 bool standsAlone(View sequence) { return (sequence[unitHeaderSize] >> 1 & 7) != 7; }
@@ -97,6 +108,38 @@ AVBufferRef* opaquePlane(const AVFrame& color) {
     return plane;
 }
 
+// A sample whose distance from `zero` was multiplied with alpha of `opaque`.
+std::uint8_t divided(std::uint8_t sample, int zero, int alpha, int opaque) {
+    if (alpha == opaque || alpha == 0)
+        return sample;
+    const int distance = (sample - zero) * opaque;
+    return std::uint8_t(std::clamp(zero + (distance + (distance < 0 ? -alpha : alpha) / 2) / alpha, 0, 255));
+}
+
+// Y'CbCr depends on R'G'B' by an affine map that takes black to its zero, so it is divided as they would be; chroma by
+// the alpha of all that share it.
+void divideByAlpha(AVFrame& color, const AVFrame& alpha) {
+    if (av_frame_make_writable(&color) < 0)
+        throw std::bad_alloc();
+    const int black = color.color_range == AVCOL_RANGE_JPEG ? 0 : 16;
+    const auto alphaAt = [&](int x, int y) {
+        return int(alpha.data[0][std::min(y, color.height - 1) * alpha.linesize[0] + std::min(x, color.width - 1)]);
+    };
+    for (int y = 0; y < color.height; ++y)
+        for (int x = 0; x < color.width; ++x) {
+            auto& luma = color.data[0][y * color.linesize[0] + x];
+            luma = divided(luma, black, alphaAt(x, y), 255);
+        }
+    for (int y = 0; y < color.height; y += 2)
+        for (int x = 0; x < color.width; x += 2) {
+            const int sum = alphaAt(x, y) + alphaAt(x + 1, y) + alphaAt(x, y + 1) + alphaAt(x + 1, y + 1);
+            for (const int plane : {1, 2}) {
+                auto& chroma = color.data[plane][y / 2 * color.linesize[plane] + x / 2];
+                chroma = divided(chroma, 128, sum, 4 * 255);
+            }
+        }
+}
+
 // YUVJ420P is what libavcodec calls it in full range.
 bool isEightBit420(int format) { return format == AV_PIX_FMT_YUV420P || format == AV_PIX_FMT_YUVJ420P; }
 
@@ -112,7 +155,7 @@ bool AlphaLayerDecoder::isPresent(const AVCodecParameters& parameters) {
         return false;
     bool saysAlpha = false, hasSequence = false;
     forEachParameterUnit(extradata(parameters), [&](View unit) {
-        saysAlpha |= typeOf(unit) == prefixSEI && unit[unitHeaderSize] == alphaChannelInformation;
+        saysAlpha |= isAlphaInformation(unit);
         hasSequence |= typeOf(unit) == sequenceParameterSet && layerOf(unit) == 1 && standsAlone(unit);
     });
     return saysAlpha && hasSequence;
@@ -122,6 +165,7 @@ AlphaLayerDecoder::AlphaLayerDecoder(const AVCodecParameters& parameters)
     : lengthSize_((extradata(parameters)[lengthSizeOffset] & 3) + 1),
       decoder_(avcodec_alloc_context3(avcodec_find_decoder(AV_CODEC_ID_HEVC))) {
     const auto stream = layerParameters(extradata(parameters));
+    forEachParameterUnit(extradata(parameters), [&](View unit) { isPremultiplied_ |= saysPremultiplied(unit); });
     if (!decoder_)
         throw std::bad_alloc();
     decoder_->extradata = static_cast<std::uint8_t*>(av_mallocz(stream.size() + AV_INPUT_BUFFER_PADDING_SIZE));
@@ -191,6 +235,8 @@ void AlphaLayerDecoder::addTo(AVFrame& color) {
     const bool hasPicture = !pictures_.empty() && pictures_.front()->best_effort_timestamp == time &&
                             pictures_.front()->width == color.width && pictures_.front()->height == color.height &&
                             depthOf(*pictures_.front()) == 8;
+    if (hasPicture && isPremultiplied_)
+        divideByAlpha(color, *pictures_.front());
     constexpr int alphaPlane = 3;
     color.format = AV_PIX_FMT_YUVA420P;
     if (hasPicture) {

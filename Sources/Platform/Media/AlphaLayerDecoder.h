@@ -27,13 +27,15 @@ public:
     // Forgets all packets.
     void flush();
 
-    // Makes a 4:2:0 picture of the colour decoder one with the alpha of its time, opaque where the layer has none.
+    // Makes a 4:2:0 picture of the colour decoder one with the alpha of its time, opaque where the layer has none. Its
+    // colour is straight then: one that was encoded multiplied with alpha has been divided by it.
     void addTo(AVFrame& color);
 
 private:
     void receive();
 
-    int lengthSize_; // of the length in front of each NAL unit, bytes
+    int lengthSize_;               // of the length in front of each NAL unit, bytes
+    bool isPremultiplied_ = false; // the colour, as it is encoded
     CodecContextPtr decoder_;
     std::deque<FramePtr> pictures_; // in order of presentation
 };

@@ -1,14 +1,12 @@
 #include "Platform/Media/AssetAudioReader.h"
 
-#include "Platform/Core/Log.h"
 #include "Platform/Media/AudioConverter.h"
 #include "Platform/Media/AudioDecoder.h"
 #include "Platform/Media/AudioSampleBuffer.h"
+#include "Platform/Media/TrackReading.h"
 
 #include <algorithm>
-#include <atomic>
 #include <cmath>
-#include <new>
 #include <numeric>
 #include <utility>
 
@@ -21,22 +19,18 @@ namespace panoveer {
 
 namespace {
 
-constexpr Logger logger("Media");
-
-constexpr double latestStart = 1e9; // seconds: behind the end of any movie
-
 // Nearer than half a frame of 48,000 Hz, two times are the same.
 constexpr double timeTolerance = 0.5 / audioSampleRate;
 
 } // namespace
 
-struct AssetAudioReader::State {
-    std::shared_ptr<const MediaAsset> asset;
+struct AssetAudioReader::State : TrackReading<AudioDecoder> {
+    State(std::shared_ptr<const MediaAsset> movie, const AudioTrack& audio, double start,
+          std::optional<AudioChannelLayout> layout)
+        : TrackReading(std::move(movie), start), track(audio), convertTo(std::move(layout)) {}
+
     AudioTrack track;
-    double startSeconds = 0;
     std::optional<AudioChannelLayout> convertTo;
-    std::atomic<bool> interrupt = false; // what the decoder watches
-    std::optional<AudioDecoder> decoder;
     std::optional<AudioConverter> converter;
     std::optional<DecodedSound> ahead; // begins a new piece: what is before it is still in the converter
     // The piece of sound that runs: when it began, and how many frames it has given so far.
@@ -44,23 +38,6 @@ struct AssetAudioReader::State {
     std::optional<double> pieceSeconds;
     std::int64_t pieceFrames = 0;
     double pieceEnd = 0; // where its decoded samples end
-    std::atomic<Status> status = Status::unknown;
-    std::optional<Error> error;
-
-    // A cancellation from another thread stands against whatever comes later.
-    void end(Status how) {
-        auto expected = Status::reading;
-        status.compare_exchange_strong(expected, how);
-        if (decoder && decoder->decodeErrorCount() > 0)
-            logger.warning("{}: {} faulty audio packets were passed over", asset->url().lastPathComponent(),
-                           decoder->decodeErrorCount());
-        decoder.reset();
-    }
-
-    void fail(Error failure) {
-        error = std::move(failure);
-        end(Status::failed);
-    }
 
     void open() {
         decoder.emplace(*asset, track, interrupt);
@@ -160,9 +137,7 @@ struct AssetAudioReader::State {
         for (;;) {
             auto samples = nextSamples();
             if (samples.empty()) {
-                if (decoder->decodedFrameCount() == 0 && decoder->decodeError())
-                    throw *decoder->decodeError();
-                end(Status::completed);
+                complete();
                 return std::nullopt;
             }
             auto block = timed(std::move(samples));
@@ -170,59 +145,25 @@ struct AssetAudioReader::State {
                 return block;
         }
     }
-
-    // What `work` gives, or nothing when it fails or is cancelled.
-    template<class Work>
-    auto guarded(const Work& work) -> decltype(work()) {
-        try {
-            return work();
-        } catch (const Cancelled&) {
-            end(Status::cancelled);
-        } catch (const Error& failure) {
-            fail(failure);
-        } catch (const std::bad_alloc&) {
-            fail(outOfMemoryError());
-        }
-        return {};
-    }
 };
 
 AssetAudioReader::AssetAudioReader(std::shared_ptr<const MediaAsset> asset, const AudioTrack& track,
                                    double startSeconds, std::optional<AudioChannelLayout> convertTo)
-    : state_(std::make_unique<State>()) {
-    state_->asset = std::move(asset);
-    state_->track = track;
-    // No number at all counts as the head, like a negative one.
-    state_->startSeconds = startSeconds > 0 ? std::min(startSeconds, latestStart) : 0;
-    state_->convertTo = std::move(convertTo);
-}
+    : state_(std::make_unique<State>(std::move(asset), track, startSeconds, std::move(convertTo))) {}
 
 AssetAudioReader::~AssetAudioReader() = default;
 AssetAudioReader::AssetAudioReader(AssetAudioReader&&) noexcept = default;
 AssetAudioReader& AssetAudioReader::operator=(AssetAudioReader&&) noexcept = default;
 
 bool AssetAudioReader::startReading() {
-    auto expected = Status::unknown;
-    if (!state_->status.compare_exchange_strong(expected, Status::reading))
-        return false;
-    return state_->guarded([&] {
-        state_->open();
-        return true;
-    });
+    return state_->start([&] { state_->open(); });
 }
 
 std::optional<AssetAudioReader::Block> AssetAudioReader::copyNextBlock() {
-    if (state_->status != Status::reading)
-        return std::nullopt;
-    return state_->guarded([&] { return state_->nextBlock(); });
+    return state_->next([&] { return state_->nextBlock(); });
 }
 
-void AssetAudioReader::cancelReading() {
-    state_->interrupt = true;
-    for (auto from : {Status::unknown, Status::reading})
-        if (auto expected = from; state_->status.compare_exchange_strong(expected, Status::cancelled))
-            return;
-}
+void AssetAudioReader::cancelReading() { state_->cancel(); }
 
 AssetAudioReader::Status AssetAudioReader::status() const { return state_->status; }
 

@@ -1,8 +1,7 @@
 #pragma once
 
-#include "Platform/Core/Error.h"
+#include "Platform/Media/AssetReader.h"
 #include "Platform/Media/AudioChannelLayout.h"
-#include "Platform/Media/MediaAsset.h"
 
 #include <cstdint>
 #include <memory>
@@ -19,7 +18,7 @@ namespace panoveer {
 // at all decodes, and when the file cannot be read on.
 class AssetAudioReader {
 public:
-    enum class Status { unknown, reading, completed, failed, cancelled };
+    using Status = AssetReader::Status;
 
     struct Block {
         std::vector<float> samples; // interleaved, full scale -1 to 1

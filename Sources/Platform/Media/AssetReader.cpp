@@ -1,53 +1,32 @@
 #include "Platform/Media/AssetReader.h"
 
-#include "Platform/Core/Log.h"
 #include "Platform/Media/FrameConverter.h"
 #include "Platform/Media/MediaSupport.h"
 #include "Platform/Media/MovieDecoder.h"
-
-#include <algorithm>
-#include <atomic>
-#include <new>
+#include "Platform/Media/TrackReading.h"
 
 namespace panoveer {
 
 namespace {
 
-constexpr Logger logger("Media");
-
 // Times come from rationals through doubles: nearer than this they are the same.
 constexpr double timeTolerance = 1e-6;
 
-constexpr double latestStart = 1e9; // seconds: behind the end of any movie
-
 } // namespace
 
-struct AssetReader::State {
-    std::shared_ptr<const MediaAsset> asset;
-    double startSeconds;
+struct AssetReader::State : TrackReading<MovieDecoder> {
+    State(std::shared_ptr<const MediaAsset> movie, double start, double end)
+        : TrackReading(std::move(movie), start), endSeconds(end) {}
+
     double endSeconds;
     std::optional<VideoTrack> track;
     FourCC format;
-    std::atomic<bool> interrupt = false; // what the decoder watches
-    std::optional<MovieDecoder> decoder;
     std::optional<FrameConverter> converter;
     bool isPositioned = false; // the decoder stands at the start of the range
-    std::atomic<Status> status = Status::unknown;
-    std::optional<Error> error;
 
-    // A cancellation from another thread stands against whatever comes later.
-    void end(Status how) {
-        auto expected = Status::reading;
-        status.compare_exchange_strong(expected, how);
-        if (decoder && decoder->decodeErrorCount() > 0)
-            logger.warning("{}: {} faulty packets were passed over", asset->url().lastPathComponent(),
-                           decoder->decodeErrorCount());
-        decoder.reset();
-    }
-
-    void fail(Error failure) {
-        error = std::move(failure);
-        end(Status::failed);
+    void open() {
+        decoder.emplace(*asset, *track, interrupt);
+        converter.emplace(format, track->formatDescriptions.front().color);
     }
 
     std::optional<DecodedFrame> nextFrame() {
@@ -65,10 +44,8 @@ struct AssetReader::State {
 
     std::optional<VideoSample> nextSample() {
         auto frame = nextFrame();
-        if (!frame && decoder->decodedFrameCount() == 0 && decoder->decodeError())
-            throw *decoder->decodeError();
         if (!frame || frame->seconds >= endSeconds - timeTolerance) {
-            end(Status::completed);
+            complete();
             return std::nullopt;
         }
         return VideoSample{converter->convert(std::move(frame->frame)), frame->seconds};
@@ -76,12 +53,7 @@ struct AssetReader::State {
 };
 
 AssetReader::AssetReader(std::shared_ptr<const MediaAsset> asset, double startSeconds, double endSeconds)
-    : state_(std::make_unique<State>()) {
-    state_->asset = std::move(asset);
-    // No number at all counts as the head, like a negative one.
-    state_->startSeconds = startSeconds > 0 ? std::min(startSeconds, latestStart) : 0;
-    state_->endSeconds = endSeconds;
-}
+    : state_(std::make_unique<State>(std::move(asset), startSeconds, endSeconds)) {}
 
 AssetReader::~AssetReader() = default;
 AssetReader::AssetReader(AssetReader&&) noexcept = default;
@@ -101,43 +73,14 @@ void AssetReader::addOutput(const VideoTrack& track, FourCC format) {
 }
 
 bool AssetReader::startReading() {
-    auto expected = Status::unknown;
-    if (!state_->track || !state_->status.compare_exchange_strong(expected, Status::reading))
-        return false;
-    try {
-        state_->decoder.emplace(*state_->asset, *state_->track, state_->interrupt);
-        state_->converter.emplace(state_->format, state_->track->formatDescriptions.front().color);
-        return true;
-    } catch (const Cancelled&) {
-    } catch (const Error& failure) {
-        state_->fail(failure);
-    } catch (const std::bad_alloc&) {
-        state_->fail(outOfMemoryError());
-    }
-    return false;
+    return state_->track && state_->start([&] { state_->open(); });
 }
 
 std::optional<VideoSample> AssetReader::copyNextSampleBuffer() {
-    if (state_->status != Status::reading)
-        return std::nullopt;
-    try {
-        return state_->nextSample();
-    } catch (const Cancelled&) {
-        state_->end(Status::cancelled);
-    } catch (const Error& failure) {
-        state_->fail(failure);
-    } catch (const std::bad_alloc&) {
-        state_->fail(outOfMemoryError());
-    }
-    return std::nullopt;
+    return state_->next([&] { return state_->nextSample(); });
 }
 
-void AssetReader::cancelReading() {
-    state_->interrupt = true;
-    for (auto from : {Status::unknown, Status::reading})
-        if (auto expected = from; state_->status.compare_exchange_strong(expected, Status::cancelled))
-            return;
-}
+void AssetReader::cancelReading() { state_->cancel(); }
 
 AssetReader::Status AssetReader::status() const { return state_->status; }
 

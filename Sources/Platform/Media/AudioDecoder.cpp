@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <new>
 
 extern "C" {
 #include <libavcodec/avcodec.h>
@@ -25,28 +24,11 @@ constexpr double jitterSeconds = 0.010;
 } // namespace
 
 AudioDecoder::AudioDecoder(const MediaAsset& asset, const AudioTrack& track, const std::atomic<bool>& interrupt)
-    : reader_(asset, track.streamIndex, interrupt), packet_(makePacket()) {
-    openDecoder(track);
-}
-
-void AudioDecoder::openDecoder(const AudioTrack& track) {
-    const auto* codec = track.isDecodable && track.decoderParameters
-                            ? avcodec_find_decoder(track.decoderParameters->codec_id)
-                            : nullptr;
-    if (!codec)
-        throw Error(reader_.name() + ": no decoder for the audio track", std::string(mediaErrorDomain),
-                    mediaErrorCode::decoderNotFound);
-    decoder_.reset(avcodec_alloc_context3(codec));
-    if (!decoder_)
-        throw std::bad_alloc();
-    int code = avcodec_parameters_to_context(decoder_.get(), track.decoderParameters.get());
-    decoder_->pkt_timebase = reader_.stream().time_base;
-    // What is to be skipped comes with the frames, so that their times stay those of the packets, unrounded.
-    decoder_->flags2 |= AV_CODEC_FLAG2_SKIP_MANUAL;
-    if (code >= 0)
-        code = avcodec_open2(decoder_.get(), codec, nullptr);
-    if (code < 0)
-        throw libavError(reader_.name() + ": cannot open the audio decoder", code, mediaErrorCode::decoderNotFound);
+    : TrackDecoder(asset, track.streamIndex, interrupt) {
+    openDecoder(track.isDecodable ? track.decoderParameters.get() : nullptr, "audio", [](AVCodecContext& decoder) {
+        // What is to be skipped comes with the frames, so that their times stay those of the packets, unrounded.
+        decoder.flags2 |= AV_CODEC_FLAG2_SKIP_MANUAL;
+    });
 }
 
 // A unit of time is longer than a sample: Matroska counts milliseconds.
@@ -75,25 +57,10 @@ void AudioDecoder::readHead() {
 }
 
 std::optional<DecodedSound> AudioDecoder::next() {
-    auto frame = makeFrame();
-    for (;;) {
-        reader_.throwIfInterrupted();
-        const int code = avcodec_receive_frame(decoder_.get(), frame.get());
-        if (code >= 0) {
-            ++decodedFrameCount_;
-            if (auto sound = trimmed(std::move(frame)); sound.count > 0)
-                return sound;
-            frame = makeFrame();
-        } else if (code == AVERROR(EAGAIN)) {
-            feed();
-        } else if (code == AVERROR_EOF) {
-            if (reader_.endError())
-                throw *reader_.endError();
-            return std::nullopt;
-        } else {
-            noteDecodeError(code);
-        }
-    }
+    while (auto frame = receive())
+        if (auto sound = trimmed(std::move(frame)); sound.count > 0)
+            return sound;
+    return std::nullopt;
 }
 
 void AudioDecoder::feed() {
@@ -107,14 +74,6 @@ void AudioDecoder::feed() {
         noteDecodeError(code);
     av_packet_unref(packet_.get());
     hasPacket_ = false;
-}
-
-void AudioDecoder::noteDecodeError(int code) {
-    if (code == AVERROR(ENOMEM))
-        throw std::bad_alloc();
-    ++decodeErrorCount_;
-    if (!decodeError_)
-        decodeError_ = libavError(reader_.name(), code, mediaErrorCode::decodeFailed);
 }
 
 // Cuts off what the container says is not to be heard: samples that the codec needs before and behind the sound, and

@@ -1,12 +1,6 @@
 #pragma once
 
-#include "Platform/Media/MediaAsset.h"
-#include "Platform/Media/MediaSupport.h"
-#include "Platform/Media/TrackReader.h"
-
-#include <atomic>
-#include <cstdint>
-#include <optional>
+#include "Platform/Media/TrackDecoder.h"
 
 namespace panoveer {
 
@@ -21,7 +15,7 @@ struct DecodedSound {
 // An open movie with the decoder of one of its audio tracks. Packets that do not decode are passed over. One thread at
 // a time; every blocking call throws Cancelled soon after `*interrupt` has become true, and Error when the file cannot
 // be read. Not for other layers.
-class AudioDecoder {
+class AudioDecoder final : public TrackDecoder {
 public:
     // Opens file and decoder. `interrupt` outlives this. Throws Error.
     AudioDecoder(const MediaAsset& asset, const AudioTrack& track, const std::atomic<bool>& interrupt);
@@ -31,31 +25,17 @@ public:
     // No value at the end of the track.
     std::optional<DecodedSound> next();
 
-    std::int64_t decodedFrameCount() const { return decodedFrameCount_; }
-    std::int64_t decodeErrorCount() const { return decodeErrorCount_; }
-    // The first failure of the decoder itself.
-    const std::optional<Error>& decodeError() const { return decodeError_; }
-
 private:
-    void openDecoder(const AudioTrack& track);
     bool hasCoarseTimes() const;
     void readHead();
-    void feed();
-    void noteDecodeError(int code);
+    void feed() override;
     DecodedSound trimmed(FramePtr frame);
     std::optional<double> secondsOf(const AVFrame& frame);
     double onGrid(double seconds, const AVFrame& frame) const;
 
-    TrackReader reader_;
-    CodecContextPtr decoder_;
-    PacketPtr packet_;
-    bool hasPacket_ = false; // packet_ waits to be decoded
-    bool isDraining_ = false;
+    bool hasPacket_ = false;            // packet_ waits to be decoded
     std::optional<double> headSeconds_; // of the track's first packet, where times are coarse
     std::optional<double> nextSeconds_; // where the frame decoded last ends
-    std::optional<Error> decodeError_;
-    std::int64_t decodedFrameCount_ = 0;
-    std::int64_t decodeErrorCount_ = 0;
 };
 
 } // namespace panoveer

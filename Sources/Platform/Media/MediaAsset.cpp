@@ -19,6 +19,7 @@ extern "C" {
 #include <libavcodec/avcodec.h>
 #include <libavformat/avformat.h>
 #include <libavutil/opt.h>
+#include <libavutil/parseutils.h>
 #include <libavutil/pixdesc.h>
 #include <libavutil/stereo3d.h>
 }
@@ -83,6 +84,21 @@ double durationSeconds(const AVFormatContext& input) {
     if (isMatroska(input) && input.duration_estimation_method != AVFMT_DURATION_FROM_PTS)
         seconds -= startOffsetSeconds(input);
     return std::max(seconds, 0.0);
+}
+
+// On the container's axis; 0 when not known.
+double endSeconds(const AVStream& stream) {
+    double duration = double(stream.duration) * av_q2d(stream.time_base);
+    if (stream.duration == AV_NOPTS_VALUE) {
+        // Matroska tells it in a tag, "00:00:02.040000000".
+        const auto* tag = av_dict_get(stream.metadata, "DURATION", nullptr, AV_DICT_IGNORE_SUFFIX);
+        std::int64_t microseconds = 0;
+        if (!tag || av_parse_time(&microseconds, tag->value, 1) < 0)
+            return 0;
+        duration = double(microseconds) / AV_TIME_BASE;
+    }
+    const bool hasStart = stream.start_time != AV_NOPTS_VALUE;
+    return std::max(duration, 0.0) + (hasStart ? double(stream.start_time) * av_q2d(stream.time_base) : 0);
 }
 
 // libav's display matrix is the one of a QuickTime track header: a b u, c d v, tx ty w in 16.16 fixed point, points
@@ -238,9 +254,11 @@ std::shared_ptr<const MediaAsset> MediaAsset::load(const URL& url) {
     for (auto* stream : std::span(input->streams, input->nb_streams)) {
         const auto& parameters = *stream->codecpar;
         constexpr int stills = AV_DISPOSITION_ATTACHED_PIC | AV_DISPOSITION_TIMED_THUMBNAILS;
-        if (parameters.codec_type == AVMEDIA_TYPE_VIDEO && (stream->disposition & stills) == 0)
-            if (const auto* codec = nativeCodec(parameters.codec_id))
-                asset->videoTracks_.push_back(videoTrack(*input, *stream, codec->code));
+        if (parameters.codec_type != AVMEDIA_TYPE_VIDEO || (stream->disposition & stills) != 0)
+            continue;
+        asset->videoEndSeconds_ = std::max(asset->videoEndSeconds_, endSeconds(*stream) - asset->startOffsetSeconds_);
+        if (const auto* codec = nativeCodec(parameters.codec_id))
+            asset->videoTracks_.push_back(videoTrack(*input, *stream, codec->code));
     }
     // Measuring reads on in the file, so it comes after all that the head of the file tells.
     for (auto& track : asset->videoTracks_) {

@@ -72,6 +72,8 @@ public:
     const URL& url() const { return url_; }
     // Of the longest track; 0 when not known.
     double durationSeconds() const { return durationSeconds_; }
+    // Where the pictures end of the video track that lasts longest, of any codec; 0 where the container does not tell.
+    double videoEndSeconds() const { return videoEndSeconds_; }
     // The container's time at second 0 of the movie, at least 0.
     double startOffsetSeconds() const { return startOffsetSeconds_; }
     // At least one track that this road can decode, or one of multiview HEVC with both eyes, which players can.
@@ -84,6 +86,7 @@ private:
 
     URL url_;
     double durationSeconds_ = 0;
+    double videoEndSeconds_ = 0;
     double startOffsetSeconds_ = 0;
     std::vector<VideoTrack> videoTracks_;
     std::vector<AudioTrack> audioTracks_;

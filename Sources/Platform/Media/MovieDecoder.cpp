@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <new>
 
 extern "C" {
 #include <libavcodec/avcodec.h>
@@ -19,36 +18,18 @@ constexpr double timeTolerance = 1e-6;
 } // namespace
 
 MovieDecoder::MovieDecoder(const MediaAsset& asset, const VideoTrack& track, const std::atomic<bool>& interrupt)
-    : frameSeconds_(track.nominalFrameRate > 0 ? 1 / track.nominalFrameRate : 1.0 / 30),
-      reader_(asset, track.streamIndex, interrupt),
-      packet_(makePacket()) {
-    if (!track.decoderParameters)
-        throw Error(reader_.name() + ": the video track is missing", std::string(mediaErrorDomain),
-                    mediaErrorCode::invalidSourceMedia);
-    takesDecodingTimes_ = !reader_.hasPresentationTimes() && track.decoderParameters->video_delay > 0;
-    openDecoder(track);
-}
-
-void MovieDecoder::openDecoder(const VideoTrack& track) {
-    const auto* codec = track.isDecodable ? avcodec_find_decoder(track.decoderParameters->codec_id) : nullptr;
-    if (!codec)
-        throw Error(reader_.name() + ": no decoder for the video track", std::string(mediaErrorDomain),
-                    mediaErrorCode::decoderNotFound);
-    decoder_.reset(avcodec_alloc_context3(codec));
-    if (!decoder_)
-        throw std::bad_alloc();
-    int code = avcodec_parameters_to_context(decoder_.get(), track.decoderParameters.get());
-    decoder_->pkt_timebase = reader_.stream().time_base;
-    decoder_->thread_count = 0;
-    decoder_->thread_type = FF_THREAD_FRAME | FF_THREAD_SLICE;
-    // Cropping to the pixel, even where that puts rows off their alignment.
-    decoder_->flags |= AV_CODEC_FLAG_UNALIGNED;
-    if (code >= 0)
-        code = avcodec_open2(decoder_.get(), codec, nullptr);
-    if (code < 0)
-        throw libavError(reader_.name() + ": cannot open the video decoder", code, mediaErrorCode::decoderNotFound);
-    if (AlphaLayerDecoder::isPresent(*track.decoderParameters))
-        alpha_.emplace(*track.decoderParameters);
+    : TrackDecoder(asset, track.streamIndex, interrupt),
+      frameSeconds_(track.nominalFrameRate > 0 ? 1 / track.nominalFrameRate : 1.0 / 30) {
+    const auto* parameters = track.isDecodable ? track.decoderParameters.get() : nullptr;
+    openDecoder(parameters, "video", [](AVCodecContext& decoder) {
+        decoder.thread_count = 0;
+        decoder.thread_type = FF_THREAD_FRAME | FF_THREAD_SLICE;
+        // Cropping to the pixel, even where that puts rows off their alignment.
+        decoder.flags |= AV_CODEC_FLAG_UNALIGNED;
+    });
+    takesDecodingTimes_ = !reader_.hasPresentationTimes() && parameters->video_delay > 0;
+    if (AlphaLayerDecoder::isPresent(*parameters))
+        alpha_.emplace(*parameters);
 }
 
 void MovieDecoder::resetTimes() {
@@ -140,31 +121,17 @@ const DecodedFrame* MovieDecoder::peek() {
 }
 
 std::optional<DecodedFrame> MovieDecoder::decodeNext() {
-    auto frame = makeFrame();
-    for (;;) {
-        reader_.throwIfInterrupted();
-        const int code = avcodec_receive_frame(decoder_.get(), frame.get());
-        if (code >= 0) {
-            ++decodedFrameCount_;
-            if (alpha_)
-                alpha_->addTo(*frame);
-            auto result = timed(std::move(frame));
-            // A stamp that does not rise is a fault of the file: presentation order has no place for it.
-            if (result.seconds > lastSeconds_) {
-                lastSeconds_ = result.seconds;
-                return result;
-            }
-            frame = makeFrame();
-        } else if (code == AVERROR(EAGAIN)) {
-            feed();
-        } else if (code == AVERROR_EOF) {
-            if (reader_.endError())
-                throw *reader_.endError();
-            return std::nullopt;
-        } else {
-            noteDecodeError(code);
+    while (auto frame = receive()) {
+        if (alpha_)
+            alpha_->addTo(*frame);
+        auto result = timed(std::move(frame));
+        // A stamp that does not rise is a fault of the file: presentation order has no place for it.
+        if (result.seconds > lastSeconds_) {
+            lastSeconds_ = result.seconds;
+            return result;
         }
     }
+    return std::nullopt;
 }
 
 void MovieDecoder::feed() {
@@ -209,14 +176,6 @@ void MovieDecoder::send(const AVPacket& packet) {
 void MovieDecoder::readPacket() {
     if (!isDraining_)
         isDraining_ = !reader_.read(*packet_);
-}
-
-void MovieDecoder::noteDecodeError(int code) {
-    if (code == AVERROR(ENOMEM))
-        throw std::bad_alloc();
-    ++decodeErrorCount_;
-    if (!decodeError_)
-        decodeError_ = libavError(reader_.name(), code, mediaErrorCode::decodeFailed);
 }
 
 DecodedFrame MovieDecoder::timed(FramePtr frame) {

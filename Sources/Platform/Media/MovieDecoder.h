@@ -2,12 +2,8 @@
 
 #include "Platform/Core/Error.h"
 #include "Platform/Media/AlphaLayerDecoder.h"
-#include "Platform/Media/MediaAsset.h"
-#include "Platform/Media/MediaSupport.h"
-#include "Platform/Media/TrackReader.h"
+#include "Platform/Media/TrackDecoder.h"
 
-#include <atomic>
-#include <cstdint>
 #include <deque>
 #include <limits>
 #include <optional>
@@ -23,7 +19,7 @@ struct DecodedFrame {
 // An open movie with the decoder of one of its video tracks: goes to a time and hands frames out in presentation order.
 // Packets that do not decode are passed over. One thread at a time; every blocking call throws Cancelled soon after
 // `*interrupt` has become true, and Error when the file cannot be read. Not for other layers.
-class MovieDecoder {
+class MovieDecoder final : public TrackDecoder {
 public:
     // Opens file and decoder. `interrupt` outlives this. Throws Error.
     MovieDecoder(const MediaAsset& asset, const VideoTrack& track, const std::atomic<bool>& interrupt);
@@ -44,32 +40,20 @@ public:
     // The frame that next() will return.
     const DecodedFrame* peek();
 
-    std::int64_t decodedFrameCount() const { return decodedFrameCount_; }
-    std::int64_t decodeErrorCount() const { return decodeErrorCount_; }
-    // The first failure of the decoder itself.
-    const std::optional<Error>& decodeError() const { return decodeError_; }
-
 private:
-    void openDecoder(const VideoTrack& track);
     void seek(double seconds);
     std::optional<DecodedFrame> decodeNext();
-    void feed();
+    void feed() override;
     void drain();
     void send(const AVPacket& packet);
     bool isSuperseded(const AVPacket& packet);
     void resetTimes();
     void readPacket();
-    void noteDecodeError(int code);
     DecodedFrame timed(FramePtr frame);
 
-    double frameSeconds_; // of one frame at the nominal rate
-    TrackReader reader_;
-    CodecContextPtr decoder_;
-    std::optional<AlphaLayerDecoder> alpha_; // of a track with alpha in another layer
-    PacketPtr packet_;
-
-    std::deque<DecodedFrame> ahead_; // decoded already
-    bool isDraining_ = false;
+    double frameSeconds_;                                           // of one frame at the nominal rate
+    std::optional<AlphaLayerDecoder> alpha_;                        // of a track with alpha in another layer
+    std::deque<DecodedFrame> ahead_;                                // decoded already
     double lastSeconds_ = -std::numeric_limits<double>::infinity(); // of the frame decoded last
     // While a frame is being looked for: its time, and the latest packet so far that begins no later.
     std::optional<double> wantedSeconds_;
@@ -78,9 +62,6 @@ private:
     // times of the packets as they come.
     bool takesDecodingTimes_ = false;
     std::deque<std::int64_t> decodingTimes_; // of packets whose pictures are to come
-    std::optional<Error> decodeError_;
-    std::int64_t decodedFrameCount_ = 0;
-    std::int64_t decodeErrorCount_ = 0;
 };
 
 } // namespace panoveer

@@ -10,6 +10,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cstring>
 #include <limits>
 #include <set>
 
@@ -236,7 +237,32 @@ std::string channels(const std::string& pictures, bool alpha) {
     return chosen;
 }
 
-TEST(LayeredVideo, BringsAlphaBackWithTheColourThatEveryPlayerShows) {
+// BGRA pictures with their colour multiplied with alpha.
+std::string premultiplied(std::string pictures) {
+    for (std::size_t i = 0; i < pictures.size(); ++i)
+        if (i % 4 != 3)
+            pictures[i] = char((std::uint8_t(pictures[i]) * std::uint8_t(pictures[i | 3]) + 127) / 255);
+    return pictures;
+}
+
+// Makes a movie say of its alpha that the colour is multiplied with it: alpha_channel_use_idc of Rec. ITU-T H.265,
+// F.14.2.8, wherever such a message is.
+void declarePremultiplied(const std::filesystem::path& movie) {
+    auto bytes = readFile(movie);
+    int found = 0;
+    for (std::size_t i = 0; i + 4 < bytes.size(); ++i)
+        if (bytes[i] == 39 << 1 && bytes[i + 1] <= 0x09 && bytes[i + 2] == 165) {
+            bytes[i + 4] = std::uint8_t((bytes[i + 4] & 0x8f) | 0x10);
+            ++found;
+        }
+    ASSERT_GT(found, 0);
+    writeFile(movie, bytes);
+}
+
+class AlphaMovie : public testing::TestWithParam<bool> {};
+
+TEST_P(AlphaMovie, BringsAlphaBackWithTheColourThatEveryPlayerShows) {
+    const bool isPremultiplied = GetParam();
     constexpr int frameCount = 40;
     const TemporaryFolder folder;
     const auto path = folder / "alpha.mov";
@@ -251,11 +277,20 @@ TEST(LayeredVideo, BringsAlphaBackWithTheColourThatEveryPlayerShows) {
     std::string expected;
     for (int i = 0; i < frameCount; ++i) {
         auto picture = makePatternPicture(pixelFormat::bgra, width, height, i);
-        expected += packedSamples(*picture);
+        auto samples = packedSamples(*picture);
+        if (isPremultiplied) {
+            samples = premultiplied(samples);
+            const auto& plane = picture->plane(0);
+            for (std::size_t y = 0; y < height; ++y)
+                std::memcpy(plane.data + y * plane.rowBytes, samples.data() + y * width * 4, width * 4);
+        }
+        expected += samples;
         ASSERT_TRUE(input->append(std::move(picture), {i * frameDuration.value, frameDuration.timescale}));
     }
     input->markAsFinished();
     ASSERT_TRUE(writer->finishWriting());
+    if (isPremultiplied)
+        declarePremultiplied(path);
 
     EXPECT_EQ(ffprobeJSON(path)["streams"][0]["codec_tag_string"], "hvc1");
     // A decoder that knows no alpha says so, and shows the colour.
@@ -275,11 +310,16 @@ TEST(LayeredVideo, BringsAlphaBackWithTheColourThatEveryPlayerShows) {
         std::string read;
         while (const auto sample = reader.copyNextSampleBuffer())
             read += packedSamples(*sample->imageBuffer);
+        if (isPremultiplied)
+            read = premultiplied(std::move(read));
         const auto original = expected.substr(std::size_t(first * width * height * 4));
         EXPECT_GT(signalToNoise(channels(read, false), channels(original, false), 1, 255), 30);
         EXPECT_GT(signalToNoise(channels(read, true), channels(original, true), 1, 255), 38);
     }
 }
+
+INSTANTIATE_TEST_SUITE_P(, AlphaMovie, testing::Values(false, true),
+                         [](const auto& test) { return test.param ? "Premultiplied" : "Straight"; });
 
 } // namespace
 } // namespace panoveer::test

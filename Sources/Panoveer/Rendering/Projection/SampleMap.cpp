@@ -2,6 +2,7 @@
 
 #include "Panoveer/Rendering/Projection/ParallelRows.h"
 #include "Panoveer/Rendering/Projection/ResamplingKernels.h"
+#include "Panoveer/Rendering/Projection/SmoothPatch.h"
 #include "Panoveer/Rendering/Projection/TapResolver.h"
 #include "Platform/Core/Error.h"
 
@@ -20,50 +21,10 @@ namespace {
 
 using Position = PlaneGeometry::Position;
 
-// Most of a picture is smooth: exact places, which cost ten times as much as all else, are needed only once in this
-// many samples. Between them a cubic through the two on either side is good to a thousandth of a pixel, as long as
-// these four belong to one face and change alike.
-constexpr int anchorDistance = 8;
-constexpr double footprintLikeness = 1.02;      // less than what tells two widths of a kernel apart
-constexpr double largestThirdDifference = 0.02; // pixels; more than that is an edge or a pole
-
 using Place = ProjectionMapping::Place;
 
-bool areAlike(const Place& a, const Place& b) {
-    const auto isClose = [](double x, double y) { return x <= y * footprintLikeness && y <= x * footprintLikeness; };
-    return a.source.half == b.source.half && a.source.face == b.source.face && isClose(a.footprint.x, b.footprint.x) &&
-           isClose(a.footprint.y, b.footprint.y);
-}
-
-// Four anchors, of which the two in the middle are the ends of a run.
-using Anchors = std::span<const std::optional<Place>, 4>;
-
-bool isSmooth(Anchors p) {
-    for (std::size_t i = 0; i < 4; ++i)
-        if (!p[i] || (i > 0 && !areAlike(*p[i - 1], *p[i])))
-            return false;
-    const auto thirdDifference = [&](double SourcePlace::* axis) {
-        const auto at = [&](std::size_t i) { return p[i]->source.*axis; };
-        return at(3) - at(0) + 3 * (at(1) - at(2));
-    };
-    return std::abs(thirdDifference(&SourcePlace::x)) < largestThirdDifference &&
-           std::abs(thirdDifference(&SourcePlace::y)) < largestThirdDifference;
-}
-
-// At a share 0…1 of the way between the anchors in the middle: Lagrange's cubic for the place.
-Place interpolated(Anchors p, double t) {
-    const std::array weights{-t * (t - 1) * (t - 2) / 6, (t + 1) * (t - 1) * (t - 2) / 2, -(t + 1) * t * (t - 2) / 2,
-                             (t + 1) * t * (t - 1) / 6};
-    Place place = *p[1];
-    place.source.x = place.source.y = 0;
-    for (std::size_t i = 0; i < 4; ++i) {
-        place.source.x += weights[i] * p[i]->source.x;
-        place.source.y += weights[i] * p[i]->source.y;
-    }
-    place.footprint = {std::lerp(p[1]->footprint.x, p[2]->footprint.x, t),
-                       std::lerp(p[1]->footprint.y, p[2]->footprint.y, t)};
-    return place;
-}
+// Of the share of a sample.
+std::uint32_t phaseOf(double fraction) { return std::uint32_t(int(fraction * ResamplingKernels::phases + 0.5)); }
 
 // A window along one upright axis: its first sample, and how far beyond the one before the place it lies, in phases.
 struct AxisWindow {
@@ -74,8 +35,7 @@ struct AxisWindow {
 
 AxisWindow axisWindow(double index, double footprint, int taps) {
     const double below = std::floor(index);
-    return {int(below) + (taps == 2 ? 0 : ResamplingKernels::firstTap),
-            int((index - below) * ResamplingKernels::phases + 0.5),
+    return {int(below) + (taps == 2 ? 0 : ResamplingKernels::firstTap), int(phaseOf(index - below)),
             taps == 2 ? 0 : ResamplingKernels::widthIndex(footprint)};
 }
 
@@ -97,9 +57,16 @@ public:
 
     void fillBlock(Block& block) {
         block.entries.reserve(std::size_t(block.width) * std::size_t(block.height));
-        for (int row = 0; row < block.height; ++row) {
-            block.firstSpans.push_back(std::uint32_t(block.spans.size()));
-            fillRow(block, grid_.originY + (block.top + row) * grid_.pitch.y);
+        const AnchorGrid anchors(*this, block);
+        std::vector<std::optional<Square>> squares; // across the block
+        for (int top = 0; top < block.height; top += SmoothPatch::side) {
+            squares.clear();
+            for (int left = 0; left < block.width; left += SmoothPatch::side)
+                squares.push_back(square(anchors.around(left, top)));
+            for (int row = top; row < std::min(top + SmoothPatch::side, block.height); ++row) {
+                block.firstSpans.push_back(std::uint32_t(block.spans.size()));
+                fillRow(block, row, squares);
+            }
         }
         block.firstSpans.push_back(std::uint32_t(block.spans.size()));
         block.entries.shrink_to_fit();
@@ -126,6 +93,38 @@ private:
         auto operator<=>(const TileKey&) const = default;
     };
 
+    // Exact places of a block and around it.
+    class AnchorGrid {
+    public:
+        AnchorGrid(const Builder& builder, const Block& block)
+            : columnCount_(std::size_t(block.width - 1) / SmoothPatch::side + 4) {
+            constexpr int side = SmoothPatch::side;
+            for (int row = -side; row < block.height + 2 * side; row += side)
+                for (int i = 0; i < int(columnCount_); ++i)
+                    places_.push_back(builder.placeAt(block.left + (i - 1) * side, builder.yOf(block.top + row)));
+        }
+
+        // A sample of the block whose column and row are multiples of the side.
+        SmoothPatch::Anchors around(int column, int row) const {
+            SmoothPatch::Anchors anchors;
+            for (std::size_t i = 0; i < 4; ++i)
+                for (std::size_t j = 0; j < 4; ++j)
+                    anchors[i][j] = places_[(std::size_t(row) / SmoothPatch::side + i) * columnCount_ +
+                                            std::size_t(column) / SmoothPatch::side + j];
+            return anchors;
+        }
+
+    private:
+        std::size_t columnCount_;
+        std::vector<std::optional<Place>> places_;
+    };
+
+    // A smooth patch whose windows all lie within the picture: its entries, sample by sample.
+    struct Square {
+        int division = 1;
+        std::vector<SampleEntry> entries;
+    };
+
     // What neighbouring samples share while a row is made.
     struct RowState {
         std::size_t firstSpan = 0;
@@ -135,31 +134,112 @@ private:
         int face = 0;
     };
 
-    void fillRow(Block& block, double y) {
-        RowState row{.firstSpan = block.spans.size(), .y = y};
-        std::vector<std::optional<Place>> anchors; // from the one before the row's first sample on
-        for (int column = -anchorDistance; column < block.width + 2 * anchorDistance; column += anchorDistance)
-            anchors.push_back(placeAt(block.left + column, y));
-        for (int begin = 0; begin < block.width; begin += anchorDistance) {
-            const Anchors around(anchors.data() + begin / anchorDistance, 4);
-            const bool isSmoothRun = isSmooth(around);
-            append(block, row, begin, around[1]);
-            for (int i = 1; i < std::min(anchorDistance, block.width - begin); ++i)
-                append(block, row, begin + i,
-                       isSmoothRun ? interpolated(around, double(i) / anchorDistance)
-                                   : placeAt(block.left + begin + i, y));
+    // No value where samples have to be looked at one by one.
+    std::optional<Square> square(const SmoothPatch::Anchors& anchors) const {
+        auto patch = SmoothPatch::make(anchors);
+        if (!patch)
+            return std::nullopt;
+        const auto divisionAt = [&](std::size_t i, std::size_t j) {
+            return ProjectionMapping::division(anchors[i][j]->footprint, sampleSize_);
+        };
+        Square square{divisionAt(1, 1), {}};
+        if (divisionAt(1, 2) != square.division || divisionAt(2, 1) != square.division ||
+            divisionAt(2, 2) != square.division)
+            return std::nullopt;
+        patch->convertToStoredSamples(plane_);
+        const auto length = std::size_t(SmoothPatch::side * square.division);
+        std::vector<double> x(length * length), y(length * length);
+        for (std::size_t row = 0; row < length; ++row)
+            patch->row(int(row), square.division, std::span(x).subspan(row * length, length),
+                       std::span(y).subspan(row * length, length));
+        if (!allWindowsAreInside(x, y, *patch))
+            return std::nullopt;
+        fillSquare(square, x, y, *patch);
+        return square;
+    }
+
+    // Of places in stored samples.
+    bool allWindowsAreInside(std::span<const double> x, std::span<const double> y, const SmoothPatch& patch) const {
+        const auto [left, right] = std::ranges::minmax(x);
+        const auto [top, bottom] = std::ranges::minmax(y);
+        const int firstTap = taps_ == 2 ? 0 : ResamplingKernels::firstTap;
+        const Position first{int(std::floor(left)) + firstTap, int(std::floor(top)) + firstTap};
+        const Position last{int(std::floor(right)) + firstTap + taps_ - 1,
+                            int(std::floor(bottom)) + firstTap + taps_ - 1};
+        const auto a = plane_.upright(first), b = plane_.upright(last);
+        const TapResolver resolver(plane_, mapping_.sourceLattice(), {patch.half(), patch.face(), 0, 0});
+        return resolver.isInside(std::min(a.x, b.x), std::min(a.y, b.y), std::max(a.x, b.x), std::max(a.y, b.y)) &&
+               last.x + std::max(4 - taps_, 0) < plane_.storedSize().width; // two taps are read four samples at once
+    }
+
+    void fillSquare(Square& square, std::span<const double> x, std::span<const double> y,
+                    const SmoothPatch& patch) const {
+        constexpr std::size_t side = SmoothPatch::side;
+        const auto division = std::size_t(square.division);
+        const auto widthsAt = [&](std::size_t column, std::size_t row) {
+            return kernelWidths(patch.footprint(int(column), int(row)), square.division);
+        };
+        auto widths = widthsAt(0, 0);
+        const bool isEven =
+            widthsAt(0, side) == widths && widthsAt(side, 0) == widths && widthsAt(side, side) == widths;
+        const int firstTap = taps_ == 2 ? 0 : ResamplingKernels::firstTap;
+        square.entries.resize(x.size());
+        auto* next = square.entries.data();
+        for (std::size_t row = 0; row < side; ++row)
+            for (std::size_t column = 0; column < side; ++column) {
+                if (!isEven)
+                    widths = widthsAt(column, row);
+                for (std::size_t j = 0; j < division; ++j)
+                    for (std::size_t i = 0; i < division; ++i) {
+                        const auto at = (row * division + j) * side * division + column * division + i;
+                        const int left = int(x[at]), top = int(y[at]); // not below 0, for they lie inside
+                        *next++ = {std::uint32_t((left + firstTap) | (top + firstTap) << 16),
+                                   widths + phaseOf(x[at] - left) + (phaseOf(y[at] - top) << 15)};
+                    }
+            }
+    }
+
+    // As kernels of phase 0, packed as an entry has them.
+    std::uint32_t kernelWidths(Footprint footprint, int division) const {
+        if (taps_ == 2)
+            return 0;
+        const auto of = [&](double covered) {
+            return std::uint32_t(ResamplingKernels::index(0, ResamplingKernels::widthIndex(covered / division)));
+        };
+        return of(footprint.x) | of(footprint.y) << 15;
+    }
+
+    void fillRow(Block& block, int row, std::span<const std::optional<Square>> squares) {
+        RowState state{.firstSpan = block.spans.size(), .y = yOf(block.top + row)};
+        for (int begin = 0; begin < block.width; begin += SmoothPatch::side) {
+            const int count = std::min(SmoothPatch::side, block.width - begin);
+            if (const auto& square = squares[std::size_t(begin / SmoothPatch::side)]) {
+                extendSpan(block, state, begin, count, square->division);
+                const auto each = std::size_t(square->division) * std::size_t(square->division);
+                const auto first = square->entries.begin() +
+                                   std::ptrdiff_t(std::size_t(row % SmoothPatch::side) * SmoothPatch::side * each);
+                block.entries.insert(block.entries.end(), first, first + std::ptrdiff_t(std::size_t(count) * each));
+                continue;
+            }
+            for (int i = begin; i < begin + count; ++i)
+                append(block, state, i, placeAt(block.left + i, state.y));
         }
     }
 
     double xOf(int column) const { return grid_.originX + column * grid_.pitch.x; }
+    double yOf(int row) const { return grid_.originY + row * grid_.pitch.y; }
 
     std::optional<Place> placeAt(int column, double y) const { return mapping_.place(xOf(column), y, grid_.pitch); }
 
-    void append(Block& block, RowState& row, int column, const std::optional<Place>& place) {
-        const int division = place ? ProjectionMapping::division(place->footprint, sampleSize_) : 0;
+    static void extendSpan(Block& block, const RowState& row, int column, int count, int division) {
         if (block.spans.size() == row.firstSpan || block.spans.back().division != division)
             block.spans.push_back({column, column, division, std::uint32_t(block.entries.size())});
-        block.spans.back().end = column + 1;
+        block.spans.back().end = column + count;
+    }
+
+    void append(Block& block, RowState& row, int column, const std::optional<Place>& place) {
+        const int division = place ? ProjectionMapping::division(place->footprint, sampleSize_) : 0;
+        extendSpan(block, row, column, 1, division);
         if (division == 1)
             block.entries.push_back(entry(*place, row));
         if (division <= 1)

@@ -17,32 +17,46 @@ namespace {
 
 constexpr Logger logger("Audio");
 
+// Reaches into a read that is under way.
+using StopCallback = std::stop_callback<std::function<void()>>;
+
 class NativeSource final : public AudioBlockSource {
 public:
-    explicit NativeSource(AssetAudioReader reader) : reader_(std::move(reader)) {}
+    NativeSource(std::shared_ptr<const MediaAsset> asset, const AudioTrack& track, double startSeconds,
+                 const std::optional<AudioChannelLayout>& convertTo, const std::stop_token& stop)
+        : reader_(std::move(asset), track, startSeconds, convertTo),
+          cancel_(stop, [this] { reader_.cancelReading(); }) {
+        if (!reader_.startReading())
+            throwEnd();
+    }
 
     std::optional<AudioBlock> next() override {
         if (auto block = reader_.copyNextBlock())
             return AudioBlock{std::move(block->samples), block->frames, block->channelCount,
                               block->presentationSeconds};
-        if (reader_.status() == AssetAudioReader::Status::failed)
-            throwFailure(reader_);
+        if (reader_.status() != AssetAudioReader::Status::completed)
+            throwEnd();
         return std::nullopt;
     }
 
-    [[noreturn]] static void throwFailure(const AssetAudioReader& reader) {
-        if (reader.error())
-            throw Error(*reader.error());
-        throw Error(localized("error.export.reader_failed"), std::string(mediaErrorDomain));
+private:
+    [[noreturn]] void throwEnd() const {
+        if (reader_.status() == AssetAudioReader::Status::cancelled)
+            throw Cancelled();
+        throw Error(reader_.error().value());
     }
 
-private:
     AssetAudioReader reader_;
+    StopCallback cancel_;
 };
 
 class FFmpegSource final : public AudioBlockSource {
 public:
-    FFmpegSource(std::string name, FFmpegAudioReader reader) : name_(std::move(name)), reader_(std::move(reader)) {}
+    FFmpegSource(std::string name, FFmpegAudioReader reader, std::stop_token stop)
+        : name_(std::move(name)),
+          reader_(std::move(reader)),
+          stop_(std::move(stop)),
+          cancel_(stop_, [this] { reader_.cancelReading(); }) {}
 
     std::optional<AudioBlock> next() override {
         // A broadcast that was cut begins with half a packet, and a disk has bad sectors: the gap becomes silence.
@@ -50,6 +64,8 @@ public:
         for (int failures = 0;; ++failures) {
             try {
                 auto frame = reader_.copyNextFrame();
+                if (!frame && stop_.stop_requested())
+                    throw Cancelled();
                 if (!frame)
                     return std::nullopt;
                 const double seconds = runningTime(*frame);
@@ -74,27 +90,29 @@ private:
 
     std::string name_;
     FFmpegAudioReader reader_;
+    std::stop_token stop_;
+    StopCallback cancel_;
     std::optional<double> end_; // of the last block
 };
 
 } // namespace
 
-std::unique_ptr<AudioBlockSource> openNativeAudio(const URL& url, std::int32_t trackID, double startSeconds,
-                                                  const std::optional<AudioChannelLayout>& convertTo) {
-    const auto asset = MediaAsset::load(url);
-    const auto track = std::ranges::find(asset->audioTracks(), trackID, &AudioTrack::streamIndex);
-    if (track == asset->audioTracks().end())
+std::unique_ptr<AudioBlockSource> NativeAudioRoad::operator()(const URL& url, std::int32_t trackID, double startSeconds,
+                                                              const std::optional<AudioChannelLayout>& convertTo,
+                                                              const std::stop_token& stop) {
+    if (!asset_ || asset_->url() != url)
+        asset_ = MediaAsset::load(url);
+    const auto track = std::ranges::find(asset_->audioTracks(), trackID, &AudioTrack::streamIndex);
+    if (track == asset_->audioTracks().end())
         throw Error(localized("error.export.reader_failed"), std::string(mediaErrorDomain)); // another file by now
-    AssetAudioReader reader(asset, *track, startSeconds, convertTo);
-    if (!reader.startReading())
-        NativeSource::throwFailure(reader);
-    return std::make_unique<NativeSource>(std::move(reader));
+    return std::make_unique<NativeSource>(asset_, *track, startSeconds, convertTo, stop);
 }
 
 std::unique_ptr<AudioBlockSource> openFFmpegAudio(const URL& url, std::int32_t streamIndex, double startSeconds,
-                                                  double durationSeconds, std::uint64_t channelMask) {
+                                                  double durationSeconds, std::uint64_t channelMask,
+                                                  const std::stop_token& stop) {
     return std::make_unique<FFmpegSource>(
-        url.lastPathComponent(), FFmpegAudioReader(url, streamIndex, startSeconds, durationSeconds, channelMask));
+        url.lastPathComponent(), FFmpegAudioReader(url, streamIndex, startSeconds, durationSeconds, channelMask), stop);
 }
 
 } // namespace panoveer

@@ -31,7 +31,7 @@ FFmpegAudioReader::FFmpegAudioReader(const URL& url, std::int32_t streamIndex, d
                                                  error.data(), std::int32_t(error.size()), start, duration);
     reader_.reset(reader);
     if (result < 0 || !reader_)
-        throw FFmpegReaderError::openFailed(error.data());
+        throw FFmpegReaderError::soundOpenFailed(error.data());
     channelCount_ = PNVFFmpegAudioReaderChannelCount(reader);
 }
 
@@ -42,7 +42,7 @@ std::optional<FFmpegDecodedAudioFrame> FFmpegAudioReader::copyNextFrame() {
     ErrorBuffer error{};
     const auto result = PNVFFmpegReadAudio(reader_.get(), &frame, error.data(), std::int32_t(error.size()));
     if (result < 0)
-        throw FFmpegReaderError::readFailed(error.data());
+        throw FFmpegReaderError::soundReadFailed(error.data());
     if (result == 0 || !frame.samples || frame.sampleCount < 1 || frame.channelCount < 1)
         return std::nullopt;
     const auto values = std::size_t(frame.sampleCount) * std::size_t(frame.channelCount);
@@ -52,5 +52,7 @@ std::optional<FFmpegDecodedAudioFrame> FFmpegAudioReader::copyNextFrame() {
                                    .channelCount = frame.channelCount,
                                    .ptsSeconds = frame.ptsSeconds};
 }
+
+void FFmpegAudioReader::cancelReading() { PNVFFmpegCancelAudio(reader_.get()); }
 
 } // namespace panoveer

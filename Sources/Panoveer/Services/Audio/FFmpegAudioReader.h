@@ -21,8 +21,8 @@ struct FFmpegDecodedAudioFrame {
     double ptsSeconds = 0; // of the first frame
 };
 
-// Reads one audio stream of any file that FFmpeg knows, from a time on and for so long. One thread at a time.
-// Destruction closes the file.
+// Reads one audio stream of any file that FFmpeg knows, from a time on and for so long. One thread at a time, except
+// cancelReading(), which any thread may call. Destruction closes the file.
 class FFmpegAudioReader {
 public:
     // The best stream, as stereo. A duration that is not positive means up to the end. Throws
@@ -34,9 +34,10 @@ public:
 
     int channelCount() const { return channelCount_; }
 
-    // The next block; none at the end. Throws FFmpegReaderError::readFailed for a packet that cannot be decoded; the
-    // next call goes on behind it.
+    // The next block; none at the end, and after cancelReading(). Throws FFmpegReaderError::readFailed for a packet
+    // that cannot be decoded; the next call goes on behind it.
     std::optional<FFmpegDecodedAudioFrame> copyNextFrame();
+    void cancelReading();
 
 private:
     struct CloseReader {

@@ -33,7 +33,8 @@ using namespace std::chrono_literals;
 constexpr Logger logger("Audio");
 constexpr std::size_t channelCount = 2;
 constexpr std::int64_t bitRate = 192'000;
-constexpr std::int64_t silenceFrames = 4096; // at most, in a block
+constexpr std::int64_t longestSeconds = 1'000'000'000; // more than 30 years
+constexpr std::int64_t silenceFrames = 4096;           // at most, in a block
 constexpr std::string_view partialSuffix = ".partial.m4a";
 constexpr auto leftOverAge = 1h; // a partial file that nobody has written to for so long belongs to nobody
 constexpr auto pollInterval = 1ms;
@@ -157,26 +158,31 @@ private:
 };
 
 // Sound that cannot be opened is no reason not to see the picture.
-std::unique_ptr<AudioBlockSource> openSound(const URL& url) {
+std::unique_ptr<AudioBlockSource> openSound(const URL& url, const std::stop_token& stop) {
     constexpr std::int32_t bestStream = -1;
     constexpr auto stereo = mask(FFmpegChannel::frontLeft) | mask(FFmpegChannel::frontRight);
     try {
-        return openFFmpegAudio(url, bestStream, 0, 0, stereo);
+        return openFFmpegAudio(url, bestStream, 0, 0, stereo, stop);
     } catch (const FFmpegReaderError& error) {
         logger.warning("the playback clock stays silent file={} error={}", url.lastPathComponent(), error.what());
         return nullptr;
     }
 }
 
-void writeSound(const URL& url, std::int64_t frameLimit, ClockWriter& clock) {
-    const auto source = openSound(url);
+// As much as the picture lasts; all there is where `total` is 0, since nobody knows.
+void writeSound(const URL& url, std::int64_t total, ClockWriter& clock, const std::stop_token& stop) {
+    const auto source = openSound(url, stop);
     if (!source)
         return;
-    AudioSegmentSink sink(frameLimit, 0);
+    AudioSegmentSink sink(total > 0 ? total : longestSeconds * audioSampleRate, 0);
     while (sink.room() > 0) {
         auto block = source->next();
         if (!block)
             return;
+        // No picture tells how long silence may last. A longer gap is taken for a fault of the time stamps.
+        constexpr double longestGap = 60; // seconds
+        if (total == 0 && block->seconds && *block->seconds - double(sink.written()) / audioSampleRate > longestGap)
+            block->seconds.reset();
         const auto place = sink.place(block->seconds, block->frames);
         clock.appendSilence(place.silence);
         const auto first = block->samples.begin() + std::ptrdiff_t(place.skipped * std::int64_t(channelCount));
@@ -186,11 +192,10 @@ void writeSound(const URL& url, std::int64_t frameLimit, ClockWriter& clock) {
 
 void writePlaybackTrack(const URL& source, const URL& destination, double duration, bool hasAudioStream,
                         const std::stop_token& stop) {
-    constexpr double longest = 1e9; // seconds: more than 30 years
-    const auto total = std::int64_t(std::ceil(std::clamp(duration, 0.0, longest) * audioSampleRate));
+    const auto total = std::int64_t(std::ceil(std::clamp(duration, 0.0, double(longestSeconds)) * audioSampleRate));
     ClockWriter clock(destination, total, stop);
     if (hasAudioStream)
-        writeSound(source, total > 0 ? total : std::int64_t(longest) * audioSampleRate, clock);
+        writeSound(source, total, clock, stop);
     // A player takes no file without a sample.
     clock.appendSilence(std::max<std::int64_t>(total, 1) - clock.framesWritten());
     clock.finish();

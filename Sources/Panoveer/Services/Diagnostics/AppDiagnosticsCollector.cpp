@@ -3,6 +3,7 @@
 #include "Panoveer/Services/Diagnostics/DiagnosticPrivacyRedactor.h"
 #include "Platform/Core/Error.h"
 #include "Platform/Core/Log.h"
+#include "Platform/Core/Text.h"
 #include "Platform/Core/TextPattern.h"
 
 #include <sys/utsname.h>
@@ -11,7 +12,6 @@
 #include <array>
 #include <cerrno>
 #include <cstdlib>
-#include <ctime>
 #include <format>
 #include <fstream>
 #include <sstream>
@@ -21,9 +21,6 @@ namespace panoveer {
 
 namespace {
 
-using std::chrono::system_clock;
-
-constexpr std::size_t maximumReportBytes = 262144;
 constexpr std::size_t maximumExportReportBytes = 98304;
 constexpr std::chrono::seconds logWindow(3600);
 constexpr int keptLogFiles = 3; // older ones beside the newest
@@ -76,16 +73,6 @@ struct LogEntry {
     std::string line() const { return date + " " + category + " " + message; }
 };
 
-// As the log writes dates, so that they compare as texts.
-std::string logDate(system_clock::time_point time) {
-    const auto seconds = system_clock::to_time_t(time);
-    std::tm local{};
-    localtime_r(&seconds, &local);
-    char text[32];
-    std::strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S", &local);
-    return text;
-}
-
 void readLog(const std::filesystem::path& file, const std::string& since, std::vector<LogEntry>& entries) {
     std::ifstream stream(file);
     bool isWanted = false;
@@ -105,11 +92,15 @@ void readLog(const std::filesystem::path& file, const std::string& since, std::v
 
 std::string AppDiagnosticsCollector::collect() {
     std::lock_guard lock(mutex_);
-    std::string report;
-    for (const auto& block : {header(), exportReports(), applicationLog()})
-        if (!block.empty())
-            report += (report.empty() ? "" : "\n\n") + block;
-    return limited(std::move(report));
+    const std::string_view gap = "\n\n";
+    auto report = header();
+    if (const auto traces = exportReports(); !traces.empty())
+        report.append(gap) += traces;
+    // What is too long is always the log: what runs where, and the traces, tell more than its older entries.
+    if (auto log = applicationLog(); !log.empty())
+        report.append(gap) +=
+            limited(std::move(log), maximumReportBytes - std::min(maximumReportBytes, report.size() + gap.size()));
+    return report;
 }
 
 std::string AppDiagnosticsCollector::header() const {
@@ -140,7 +131,8 @@ std::string AppDiagnosticsCollector::applicationLog() const {
     if (std::ifstream newest(sources_.logFile); !newest)
         return std::format("Application log unavailable ({})",
                            DiagnosticPrivacyRedactor::redact(posixError("panoveer.log", errno).what()));
-    const auto since = logDate(sources_.now() - logWindow);
+    // As the log writes dates, so that they compare as texts.
+    const auto since = localTimeText(sources_.now() - logWindow, "%Y-%m-%d %H:%M:%S");
     std::vector<LogEntry> entries;
     for (int age = keptLogFiles; age > 0; --age)
         readLog(sources_.logFile.parent_path() / std::format("{}.{}{}", sources_.logFile.stem().string(), age,
@@ -153,10 +145,10 @@ std::string AppDiagnosticsCollector::applicationLog() const {
     return text;
 }
 
-std::string AppDiagnosticsCollector::limited(std::string text) {
-    if (text.size() <= maximumReportBytes)
+std::string AppDiagnosticsCollector::limited(std::string text, std::size_t maximumBytes) {
+    if (text.size() <= maximumBytes)
         return text;
-    text.erase(0, text.size() - maximumReportBytes);
+    text.erase(0, text.size() - maximumBytes);
     // The cut may have split a character.
     const auto isContinuation = [](char c) { return (static_cast<unsigned char>(c) & 0xc0) == 0x80; };
     const auto whole = std::ranges::find_if_not(text, isContinuation);

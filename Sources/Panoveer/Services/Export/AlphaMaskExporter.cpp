@@ -24,8 +24,13 @@ namespace {
 // A folder that is gone with the value, unless it has moved to its final name.
 class StagedDirectory {
 public:
-    explicit StagedDirectory(const URL& parent)
-        : url_(ExportArtifactTransaction::createStagedDirectory(parent)), inUse_(FileLock::shared(url_.path())) {}
+    explicit StagedDirectory(const URL& parent) {
+        // Until it is locked another process may take it for one that was left behind.
+        do {
+            url_ = ExportArtifactTransaction::createStagedDirectory(parent);
+            inUse_ = FileLock::shared(url_.path());
+        } while (!std::filesystem::exists(url_.path()));
+    }
     ~StagedDirectory() {
         std::error_code ignored;
         std::filesystem::remove_all(url_.path(), ignored);

@@ -4,12 +4,10 @@
 #include "Panoveer/Services/Diagnostics/GenerationFailureDescriber.h"
 #include "Panoveer/Services/Export/SegmentDuration.h"
 #include "Panoveer/Services/Export/VRExportError.h"
-#include "Platform/Core/Error.h"
 
 #include <algorithm>
 #include <cmath>
 #include <numeric>
-#include <optional>
 #include <utility>
 
 namespace panoveer {
@@ -34,14 +32,14 @@ Track onFFmpegRoad(Track track, std::int32_t streamIndex) {
 
 ExportAudioTrackFeeder::ExportAudioTrackFeeder(ExportAudioTrackPlan plan, AudioInput& input, int trackIndex,
                                                std::function<void()> waitUntilReady, ExportDiagnostics* diagnostics,
-                                               const AudioRoads& roads)
+                                               AudioRoads roads)
     : plan_(std::move(plan)),
       input_(input),
       trackIndex_(trackIndex),
       formatDescription_(PCMSampleBuffers::formatDescription(plan_.channelCount, plan_.bufferLayout)),
       waitUntilReady_(std::move(waitUntilReady)),
       diagnostics_(diagnostics),
-      roads_(roads) {}
+      roads_(std::move(roads)) {}
 
 void ExportAudioTrackFeeder::run(std::span<const VRClipSegment> segments, const SourceAudioTracks& sources,
                                  const std::stop_token& stop) {
@@ -74,14 +72,14 @@ std::int64_t ExportAudioTrackFeeder::append(const SourceAudioTrack& track, const
     if (frameLimit < 1)
         return 0;
     const auto conformed = AudioChannelMatrix::conform(track, plan_);
-    std::exception_ptr failure;
+    std::optional<Error> failure;
     if (const auto* ffmpeg = std::get_if<Track::FFmpegBackend>(&track.backend)) {
         failure = readFFmpeg(ffmpeg->streamIndex, segment, conformed, sink);
     } else {
         failure =
             readAVFoundation(std::get<Track::AVFoundationBackend>(track.backend).trackID, segment, conformed, sink);
         if (failure && track.ffmpegFallbackStreamIndex) {
-            recordFallback(segment, failure);
+            recordFallback(segment, *failure);
             const auto again = onFFmpegRoad(track, *track.ffmpegFallbackStreamIndex);
             // What the first road gave stays: the sink leaves out what is there already.
             failure =
@@ -89,43 +87,38 @@ std::int64_t ExportAudioTrackFeeder::append(const SourceAudioTrack& track, const
         }
     }
     if (failure)
-        std::rethrow_exception(failure);
+        throw VRExportError::soundUnreadable(segment.sourceURL, *failure);
     return sink.written();
 }
 
-void ExportAudioTrackFeeder::recordFallback(const VRClipSegment& segment, const std::exception_ptr& failure) const {
-    if (!diagnostics_)
-        return;
-    try {
-        std::rethrow_exception(failure);
-    } catch (const Error& error) {
+void ExportAudioTrackFeeder::recordFallback(const VRClipSegment& segment, const Error& failure) const {
+    if (diagnostics_)
         diagnostics_->record("audio_ffmpeg_fallback",
                              {{"source", segment.sourceURL.lastPathComponent()},
-                              {"avfoundation_diagnostic", GenerationFailureDescriber::diagnosticMessage(error)}});
-    }
+                              {"avfoundation_diagnostic", GenerationFailureDescriber::diagnosticMessage(failure)}});
 }
 
-std::exception_ptr ExportAudioTrackFeeder::readAVFoundation(std::int32_t trackID, const VRClipSegment& segment,
-                                                            const AudioChannelMatrix::Conformed& conformed,
-                                                            AudioSegmentSink& sink) {
+std::optional<Error> ExportAudioTrackFeeder::readAVFoundation(std::int32_t trackID, const VRClipSegment& segment,
+                                                              const AudioChannelMatrix::Conformed& conformed,
+                                                              AudioSegmentSink& sink) {
     const auto convertTo = conformed.decodesConverted ? std::optional(plan_.bufferLayout) : std::nullopt;
-    return read([&] { return roads_.openNative(segment.sourceURL, trackID, segment.start, convertTo); },
+    return read([&] { return roads_.openNative(segment.sourceURL, trackID, segment.start, convertTo, stop_); },
                 conformed.matrix, sink);
 }
 
-std::exception_ptr ExportAudioTrackFeeder::readFFmpeg(std::int32_t streamIndex, const VRClipSegment& segment,
-                                                      const AudioChannelMatrix::Conformed& conformed,
-                                                      AudioSegmentSink& sink) {
+std::optional<Error> ExportAudioTrackFeeder::readFFmpeg(std::int32_t streamIndex, const VRClipSegment& segment,
+                                                        const AudioChannelMatrix::Conformed& conformed,
+                                                        AudioSegmentSink& sink) {
     const auto* speakers = std::get_if<ExportAudioTrackPlan::Speakers>(&plan_.content);
     const auto mask = conformed.decodesConverted && speakers ? speakers->ffmpegMask : 0;
     const double length = segmentDuration(segment);
-    return read([&] { return roads_.openFFmpeg(segment.sourceURL, streamIndex, segment.start, length, mask); },
+    return read([&] { return roads_.openFFmpeg(segment.sourceURL, streamIndex, segment.start, length, mask, stop_); },
                 conformed.matrix, sink);
 }
 
 // The failure of the source, if it failed; one of the writer is thrown.
-std::exception_ptr ExportAudioTrackFeeder::read(const Open& open, const AudioChannelMatrix& matrix,
-                                                AudioSegmentSink& sink) {
+std::optional<Error> ExportAudioTrackFeeder::read(const Open& open, const AudioChannelMatrix& matrix,
+                                                  AudioSegmentSink& sink) {
     std::unique_ptr<AudioBlockSource> source;
     while (sink.room() > 0) {
         throwIfStopped();
@@ -134,15 +127,15 @@ std::exception_ptr ExportAudioTrackFeeder::read(const Open& open, const AudioCha
             if (!source)
                 source = open();
             block = source->next();
-        } catch (const Error&) {
-            return std::current_exception();
+        } catch (const Error& failure) {
+            return failure;
         }
         if (!block)
             break;
         for (auto& piece : conform(std::move(*block), matrix, sink))
             append(std::move(piece));
     }
-    return nullptr;
+    return std::nullopt;
 }
 
 std::vector<ExportAudioTrackFeeder::Piece>
@@ -160,8 +153,9 @@ ExportAudioTrackFeeder::conform(AudioBlock block, const AudioChannelMatrix& matr
         block.samples.erase(block.samples.begin(), block.samples.begin() + std::ptrdiff_t(first));
         pieces.emplace_back(Samples{std::move(block.samples), place.taken});
     } else {
-        matrix.apply(std::span(block.samples).subspan(first, count), block.channelCount, place.taken, mixed_);
-        pieces.emplace_back(Samples{mixed_, place.taken});
+        std::vector<float> mixed;
+        matrix.apply(std::span(block.samples).subspan(first, count), block.channelCount, place.taken, mixed);
+        pieces.emplace_back(Samples{std::move(mixed), place.taken});
     }
     return pieces;
 }

@@ -7,13 +7,14 @@
 #include "Panoveer/Services/Audio/ExportAudioTrackPlan.h"
 #include "Panoveer/Services/Audio/SourceAudioTrack.h"
 #include "Panoveer/Services/Export/ExportDiagnostics.h"
+#include "Platform/Core/Error.h"
 #include "Platform/Media/AssetWriter.h"
 
 #include <cstdint>
-#include <exception>
 #include <functional>
 #include <map>
 #include <memory>
+#include <optional>
 #include <span>
 #include <stop_token>
 #include <variant>
@@ -32,13 +33,13 @@ using SourceAudioTracks = std::map<URL, std::vector<SourceAudioTrack>>;
 // that neither road can read, a failing writer, or a stop.
 class ExportAudioTrackFeeder {
 public:
-    // `waitUntilReady` returns when the input has room, and throws when there will never be any. Input, diagnostics
-    // (which may be null) and roads outlive this.
+    // `waitUntilReady` returns when the input has room, and throws when there will never be any. Input and
+    // diagnostics (which may be null) outlive this.
     ExportAudioTrackFeeder(ExportAudioTrackPlan plan, AudioInput& input, int trackIndex,
-                           std::function<void()> waitUntilReady, ExportDiagnostics* diagnostics,
-                           const AudioRoads& roads);
+                           std::function<void()> waitUntilReady, ExportDiagnostics* diagnostics, AudioRoads roads);
 
-    // Throws Cancelled, VRExportError::audioAppendFailed, the source's error, or what waitUntilReady throws.
+    // Throws Cancelled, VRExportError::soundUnreadable, VRExportError::audioAppendFailed, or what waitUntilReady
+    // throws.
     void run(std::span<const VRClipSegment> segments, const SourceAudioTracks& sources, const std::stop_token& stop);
 
     std::int64_t framesWritten() const { return framesWritten_; }
@@ -56,12 +57,12 @@ private:
     using Open = std::function<std::unique_ptr<AudioBlockSource>()>;
 
     std::int64_t append(const SourceAudioTrack& track, const VRClipSegment& segment, std::int64_t frameLimit);
-    std::exception_ptr readAVFoundation(std::int32_t trackID, const VRClipSegment& segment,
-                                        const AudioChannelMatrix::Conformed& conformed, AudioSegmentSink& sink);
-    std::exception_ptr readFFmpeg(std::int32_t streamIndex, const VRClipSegment& segment,
-                                  const AudioChannelMatrix::Conformed& conformed, AudioSegmentSink& sink);
-    void recordFallback(const VRClipSegment& segment, const std::exception_ptr& failure) const;
-    std::exception_ptr read(const Open& open, const AudioChannelMatrix& matrix, AudioSegmentSink& sink);
+    std::optional<Error> readAVFoundation(std::int32_t trackID, const VRClipSegment& segment,
+                                          const AudioChannelMatrix::Conformed& conformed, AudioSegmentSink& sink);
+    std::optional<Error> readFFmpeg(std::int32_t streamIndex, const VRClipSegment& segment,
+                                    const AudioChannelMatrix::Conformed& conformed, AudioSegmentSink& sink);
+    void recordFallback(const VRClipSegment& segment, const Error& failure) const;
+    std::optional<Error> read(const Open& open, const AudioChannelMatrix& matrix, AudioSegmentSink& sink);
     std::vector<Piece> conform(AudioBlock block, const AudioChannelMatrix& matrix, AudioSegmentSink& sink);
     void append(Piece piece);
     void appendSilence(std::int64_t frames);
@@ -74,10 +75,9 @@ private:
     std::shared_ptr<const AudioFormatDescription> formatDescription_;
     std::function<void()> waitUntilReady_;
     ExportDiagnostics* diagnostics_;
-    const AudioRoads& roads_;
+    AudioRoads roads_;
     std::stop_token stop_;
     std::int64_t framesWritten_ = 0;
-    std::vector<float> mixed_; // what a matrix made of the block at hand
 };
 
 } // namespace panoveer

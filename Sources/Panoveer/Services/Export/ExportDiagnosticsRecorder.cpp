@@ -5,6 +5,7 @@
 #include "Panoveer/Services/Export/StagedName.h"
 #include "Platform/Core/Error.h"
 #include "Platform/Core/StandardFolders.h"
+#include "Platform/Core/Text.h"
 
 #include <fcntl.h>
 #include <nlohmann/json.hpp>
@@ -12,7 +13,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <ctime>
 #include <format>
 #include <fstream>
 #include <sstream>
@@ -29,16 +29,6 @@ using std::chrono::system_clock;
 // Longer than it takes somebody to come back to a failed night's work.
 constexpr std::chrono::days retention(30);
 constexpr std::string_view reportExtension = ".jsonl";
-
-// "20260131-235959", local time.
-std::string fileTimestamp(system_clock::time_point time) {
-    const auto seconds = system_clock::to_time_t(time);
-    std::tm local{};
-    localtime_r(&seconds, &local);
-    char text[32];
-    std::strftime(text, sizeof text, "%Y%m%d-%H%M%S", &local);
-    return text;
-}
 
 struct Report {
     fs::path path;
@@ -98,7 +88,8 @@ ExportDiagnosticsRecorder::ExportDiagnosticsRecorder(const URL& outputURL, const
 
 // A number keeps exports of one name and one second apart.
 void ExportDiagnosticsRecorder::create(const URL& outputURL, const fs::path& folder) {
-    const auto base = fileTimestamp(now_()) + "-" + ExportFileNaming::sanitizedCustomBaseName(outputURL.baseName());
+    const auto base =
+        localTimeText(now_(), "%Y%m%d-%H%M%S-") + ExportFileNaming::sanitizedCustomBaseName(outputURL.baseName());
     for (int number = 1;; ++number) {
         const auto suffix = (number == 1 ? "" : "-" + std::to_string(number)) + std::string(reportExtension);
         const auto path = folder / fittingFileName(base, suffix);

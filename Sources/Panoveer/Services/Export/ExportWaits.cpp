@@ -71,20 +71,22 @@ void waitUntilReady(const std::function<bool()>& isReadyForMoreMediaData, std::s
     }
 }
 
+PixelBufferPtr takeEncoderPixelBuffer(PixelBufferPool& pool, int maximumCount) {
+    try {
+        return pool.acquire(std::max(maximumCount, 1));
+    } catch (const std::bad_alloc&) {
+        throw VRExportError(VRExportError::Case::pixelBufferCreationFailed, outOfMemoryStatus);
+    } catch (const Error& error) {
+        throw VRExportError(VRExportError::Case::pixelBufferCreationFailed, std::int64_t(error.code()));
+    }
+}
+
 PixelBufferPtr acquireEncoderPixelBuffer(PixelBufferPool& pool, const ExportWriterStatus& writer, int maximumCount,
                                          const std::stop_token& stop, const ExportWaitClock& clock) {
     for (int attempts = 0;; ++attempts) {
         if (writer.sample)
             writer.sample("waiting_for_pixel_buffer");
-        PixelBufferPtr buffer;
-        try {
-            buffer = pool.acquire(std::max(maximumCount, 1));
-        } catch (const std::bad_alloc&) {
-            throw VRExportError(VRExportError::Case::pixelBufferCreationFailed, outOfMemoryStatus);
-        } catch (const Error& error) {
-            throw VRExportError(VRExportError::Case::pixelBufferCreationFailed, std::int64_t(error.code()));
-        }
-        if (buffer) {
+        if (auto buffer = takeEncoderPixelBuffer(pool, maximumCount)) {
             if (attempts >= 1)
                 logger.info("encoder pixel buffer available after {}s", attempts / 1000.0);
             return buffer;

@@ -31,9 +31,12 @@ struct ExportWaitClock {
 void waitUntilReady(const std::function<bool()>& isReadyForMoreMediaData, std::string_view kind,
                     const ExportWriterStatus& writer, const std::stop_token& stop, const ExportWaitClock& clock);
 
-// Takes an output picture from the encoder's pool, waiting while `maximumCount` are in use. There is no deadline: the
-// wait ends by a picture, by cancellation (Cancelled) or by the writer failing (its error, or
-// VRExportError::writerFailed). VRExportError::pixelBufferCreationFailed when a picture cannot be made.
+// Takes an output picture from the encoder's pool; null while `maximumCount` are in use. Throws
+// VRExportError::pixelBufferCreationFailed when one cannot be made.
+PixelBufferPtr takeEncoderPixelBuffer(PixelBufferPool& pool, int maximumCount);
+
+// The same, waiting while they are in use. There is no deadline: the wait ends by a picture, by cancellation
+// (Cancelled) or by the writer failing (its error, or VRExportError::writerFailed).
 PixelBufferPtr acquireEncoderPixelBuffer(PixelBufferPool& pool, const ExportWriterStatus& writer, int maximumCount,
                                          const std::stop_token& stop, const ExportWaitClock& clock);
 

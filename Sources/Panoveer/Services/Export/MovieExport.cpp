@@ -3,17 +3,16 @@
 #include "Panoveer/Model/Records/ExportCodec.h"
 #include "Panoveer/Model/Records/RecordEnums.h"
 #include "Panoveer/Services/Diagnostics/GenerationFailureDescriber.h"
-#include "Panoveer/Services/Export/DecodeAheadSource.h"
 #include "Panoveer/Services/Export/ExportArtifactTransaction.h"
 #include "Panoveer/Services/Export/ExportArtifactValidator.h"
 #include "Panoveer/Services/Export/ExportEncoderPreflight.h"
 #include "Panoveer/Services/Export/ExportImmersiveMedia.h"
 #include "Panoveer/Services/Export/ExportVideoSettings.h"
 #include "Panoveer/Services/Export/PartialOutputRecovery.h"
+#include "Panoveer/Services/Export/SegmentDuration.h"
+#include "Panoveer/Services/Export/SegmentExport.h"
 #include "Panoveer/Services/Export/SpatialVideoMetadataInjector.h"
-#include "Panoveer/Services/Export/StereoMultiviewFrameSink.h"
 #include "Panoveer/Services/Export/VRExportError.h"
-#include "Panoveer/Services/Intake/FFmpegRuntime.h"
 #include "Platform/Core/Log.h"
 #include "Platform/Core/Text.h"
 
@@ -36,8 +35,6 @@ constexpr Logger logger("Export");
 constexpr std::int32_t fragmentTimescale = 600;
 constexpr MediaTime initialFragmentInterval{fragmentTimescale, fragmentTimescale}; // 1 s
 constexpr MediaTime fragmentInterval{10 * fragmentTimescale, fragmentTimescale};   // 10 s
-
-double duration(const VRClipSegment& segment) { return std::max(segment.end - segment.start, 0.0); }
 
 std::uint64_t physicalMemoryBytes() {
     return std::uint64_t(sysconf(_SC_PHYS_PAGES)) * std::uint64_t(sysconf(_SC_PAGE_SIZE));
@@ -124,16 +121,14 @@ void MovieExport::commitMovie() {
     throwIfStopped();
     diagnostics_.markStage("committing_output");
     ExportArtifactTransaction::commitFile(staged_, descriptor_.url);
-    diagnostics_.markStage("completed", {{"frames_written", framesWritten_}});
+    diagnostics_.markStage("completed", {{"frames_written", video_->framesWritten()}});
 }
 
 // Whatever feeds the writer has ended when this returns. Sound that is ahead of the last picture is left out.
 void MovieExport::stopFeeding() {
-    if (input_)
-        writer_->endSession(clock_.time(clock_.frameIndex(secondsWritten_) + 1));
+    writer_->endSession(clock_.time(clock_.frameIndex(video_->secondsWritten()) + 1));
     audio_.cancel();
-    if (input_)
-        input_->markAsFinished();
+    video_->markAsFinished();
 }
 
 // The encoder still completes what it was given: nothing that was rendered is lost. Neither metadata nor a check
@@ -141,20 +136,20 @@ void MovieExport::stopFeeding() {
 std::optional<URL> MovieExport::keepWhatIsCancelled() {
     const auto status = writer_ ? writer_->status() : AssetWriter::Status::unknown;
     const bool canComplete = status == AssetWriter::Status::writing || status == AssetWriter::Status::completed;
-    if (!canComplete || framesWritten_ == 0)
+    if (!canComplete || video_->framesWritten() == 0)
         return keepWhatIsRecoverable();
-    report_(secondsWritten_, framesWritten_, "export.progress.finalizing_partial");
+    report_(video_->secondsWritten(), video_->framesWritten(), "export.progress.finalizing_partial");
     stopFeeding();
     diagnostics_.markStage("finalizing_container");
     const bool isComplete = writer_->finishWriting();
     using Need = PartialOutputRecovery::Need;
     auto partial = PartialOutputRecovery(diagnostics_)
-                       .preservePartialOutput({staged_, descriptor_.url, framesWritten_},
+                       .preservePartialOutput({staged_, descriptor_.url, video_->framesWritten()},
                                               isComplete ? Need::wholeFile : Need::completeFragment,
                                               isComplete ? "cancelled_finalized_container" : "complete_movie_fragment");
     if (partial)
         logger.info("export cancelled and partial file finalized file={} frames={}", partial->lastPathComponent(),
-                    framesWritten_);
+                    video_->framesWritten());
     return partial;
 }
 
@@ -163,8 +158,8 @@ std::optional<URL> MovieExport::keepWhatIsRecoverable() {
         return std::nullopt;
     stopFeeding();
     auto partial = PartialOutputRecovery(diagnostics_)
-                       .preserveRecoverablePartialOutput(*writer_, [this] { input_->markAsFinished(); },
-                                                         {staged_, descriptor_.url, framesWritten_});
+                       .preserveRecoverablePartialOutput(*writer_, [this] { video_->markAsFinished(); },
+                                                         {staged_, descriptor_.url, video_->framesWritten()});
     if (!partial)
         writer_->cancelWriting();
     return partial;
@@ -239,10 +234,13 @@ void MovieExport::configureWriter() {
                          {"buffer_memory_budget_bytes", std::int64_t(budget_.bufferMemoryBudgetBytes)}});
 
     writer_->setMovieTimeScale(clock_.timescale);
-    input_ = writer_->addVideoInput(settings, format, clock_.timescale, plannedFrameCount());
-    if (!input_)
-        throw VRExportError(VRExportError::Case::cannotAddWriterInput);
-    makeSink(format);
+    video_.emplace(*writer_,
+                   ExportVideoTrack::Plan{.settings = settings,
+                                          .pixelFormat = format,
+                                          .clock = clock_,
+                                          .frameCount = plannedFrameCount(),
+                                          .bufferLimit = budget_.encoderPixelBufferLimit},
+                   writerStatus(), stop_, [this] { noteVideoProgress(); });
     audio_.configure(*writer_, stop_);
 
     if (!writer_->startWriting()) {
@@ -264,211 +262,43 @@ void MovieExport::configureWriter() {
                 rawValue(descriptor_.codec), double(clock_.timescale) / double(clock_.frameDuration), audio_.count());
 }
 
-void MovieExport::makeSink(FourCC pixelFormat) {
-    const auto [width, height] = encodedResolution(descriptor_);
-    if (properties(descriptor_.codec).isMultiviewStereo)
-        sink_ = std::make_unique<StereoMultiviewFrameSink>(*input_, pixelFormat, int(width), int(height));
-    else
-        sink_ = std::make_unique<PixelBufferAdaptor>(*input_, pixelFormat, int(width), int(height));
-}
-
 // A movie shows a picture, however short it is.
 std::int64_t MovieExport::plannedFrameCount() const {
     return std::max<std::int64_t>(clock_.frameIndex(totalDurationSeconds(descriptor_)), 1);
 }
 
 void MovieExport::exportSegments() {
+    const SegmentExport::Movie movie{.descriptor = descriptor_,
+                                     .renderer = renderer_,
+                                     .roads = roads_,
+                                     .diagnostics = diagnostics_,
+                                     .track = *video_,
+                                     .inFlightFrameLimit = budget_.inFlightFrameLimit,
+                                     .stop = stop_,
+                                     .throwIfStopped = [this] { throwIfStopped(); }};
     double timelineStart = 0;
     for (const auto& segment : descriptor_.segments) {
         throwIfStopped();
-        auto run = beginSegment(segment, timelineStart);
-        exportSegment(run);
-        diagnostics_.record("segment_completed", {{"source", segment.sourceURL.path().string()},
-                                                  {"frames_written", run.framesWritten},
-                                                  {"total_frames_written", framesWritten_}});
+        const double timelineEnd = timelineStart + segmentDuration(segment);
+        auto slots = ExportSegmentFrameSlots::between(clock_, timelineStart, timelineEnd);
+        if (timelineStart == 0 && clock_.frameIndex(totalDurationSeconds(descriptor_)) == 0)
+            slots.frameCount = plannedFrameCount();
+        SegmentExport(movie, segment, slots).run();
         sampleProgress();
-        timelineStart += duration(segment);
+        timelineStart = timelineEnd;
     }
 }
 
-MovieExport::SegmentRun MovieExport::beginSegment(const VRClipSegment& segment, double timelineStart) {
-    SegmentRun run{.segment = segment,
-                   .slots = ExportSegmentFrameSlots::between(clock_, timelineStart, timelineStart + duration(segment)),
-                   .durationSeconds = duration(segment)};
-    if (timelineStart == 0 && clock_.frameIndex(totalDurationSeconds(descriptor_)) == 0)
-        run.slots.frameCount = plannedFrameCount();
-    DiagnosticFields fields = {{"source", segment.sourceURL.path().string()},
-                               {"source_start_seconds", segment.start},
-                               {"source_end_seconds", segment.end}};
-    try {
-        const auto probe = FFmpegRuntime::probe(segment.sourceURL);
-        fields["source_width"] = std::int64_t(probe.width);
-        fields["source_height"] = std::int64_t(probe.height);
-        fields["source_codec"] = probe.codecName;
-        fields["source_codec_description"] = probe.codecLongName;
-        fields["source_pixel_format"] = probe.pixelFormatName;
-        fields["source_contains_alpha"] = probe.containsAlphaChannel;
-        fields["source_frame_rate"] = probe.frameRate;
-    } catch (const Error&) {
-        // The reader will say what is wrong with the file; the trace goes without these.
-    }
-    diagnostics_.markStage("reading_source", std::move(fields));
-    return run;
-}
-
-void MovieExport::exportSegment(SegmentRun& run) {
-    if (descriptor_.targetFrameRate)
-        run.retimer = std::make_unique<FixedFrameRateVideoRetimer>(
-            run.slots, run.durationSeconds,
-            [this, &run](const PixelBufferPtr& picture, std::int64_t slot) { appendAtSlot(run, picture, slot); });
-
-    readSegment(run);
-    // The last picture is always among those: it fills the slots that the source leaves empty.
-    const auto last = run.pending.empty() ? nullptr : run.pending.back().outputPixelBuffer;
-    if (!last && run.nextSlot < run.slots.frameCount)
-        throw VRExportError(VRExportError::Case::noVideoTrack, run.segment.sourceURL);
-    drainPending(run, 0);
-    if (run.retimer)
-        run.retimer->finish();
-    else
-        hold(run, last);
-}
-
-void MovieExport::readSegment(SegmentRun& run) {
-    if (run.segment.videoDecodingBackend == VideoDecodingBackend::ffmpeg) {
-        diagnostics_.record("ffmpeg_video_selected", {{"reason", std::string("import_backend")}});
-        return readThroughFFmpeg(run);
-    }
-    std::string reason;
-    if (readNatively(run, reason))
-        return;
-    diagnostics_.record("ffmpeg_video_fallback", {{"avfoundation_diagnostic", reason}});
-    logger.info("AVFoundation video reader failed for {}; trying FFmpeg", run.segment.sourceURL.lastPathComponent());
-    readThroughFFmpeg(run);
-}
-
-// False when this road gave no picture, with the reason.
-bool MovieExport::readNatively(SegmentRun& run, std::string& reason) {
-    const auto open = [&](std::stop_token stop) {
-        return roads_.openNative(run.segment, std::move(stop), diagnostics_, reason);
-    };
-    const auto source = DecodeAheadSource::open(open, stop_, budget_.inFlightFrameLimit);
-    if (!source)
-        return false;
-    readAllFrames(run, *source);
-    reason = "no frames delivered";
-    return run.framesRead > 0;
-}
-
-void MovieExport::readThroughFFmpeg(SegmentRun& run) {
-    run.readsThroughFFmpeg = true;
-    const auto open = [&](std::stop_token stop) { return roads_.openFFmpeg(run.segment, std::move(stop)); };
-    readAllFrames(run, *DecodeAheadSource::open(open, stop_, budget_.inFlightFrameLimit));
-}
-
-void MovieExport::readAllFrames(SegmentRun& run, SegmentFrameSource& source) {
-    while (auto frame = source.next()) {
-        throwIfStopped();
-        ++run.framesRead;
-        if (!renderFrame(run, std::move(*frame)))
-            return;
-        drainPending(run, std::size_t(budget_.inFlightFrameLimit));
-    }
-}
-
-// False when the segment is full.
-bool MovieExport::renderFrame(SegmentRun& run, SegmentFrame frame) {
-    std::optional<std::int64_t> slot;
-    if (!run.retimer) {
-        slot = run.slots.frameIndex(frame.relativeSeconds);
-        if (!slot)
-            return false;
-    }
-    auto output = acquireOutput(run);
-    auto sourceColor = frame.picture->color();
-    auto render = renderer_.render(std::move(frame.picture), frame.description, run.segment.transform, output,
-                                   VRColorOutputMode(descriptor_.colorMode), VRResamplingQuality::final,
-                                   properties(descriptor_.codec).keepsAlpha);
-    run.pending.push_back(
-        {.outputPixelBuffer = std::move(output),
-         .render = std::move(render),
-         .sourceColor = std::move(sourceColor),
-         .frameIndex = slot,
-         .safeRelativeSeconds = std::isfinite(frame.relativeSeconds) ? std::max(frame.relativeSeconds, 0.0) : 0.0});
-    return true;
-}
-
-// Rendered pictures are handed on before anybody waits for a buffer: of a small pool they and the picture that the
-// retimer keeps may be all there is.
-PixelBufferPtr MovieExport::acquireOutput(SegmentRun& run) {
-    auto* pool = sink_->pixelBufferPool();
-    if (!pool)
-        throw VRExportError(VRExportError::Case::pixelBufferPoolUnavailable);
-    while (!run.pending.empty()) {
-        if (auto buffer = pool->acquire(budget_.encoderPixelBufferLimit))
-            return buffer;
-        drainPending(run, run.pending.size() - 1);
-    }
-    return acquireEncoderPixelBuffer(*pool, writerStatus(), budget_.encoderPixelBufferLimit, stop_, waitClock_);
-}
-
-void MovieExport::drainPending(SegmentRun& run, std::size_t keep) {
-    while (run.pending.size() > keep) {
-        auto frame = std::move(run.pending.front());
-        run.pending.pop_front();
-        appendPendingNativeFrame(run, std::move(frame));
-    }
-}
-
-void MovieExport::appendPendingNativeFrame(SegmentRun& run, PendingNativeVideoFrame frame) {
-    frame.render->wait();
-    attachColorMetadata(*frame.outputPixelBuffer, descriptor_.colorMode, frame.sourceColor);
-    if (run.retimer)
-        return run.retimer->append(std::move(frame.outputPixelBuffer), frame.safeRelativeSeconds);
-    // A movie starts with a picture: one whose first frame comes late shows it from the beginning.
-    if (framesWritten_ == 0)
-        for (std::int64_t slot = 0; slot < *frame.frameIndex; ++slot)
-            appendAtSlot(run, frame.outputPixelBuffer, slot);
-    appendAtSlot(run, frame.outputPixelBuffer, *frame.frameIndex);
-}
-
-void MovieExport::appendAtSlot(SegmentRun& run, const PixelBufferPtr& picture, std::int64_t slot) {
-    waitUntilReady([this] { return input_->isReadyForMoreMediaData(); }, "video", writerStatus(), stop_, waitClock_);
-    const auto time = clock_.time(run.slots.startFrame + slot);
-    if (!sink_->append(picture, time)) {
-        if (const auto error = writer_->error())
-            throw Error(*error);
-        throw VRExportError(VRExportError::Case::appendFailed);
-    }
-    if (run.framesWritten == 0) {
-        logger.info("first {}video frame appended file={}", run.readsThroughFFmpeg ? "FFmpeg " : "",
-                    descriptor_.url.lastPathComponent());
-        diagnostics_.record("video_frame_appended");
-    }
-    ++run.framesWritten;
-    ++framesWritten_;
+void MovieExport::noteVideoProgress() {
     audio_.noteVideoProgress();
-    run.nextSlot = slot + 1;
-    secondsWritten_ = time.seconds();
     sampleProgress();
-    report_(time.seconds(), framesWritten_, "export.progress.exporting");
-}
-
-// A source whose pictures end before its sound, or whose last pictures are damaged, keeps its length: players, too,
-// show the last picture until the end.
-void MovieExport::hold(SegmentRun& run, const PixelBufferPtr& picture) {
-    const auto missing = run.slots.frameCount - run.nextSlot;
-    if (missing <= 0)
-        return;
-    diagnostics_.record("last_frame_held", {{"frames", missing}});
-    while (run.nextSlot < run.slots.frameCount)
-        appendAtSlot(run, picture, run.nextSlot);
+    report_(video_->secondsWritten(), video_->framesWritten(), "export.progress.exporting");
 }
 
 void MovieExport::finishMovie() {
     throwIfStopped();
-    input_->markAsFinished();
-    report_(totalDurationSeconds(descriptor_), framesWritten_, "export.progress.finalizing");
+    video_->markAsFinished();
+    report_(totalDurationSeconds(descriptor_), video_->framesWritten(), "export.progress.finalizing");
     audio_.finish();
     diagnostics_.markStage("finalizing_container");
     // Not ended by a stop: what is rendered is kept, and this is what keeping it takes.
@@ -523,7 +353,8 @@ ExportWriterStatus MovieExport::writerStatus() const {
 }
 
 void MovieExport::sampleProgress() {
-    monitor_->sampleIfNeeded(framesWritten_, secondsWritten_, int(writer_->status()), diagnostics_.stage());
+    monitor_->sampleIfNeeded(video_->framesWritten(), video_->secondsWritten(), int(writer_->status()),
+                             diagnostics_.stage());
 }
 
 } // namespace panoveer

@@ -8,16 +8,13 @@
 #include "Panoveer/Services/Export/ExportFrameClock.h"
 #include "Panoveer/Services/Export/ExportOutputDescriptor.h"
 #include "Panoveer/Services/Export/ExportRuntimeMonitor.h"
-#include "Panoveer/Services/Export/ExportSegmentFrameSlots.h"
-#include "Panoveer/Services/Export/ExportVideoFrameSink.h"
+#include "Panoveer/Services/Export/ExportVideoTrack.h"
 #include "Panoveer/Services/Export/ExportWaits.h"
-#include "Panoveer/Services/Export/FixedFrameRateVideoRetimer.h"
 #include "Panoveer/Services/Export/SegmentFrameSource.h"
 #include "Platform/Core/FileLock.h"
 #include "Platform/Media/AssetWriter.h"
 
 #include <cstdint>
-#include <deque>
 #include <exception>
 #include <functional>
 #include <memory>
@@ -50,45 +47,11 @@ public:
     void run(const Report& report);
 
 private:
-    // A rendered frame that the engine may not have finished.
-    struct PendingNativeVideoFrame {
-        PixelBufferPtr outputPixelBuffer;
-        std::unique_ptr<PendingRender> render;
-        ColorAttachments sourceColor;
-        std::optional<std::int64_t> frameIndex; // its slot; absent when the retimer decides later
-        double safeRelativeSeconds = 0;         // finite and not negative
-    };
-
-    // What one segment's loop carries along.
-    struct SegmentRun {
-        const VRClipSegment& segment;
-        ExportSegmentFrameSlots slots;
-        double durationSeconds = 0;
-        std::unique_ptr<FixedFrameRateVideoRetimer> retimer; // only with a target rate
-        std::deque<PendingNativeVideoFrame> pending;
-        bool readsThroughFFmpeg = false;
-        std::int64_t framesRead = 0;
-        std::int64_t framesWritten = 0;
-        std::int64_t nextSlot = 0; // slots below it are done with
-    };
-
     void prepareDestination();
     void configureWriter();
-    void makeSink(FourCC pixelFormat);
     void exportSegments();
     std::int64_t plannedFrameCount() const;
-    SegmentRun beginSegment(const VRClipSegment& segment, double timelineStart);
-    void exportSegment(SegmentRun& run);
-    void readSegment(SegmentRun& run);
-    bool readNatively(SegmentRun& run, std::string& reason);
-    void readThroughFFmpeg(SegmentRun& run);
-    void readAllFrames(SegmentRun& run, SegmentFrameSource& source);
-    bool renderFrame(SegmentRun& run, SegmentFrame frame);
-    PixelBufferPtr acquireOutput(SegmentRun& run);
-    void drainPending(SegmentRun& run, std::size_t keep);
-    void appendPendingNativeFrame(SegmentRun& run, PendingNativeVideoFrame frame);
-    void appendAtSlot(SegmentRun& run, const PixelBufferPtr& picture, std::int64_t slot);
-    void hold(SegmentRun& run, const PixelBufferPtr& picture);
+    void noteVideoProgress();
     void finishMovie();
     void commitMovie();
     void stopFeeding();
@@ -107,7 +70,6 @@ private:
     ExportDiagnostics& diagnostics_;
     std::stop_token stop_;
     Report report_;
-    ExportWaitClock waitClock_ = ExportWaitClock::system();
     const ExportOutputPosition position_;
     const ExportSystemReadings readings_;
 
@@ -115,13 +77,10 @@ private:
     ExportFrameClock clock_;
     ExportBufferBudget budget_;
     std::unique_ptr<AssetWriter> writer_;
-    VideoInput* input_ = nullptr; // owned by writer_
-    std::unique_ptr<ExportVideoFrameSink> sink_;
     FileLock inUse_; // the staged file
     std::unique_ptr<ExportRuntimeMonitor> monitor_;
-    ExportAudioTracks audio_; // feeds inputs of writer_
-    std::int64_t framesWritten_ = 0;
-    double secondsWritten_ = 0;
+    std::optional<ExportVideoTrack> video_; // feeds an input of writer_, as does audio_
+    ExportAudioTracks audio_;
 };
 
 } // namespace panoveer

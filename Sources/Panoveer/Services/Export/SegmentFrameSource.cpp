@@ -68,17 +68,18 @@ public:
         : segment_(segment),
           reader_(segment.sourceURL, segment.start, std::max(segment.end - segment.start, 0.0)),
           containsAlpha_(metadata.containsAlphaChannel),
+          frameSeconds_(1 / metadata.frameRate),
           // The decoder starts at the key frame before the segment: what lies between is decoded and dropped.
-          earliestSeconds_(std::max(segment.start - 0.5 / metadata.frameRate, 0.0)),
+          earliestSeconds_(std::max(segment.start - 0.5 * frameSeconds_, 0.0)),
           stop_(std::move(stop)) {}
 
     std::optional<SegmentFrame> next() override {
         giveWayToPreview();
         const std::stop_callback cancel(stop_, [this] { token_.cancel(); });
         throwIfStopped(); // a token stops no read that begins later
-        // Only a read that waits for a time can be stopped; every picture of the segment is late enough.
-        auto frame = reader_.copyFrame(earliestSeconds_, &token_, stop_);
-        throwIfStopped();
+        auto frame = read();
+        if (!std::exchange(hasBegun_, true))
+            goBackForFirst(frame);
         if (!frame)
             return std::nullopt;
         const auto description = describe(*frame->pixelBuffer, segment_, containsAlpha_);
@@ -93,6 +94,23 @@ private:
         }
     }
 
+    std::optional<FFmpegDecodedFrame> read() {
+        // Only a read that waits for a time can be stopped; every picture of the segment is late enough.
+        auto frame = reader_.copyFrame(earliestSeconds_, &token_, stop_);
+        throwIfStopped();
+        return frame;
+    }
+
+    // Without an index (MPEG-TS) the reader starts between key frames, where nothing decodes until the next one.
+    void goBackForFirst(std::optional<FFmpegDecodedFrame>& frame) {
+        for (const double leadSeconds : {4.0, 16.0}) {
+            if (segment_.start <= 0 || (frame && frame->ptsSeconds <= segment_.start + frameSeconds_))
+                return;
+            reader_.seek(segment_.start - leadSeconds); // before 0 is the beginning; 0 may be behind the first picture
+            frame = read();
+        }
+    }
+
     void throwIfStopped() const {
         if (stop_.stop_requested())
             throw Cancelled();
@@ -101,6 +119,8 @@ private:
     const VRClipSegment& segment_;
     FFmpegFrameReader reader_;
     bool containsAlpha_;
+    bool hasBegun_ = false;
+    double frameSeconds_;
     double earliestSeconds_;
     FFmpegReadCancellationToken token_;
     std::stop_token stop_;

@@ -48,18 +48,6 @@ MP4Box sphericalVideo(const Request::Projection& projection) {
                                                                  SpatialMetadataBoxes::projection(projection)})});
 }
 
-MP4Box videoExtendedUsage(const Request::ExtendedUsage& usage) {
-    const auto information = [](FourCC type, FourCC kind) {
-        auto payload = fullBox();
-        appendBigEndian(payload, kind.value);
-        return MP4Box::leaf(type, std::move(payload));
-    };
-    std::vector<MP4Box> children = {MP4Box::container("proj", {information("prji", usage.projectionKind)})};
-    if (usage.viewPackingKind)
-        children.push_back(MP4Box::container("pack", {information("pkin", *usage.viewPackingKind)}));
-    return MP4Box::container("vexu", std::move(children));
-}
-
 MP4Box sphericalUUID(Request::StereoMode mode) {
     Bytes payload(firstGenerationUUID.begin(), firstGenerationUUID.end());
     appendText(payload, "<?xml version=\"1.0\"?>"

@@ -20,9 +20,6 @@ MP4Box stereo3D(SpatialVideoMetadataRequest::StereoMode mode);
 MP4Box projection(const SpatialVideoMetadataRequest::Projection& projection);
 // "sv3d": svhd, proj (prhd, equi or cbmp)
 MP4Box sphericalVideo(const SpatialVideoMetadataRequest::Projection& projection);
-// "vexu": proj (prji) and, for a frame-packed picture, pack (pkin), as the published stereo video extensions of the ISO
-// and QuickTime formats lay them out
-MP4Box videoExtendedUsage(const SpatialVideoMetadataRequest::ExtendedUsage& usage);
 // "uuid" with the XML document of the first generation
 MP4Box sphericalUUID(SpatialVideoMetadataRequest::StereoMode mode);
 // "SA3D". Throws SpatialVideoMetadataError for an order or a channel count that no file can have.

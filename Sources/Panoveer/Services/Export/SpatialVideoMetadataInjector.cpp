@@ -61,15 +61,14 @@ void patchV2Metadata(MP4Movie& movie, const Request& request) {
     auto& entry = movie.videoSampleEntry();
     removeChildren(entry, "st3d");
     removeChildren(entry, "sv3d");
+    // Ahead of the encoder's own word on the picture: libavformat believes the last, and that one knows half a sphere.
+    const auto append = [&](MP4Box box) {
+        entry.children->insert(std::ranges::find(*entry.children, FourCC("vexu"), &MP4Box::type), std::move(box));
+    };
     if (request.hasStereo())
-        entry.children->push_back(SpatialMetadataBoxes::stereo3D(request.stereoMode));
+        append(SpatialMetadataBoxes::stereo3D(request.stereoMode));
     if (request.hasProjection())
-        entry.children->push_back(SpatialMetadataBoxes::sphericalVideo(request.projection));
-    // A box that the encoder stamped is kept unless the request brings its own.
-    if (request.extendedUsage) {
-        removeChildren(entry, "vexu");
-        entry.children->push_back(SpatialMetadataBoxes::videoExtendedUsage(*request.extendedUsage));
-    }
+        append(SpatialMetadataBoxes::sphericalVideo(request.projection));
 }
 
 void patchVideoTrack(const ByteSource& source, MP4Movie& movie, const Request& request) {
@@ -152,17 +151,6 @@ void expectSphericalUUID(const ByteSource& source, MP4Movie& movie, const Reques
                url);
 }
 
-void expectExtendedUsage(const ByteSource& source, MP4Movie& movie, const Request::ExtendedUsage& usage,
-                         const URL& url) {
-    // Kept closed when the movie was parsed, as a box that this program need not know.
-    constexpr FourCC opened[] = {"vexu", "pack"};
-    const auto* closed = movie.videoSampleEntry().child("vexu");
-    if (!closed)
-        throw Failure::missingBox("vexu", url);
-    const auto boxes = MP4Parser::parseBoxes(source, closed->position, closed->position + closed->totalSize(), opened);
-    expect(source, &boxes.front(), SpatialMetadataBoxes::videoExtendedUsage(usage), url);
-}
-
 } // namespace
 
 void SpatialVideoMetadataInjector::rewrite(const ByteSource& input, const URL& url, const Request& video,
@@ -210,8 +198,6 @@ void SpatialVideoMetadataInjector::validateMetadata(const URL& url, const Reques
         expect(source, spherical, SpatialMetadataBoxes::sphericalVideo(video.projection), url);
     else if (spherical)
         throw Failure::invalidBox("sv3d", spherical->position);
-    if (video.extendedUsage)
-        expectExtendedUsage(source, movie, *video.extendedUsage, url);
 }
 
 void SpatialVideoMetadataInjector::validateStereoMetadata(const URL& url, StereoMode mode) {

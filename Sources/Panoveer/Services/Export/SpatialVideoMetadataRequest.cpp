@@ -16,29 +16,18 @@ StereoMode stereoMode(StereoVideoLayout layout) {
     return StereoMode::mono;
 }
 
-Request::ExtendedUsage extendedUsage(FourCC projectionKind, StereoMode stereo) {
-    Request::ExtendedUsage usage{projectionKind, std::nullopt};
-    if (stereo != StereoMode::mono)
-        usage.viewPackingKind = stereo == StereoMode::leftRight ? FourCC("side") : FourCC("over");
-    return usage;
-}
-
 std::optional<Request> requestForFormat(ProjectionFormat format, StereoMode stereo) {
     using enum ProjectionFormat;
     using Kind = Request::ProjectionKind;
     switch (format) {
-    case equirectangular: return Request{{Kind::equirectangular, false}, false, stereo, extendedUsage("equi", stereo)};
-    case halfEquirectangular:
-        return Request{{Kind::equirectangular, true}, false, stereo, extendedUsage("hequ", stereo)};
-    case cubemap: return Request{{Kind::cubemap, false}, false, stereo, std::nullopt};
+    case equirectangular: return Request{{Kind::equirectangular, false}, false, stereo};
+    case halfEquirectangular: return Request{{Kind::equirectangular, true}, false, stereo};
+    case cubemap: return Request{{Kind::cubemap, false}, false, stereo};
     case standard:
-        if (stereo != StereoMode::mono)
-            return Request{{}, true, stereo, extendedUsage("rect", stereo)};
-        break;
     case domemaster:
     case eac:
         if (stereo != StereoMode::mono)
-            return Request{{}, true, stereo, std::nullopt};
+            return Request{{}, true, stereo};
         break;
     case mirrorDome: break;
     }

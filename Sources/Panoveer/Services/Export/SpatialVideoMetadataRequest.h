@@ -21,25 +21,16 @@ struct SpatialVideoMetadataRequest {
     // Values of the box "st3d", and one that asks for no video metadata at all.
     enum class StereoMode : std::uint8_t { mono = 0, topBottom = 1, leftRight = 2, audioOnly = 4 };
 
-    // What the video extended usage box "vexu" of the QuickTime family says of a single-view picture.
-    struct ExtendedUsage {
-        FourCC projectionKind;                 // "rect", "equi" or "hequ"
-        std::optional<FourCC> viewPackingKind; // "side" or "over"; none for a mono picture
-
-        friend bool operator==(const ExtendedUsage&, const ExtendedUsage&) = default;
-    };
-
     Projection projection;
     bool stereoOnly = false; // only the layout of the eyes is written, no projection
     StereoMode stereoMode = StereoMode::mono;
-    std::optional<ExtendedUsage> extendedUsage; // only flat, equirectangular and half equirectangular have a kind
 
     // The request for an output that is written with single-view boxes; none when nothing is to be said about it.
     // Modes of older projects name projection and layout themselves.
     static std::optional<SpatialVideoMetadataRequest> make(ProjectionFormat outputFormat, StereoVideoLayout layout,
                                                            ExportCodec codec, VRMetadataMode mode);
     // Only audio tracks get boxes.
-    static SpatialVideoMetadataRequest audioOnly() { return {{}, false, StereoMode::audioOnly, {}}; }
+    static SpatialVideoMetadataRequest audioOnly() { return {{}, false, StereoMode::audioOnly}; }
 
     bool hasVideo() const { return stereoMode != StereoMode::audioOnly; }
     bool hasStereo() const { return stereoMode == StereoMode::topBottom || stereoMode == StereoMode::leftRight; }

@@ -11,6 +11,15 @@ VRExportError VRExportError::withoutLayerEncoder(ExportCodec codec) {
             Wording{localized("error.export.layer_encoder_missing", asArgument(codec))}};
 }
 
+VRExportError VRExportError::soundUnreadable(const URL& source, const Error& cause) {
+    VRExportError error(Case::readerFailed,
+                        Wording{localized("error.export.sound_unreadable", source.lastPathComponent(), cause.what())});
+    error.keep(source);
+    error.setUnderlying(std::make_shared<Error>(cause));
+    error.setSpeaksForUnderlying();
+    return error;
+}
+
 std::string_view VRExportError::key(Case which) {
     switch (which) {
     case Case::pixelBufferCreationFailed: return "error.export.pixel_buffer_creation_failed";

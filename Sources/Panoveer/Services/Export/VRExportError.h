@@ -49,6 +49,8 @@ public:
 
     // unsupportedVideoSettings, in other words: what is missing is the library that encodes pictures in layers.
     static VRExportError withoutLayerEncoder(ExportCodec codec);
+    // readerFailed, in other words: what cannot be read is the sound of a source, and why.
+    static VRExportError soundUnreadable(const URL& source, const Error& cause);
 
     Case which() const noexcept { return case_; }
     // The payload's file; empty for cases without one.

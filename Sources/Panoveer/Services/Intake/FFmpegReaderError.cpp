@@ -16,6 +16,14 @@ FFmpegReaderError FFmpegReaderError::readFailed(const std::string& payload) {
     return {Case::readFailed, "FFmpeg could not decode the video frame: " + payload, payload, 0};
 }
 
+FFmpegReaderError FFmpegReaderError::soundOpenFailed(const std::string& payload) {
+    return {Case::openFailed, "FFmpeg could not open the sound: " + payload, payload, 0};
+}
+
+FFmpegReaderError FFmpegReaderError::soundReadFailed(const std::string& payload) {
+    return {Case::readFailed, "FFmpeg could not decode the sound: " + payload, payload, 0};
+}
+
 FFmpegReaderError FFmpegReaderError::pixelBufferCreationFailed(std::int32_t status) {
     return {Case::pixelBufferCreationFailed,
             std::format("Could not create a video pixel buffer ({}).", status),

@@ -23,6 +23,9 @@ public:
     static FFmpegReaderError probeFailed(const std::string& payload);
     static FFmpegReaderError openFailed(const std::string& payload);
     static FFmpegReaderError readFailed(const std::string& payload);
+    // The same two cases of a track of sound.
+    static FFmpegReaderError soundOpenFailed(const std::string& payload);
+    static FFmpegReaderError soundReadFailed(const std::string& payload);
     // `status` is the platform's code, as Error::code() tells it.
     static FFmpegReaderError pixelBufferCreationFailed(std::int32_t status);
     static FFmpegReaderError pixelBufferCopyFailed(std::int32_t status);

@@ -62,21 +62,31 @@ TEST_F(PlaybackClockTest, SoundsAsTheSourceAndIsSilentWhereItIs) {
         const char* name;
         test::MovieSpec movie;
         std::size_t firstLoud, silentFrom; // tenths of a second
+        double duration = 1, length = 1;   // of the picture, as far as it is known; of the clock
     };
-    const std::vector<std::string> late = {"-af", "asetpts=PTS+0.5/TB"};
+    const std::vector<std::string> late = {"-af", "asetpts=PTS+0.5/TB"},
+                                   jump = {"-af", "asetpts=PTS+gt(T\\,0.5)*90/TB"};
     for (const auto& given :
          {Case{"short", {.name = "short.ts", .audio = {tone}, .audioSeconds = 0.6}, 0, 6},
           Case{"late", {.name = "late.mkv", .audio = {tone}, .audioSeconds = 0.3, .outputOptions = late}, 5, 8},
           Case{"long", {.name = "long.ts", .audio = {tone}, .audioSeconds = 3}, 0, 10},
+          Case{"unknown",
+               {.name = "unknown.mkv", .audio = {tone}, .audioSeconds = 1.5, .outputOptions = jump},
+               0,
+               15,
+               0,
+               1.5},
           Case{"none", {.name = "none.ts", .audio = {}}, 0, 0}}) {
         SCOPED_TRACE(given.name);
-        const auto clock = FFmpegPlaybackClockBuilder::build(source(given.movie), 1, !given.movie.audio.empty());
+        const auto clock =
+            FFmpegPlaybackClockBuilder::build(source(given.movie), given.duration, !given.movie.audio.empty());
         const auto asset = MediaAsset::load(clock);
-        EXPECT_GE(asset->durationSeconds(), 1);
-        EXPECT_LT(asset->durationSeconds(), 1.05);
+        EXPECT_GE(asset->durationSeconds(), given.length);
+        EXPECT_LT(asset->durationSeconds(), given.length + 0.05);
         const auto tenths = loudness(clock);
-        ASSERT_GE(tenths.size(), 10u);
-        for (std::size_t tenth = 0; tenth < 10; ++tenth) {
+        const auto count = std::size_t(given.length * 10);
+        ASSERT_GE(tenths.size(), count);
+        for (std::size_t tenth = 0; tenth < count; ++tenth) {
             const bool isEdge = tenth == given.firstLoud || tenth + 1 == given.firstLoud || tenth == given.silentFrom ||
                                 tenth + 1 == given.silentFrom; // codecs ring
             if (!isEdge)

@@ -4,10 +4,22 @@
 #include "Platform/Media/AudioSampleBuffer.h"
 #include "Support/SpatialAudioBox.h"
 
+#include <dlfcn.h>
 #include <gmock/gmock.h>
+#include <unistd.h>
 
 #include <cmath>
 #include <filesystem>
+#include <functional>
+
+// Stands in front of the C library's, for the libraries too.
+std::function<void()> onRead;
+extern "C" ssize_t read(int descriptor, void* bytes, size_t count) {
+    if (onRead)
+        onRead();
+    static const auto next = reinterpret_cast<ssize_t (*)(int, void*, size_t)>(dlsym(RTLD_NEXT, "read"));
+    return next(descriptor, bytes, count);
+}
 
 namespace panoveer {
 namespace {
@@ -137,8 +149,9 @@ TEST_P(StartInTheMiddle, SoundsAsIfItHadPlayedOn) {
         EXPECT_GT(loudest, 0.4f);
         return worst;
     };
+    NativeAudioRoad native;
     EXPECT_LT(difference([&](double start) { return openFFmpegAudio(url, 1, start, 0, 0); }), 0.01f);
-    EXPECT_LT(difference([&](double start) { return openNativeAudio(url, 1, start, std::nullopt); }), 0.01f);
+    EXPECT_LT(difference([&](double start) { return native(url, 1, start, std::nullopt); }), 0.01f);
 }
 
 INSTANTIATE_TEST_SUITE_P(, StartInTheMiddle,
@@ -161,6 +174,27 @@ TEST(FFmpegAudioSourceTest, RunsOnWithoutAHoleWhereTheContainerCountsMillisecond
         }
         EXPECT_LT(worst * audioSampleRate, 1) << codec;
         EXPECT_NEAR(end.value(), 1, 0.05) << codec;
+    }
+}
+
+// Where the sound ends long before the picture, whoever looks for more reads on to the end of the file.
+TEST(AudioBlockSourceTest, StopsInTheMiddleOfALongSearchForMoreSound) {
+    const test::TemporaryFolder folder;
+    const auto url = URL::fromFilePath(test::makeMovie(
+        folder, {.name = "a.mkv", .frameCount = 600, .codec = "rawvideo", .audio = {{}}, .audioSeconds = 0.1}));
+    for (const bool isNative : {true, false}) {
+        std::stop_source stop;
+        const auto source = isNative ? NativeAudioRoad()(url, 1, 0, std::nullopt, stop.get_token())
+                                     : openFFmpegAudio(url, 1, 0, 0, 0, stop.get_token());
+        constexpr int stoppedAt = 100; // of several hundred
+        int reads = 0;
+        onRead = [&] {
+            if (++reads == stoppedAt)
+                stop.request_stop();
+        };
+        EXPECT_THROW(while (source->next());, Cancelled);
+        onRead = {};
+        EXPECT_EQ(reads, stoppedAt);
     }
 }
 

@@ -67,6 +67,8 @@ private:
                     out[x] = luma;
             }
         }
+        if (!output.layout().isYCbCr())
+            return;
         const auto& chroma = output.plane(1);
         auto* bytes = chroma.data;
         for (std::size_t i = 0; i < chroma.rowBytes * std::size_t(chroma.height); ++i)

@@ -46,7 +46,7 @@ struct Sound {
 };
 
 Sound soundOf(const fs::path& movie, std::int32_t stream) {
-    const auto source = openNativeAudio(URL::fromFilePath(movie), stream, 0, std::nullopt);
+    const auto source = NativeAudioRoad()(URL::fromFilePath(movie), stream, 0, std::nullopt);
     Sound sound;
     while (const auto block = source->next()) {
         sound.channelCount = block->channelCount;

@@ -103,6 +103,15 @@ TEST_F(MovieExportTest, GoesOverToFFmpegInTheMiddleOfAMovieAndBack) {
     EXPECT_THAT(written(), UnorderedElementsAre("movie.mp4"));
 }
 
+// Without an index the way into a stream may lie behind the only key frame.
+TEST_F(MovieExportTest, FindsTheFirstPictureOfASegmentFarBehindItsKeyFrame) {
+    auto late = clip({.name = "a.ts", .frameCount = 60, .keyFrameInterval = 250});
+    late.videoDecodingBackend = VideoDecodingBackend::ffmpeg;
+    late.start = 1.5;
+    run({late});
+    EXPECT_THAT(numbers(out / "movie.mp4"), ElementsAre(45, 46, 47, 48, 49, 50, 51, 52, 53, 54, 55, 56, 57, 58, 59));
+}
+
 TEST_F(MovieExportTest, ReadsASegmentAgainThatTheNativeRoadGivesNoPictureOf) {
     roads.openNative = [](auto&&...) { return std::make_unique<ScriptedSource>(std::vector<double>{}); };
     run({clip({.frameCount = 6})});
@@ -153,6 +162,13 @@ TEST_F(MovieExportTest, GivesEachEyeALayerAndChecksThatBothAreThere) {
         [&] { ExportArtifactValidator::validateMovie(URL::fromFilePath(folder / "flat.mov"), expectation); });
     ASSERT_TRUE(failure) << "a track without the right eye passed";
     EXPECT_EQ(failure->kind(), ExportArtifactValidationError::Kind::missingStereoLayers) << failure->what();
+}
+
+TEST_F(MovieExportTest, TakesALayerOfAlphaForNoEye) {
+    settings.codec = ExportCodec::hevcWithAlpha;
+    settings.stereoLayout = StereoVideoLayout::sideBySide;
+    run({clip({.frameCount = 3})});
+    EXPECT_THAT(written(), UnorderedElementsAre("movie.mov"));
 }
 
 TEST_F(MovieExportTest, GivesAClipShorterThanAFrameOnePicture) {

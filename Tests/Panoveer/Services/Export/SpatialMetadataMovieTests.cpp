@@ -150,8 +150,7 @@ TEST(SpatialMetadataMovieTests, ProjectionsAreReadByOthersAsWritten) {
     const auto file = makeMovie(folder, spec);
     const auto url = URL::fromFilePath(file);
 
-    Injector::injectMetadata(url, {{Request::ProjectionKind::equirectangular, true}, false, StereoMode::leftRight, {}},
-                             {});
+    Injector::injectMetadata(url, {{Request::ProjectionKind::equirectangular, true}, false, StereoMode::leftRight}, {});
     const auto hemisphere = sideData(file, "Spherical Mapping");
     EXPECT_EQ(hemisphere["projection"], "tiled equirectangular");
     // Pixels of the full panorama, of which the 160 that are there are the middle half; rounded by the reader.
@@ -159,11 +158,11 @@ TEST(SpatialMetadataMovieTests, ProjectionsAreReadByOthersAsWritten) {
     EXPECT_NEAR(hemisphere["bound_right"].get<int>(), 80, 1);
     EXPECT_EQ(sideData(file, "Stereo 3D")["type"], "side by side");
 
-    Injector::injectMetadata(url, {{Request::ProjectionKind::cubemap, false}, false, StereoMode::mono, {}}, {});
+    Injector::injectMetadata(url, {{Request::ProjectionKind::cubemap, false}, false, StereoMode::mono}, {});
     EXPECT_EQ(sideData(file, "Spherical Mapping")["projection"], "cubemap");
     EXPECT_TRUE(sideData(file, "Stereo 3D").empty());
 
-    Injector::injectMetadata(url, {{}, true, StereoMode::topBottom, {}}, {});
+    Injector::injectMetadata(url, {{}, true, StereoMode::topBottom}, {});
     EXPECT_TRUE(sideData(file, "Spherical Mapping").empty());
     EXPECT_EQ(sideData(file, "Stereo 3D")["type"], "top and bottom");
 }
