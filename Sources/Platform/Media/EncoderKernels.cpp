@@ -211,7 +211,7 @@ void readComponents(const PixelBuffer& source, int x, int y, int count, int matr
         readColorRow(sourceRow<std::uint16_t>(plane, y) + 4 * std::ptrdiff_t(x), ColorMatrix(matrix, 1), rows, count);
     } else {
         readLumaRow(sourceRow<std::uint16_t>(plane, y) + x, rows.y, count);
-        readChromaRow(sourceRow<std::uint16_t>(source.plane(1), y) + x, rows.cb, rows.cr, count / 2);
+        readChromaRow(sourceRow<std::uint16_t>(source.plane(1), y) + x, rows.cb, rows.cr, (count + 1) / 2);
     }
 }
 

@@ -28,8 +28,8 @@ struct ComponentRows {
 
 // `count` pixels of row `y` from column `x` on. Of BGRA and RGhA, nominal range 0 to 1, Y'CbCr 4:4:4 is made (Rec.
 // ITU-T H.273, 8.3; `matrix` is its MatrixCoefficients: 1, 5, 6, 9; others count as 1), and what lies outside the
-// nominal range is clipped; alpha stays straight. Of ten-bit 4:2:2, `x` and `count` even, the samples are taken as they
-// are: half as many of Cb and Cr, and no alpha.
+// nominal range is clipped; alpha stays straight. Of ten-bit 4:2:2, `x` even, the samples are taken as they are: half
+// as many of Cb and Cr, rounded up, and no alpha.
 void readComponents(const PixelBuffer& source, int x, int y, int count, int matrix, const ComponentRows& rows);
 
 // BGRA of even sides to 8-bit 4:2:0 Y'CbCr in video range with full-range alpha, each rounded to the nearest step.

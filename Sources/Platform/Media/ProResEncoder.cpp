@@ -1,12 +1,12 @@
 #include "Platform/Media/ProResEncoder.h"
 
 #include "Platform/Media/EncoderSupport.h"
+#include "Platform/Media/ProResStepSearch.h"
 
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
-#include <cmath>
 #include <new>
 #include <utility>
 
@@ -23,22 +23,13 @@ constexpr std::array variants{ProResVariant{"apco", 45, false},  ProResVariant{"
                               ProResVariant{"apcn", 147, false}, ProResVariant{"apch", 220, false},
                               ProResVariant{"ap4h", 330, true},  ProResVariant{"ap4x", 500, true}};
 
-constexpr int firstQuantiser = 12;
+constexpr int firstStep = 24;
 
 // Adds at most half as much noise as the rounding of the pictures to 8 or ten bits has put into them; for more bits
 // there is none finer.
-int finestQuantiser(FourCC pictureFormat) { return pictureFormat == pixelFormat::bgra ? 2 : 1; }
-
-// A frame is compressed again when its size is outside this band around the target, up to so many times; within it only
-// the quantiser of later frames moves. Scene changes alone leave it.
-constexpr double largestShare = 1.10;
-constexpr double smallestShare = 0.75;
-constexpr int largestTryCount = 4;
-// Frames aim a little below the target, and a size up to it is left as it is, so that the quantiser comes to rest.
-constexpr double aimedShare = 0.97;
-
-// Size falls with the quantiser q as q^-slope; seen between 0.55 (fine) and 0.9 (coarse).
-constexpr double slope = 0.75;
+int finestStep(FourCC pictureFormat) {
+    return pictureFormat == pixelFormat::bgra ? 2 * ProResFrameCoder::finestStep : ProResFrameCoder::finestStep;
+}
 
 std::int64_t macroblockCount(int width, int height) { return std::int64_t((width + 15) / 16) * ((height + 15) / 16); }
 
@@ -106,15 +97,9 @@ ProResEncoder::ProResEncoder(const EncoderConfiguration& configuration, PacketSi
     if (configuration_.isProbe)
         return;
     workerCount_ = affordableWorkerCount(configuration, variant_.hasAlpha);
-    quantisers_.assign(workerCount_, firstQuantiser);
+    steps_.assign(workerCount_, firstStep);
     for (std::size_t i = 0; i < workerCount_; ++i)
-        workers_.emplace_back([this] { work(); });
-}
-
-ProResEncoder::~ProResEncoder() {
-    std::lock_guard lock(mutex_);
-    isStopping_ = true;
-    changed_.notify_all();
+        workers_.emplace_back([this](const std::stop_token& stop) { work(stop); });
 }
 
 CodecParametersPtr ProResEncoder::parameters() const {
@@ -143,15 +128,11 @@ void ProResEncoder::finish() {
     throwIfFailed();
 }
 
-void ProResEncoder::work() {
+void ProResEncoder::work(const std::stop_token& stop) {
     try {
         ProResFrameCoder coder(variant_, configuration_);
-        Job job;
-        int quantiser = 0;
-        while (takeJob(job, quantiser)) {
-            const auto index = job.index;
-            handOut(index, compress(coder, std::exchange(job, {}), quantiser));
-        }
+        while (const auto job = takeJob(stop))
+            handOut(job->index, compress(coder, *job));
     } catch (...) {
         std::lock_guard lock(mutex_);
         if (!failure_)
@@ -160,42 +141,37 @@ void ProResEncoder::work() {
     }
 }
 
-// False when there is nothing more to do.
-bool ProResEncoder::takeJob(Job& job, int& quantiser) {
+// None when there is nothing more to do.
+std::optional<ProResEncoder::Job> ProResEncoder::takeJob(const std::stop_token& stop) {
     std::unique_lock lock(mutex_);
-    const auto isOver = [&] { return isStopping_ || failure_; };
-    changed_.wait(lock, [&] { return waiting_ || isOver(); });
-    if (isOver())
-        return false;
-    job = *std::exchange(waiting_, std::nullopt);
+    changed_.wait(lock, stop, [&] { return waiting_ || failure_; });
+    if (stop.stop_requested() || failure_)
+        return std::nullopt;
+    auto job = std::exchange(waiting_, std::nullopt);
     changed_.notify_all();
-    auto& known = quantisers_[std::size_t(job.index) % workerCount_];
-    changed_.wait(lock, [&] { return known || isOver(); });
-    if (isOver())
-        return false;
-    quantiser = *std::exchange(known, std::nullopt);
-    return true;
+    auto& step = steps_[std::size_t(job->index) % workerCount_];
+    changed_.wait(lock, stop, [&] { return step || failure_; });
+    if (stop.stop_requested() || failure_)
+        return std::nullopt;
+    job->step = *std::exchange(step, std::nullopt);
+    return job;
 }
 
-ProResEncoder::Compressed ProResEncoder::compress(ProResFrameCoder& coder, const Job& job, int quantiser) const {
-    for (int attempt = 1;; ++attempt) {
-        const auto frame = coder.code(*job.picture, quantiser);
-        const double share = double(frame.size() - coder.alphaByteCount()) * 8 / targetBits_;
-        int better = quantiser;
-        if (share > 1 || share < aimedShare)
-            better = std::clamp(int(std::ceil(quantiser * std::pow(share / aimedShare, 1 / slope))),
-                                finestQuantiser(configuration_.pictureFormat), ProResFrameCoder::coarsestQuantiser);
-        const bool isFit = share <= largestShare && share >= smallestShare;
-        if (isFit || better == quantiser || attempt == largestTryCount)
-            return {packetOf(frame, job.presentationTime, job.duration), better};
-        quantiser = better;
+ProResEncoder::Compressed ProResEncoder::compress(ProResFrameCoder& coder, const Job& job) const {
+    ProResStepSearch search(finestStep(configuration_.pictureFormat));
+    PacketPtr best;
+    for (std::optional step = job.step; step; step = search.next()) {
+        const auto frame = coder.code(*job.picture, *step);
+        if (search.note(*step, double(coder.colorByteCount()) * 8 / targetBits_))
+            best = packetOf(frame, job.presentationTime, job.duration);
     }
+    return {std::move(best), search.aimedStep()};
 }
 
 void ProResEncoder::handOut(std::int64_t index, Compressed compressed) {
     {
         std::lock_guard lock(mutex_);
-        quantisers_[std::size_t(index) % workerCount_] = compressed.nextQuantiser;
+        steps_[std::size_t(index) % workerCount_] = compressed.nextStep;
         done_.emplace(index, std::move(compressed.packet));
         changed_.notify_all();
     }

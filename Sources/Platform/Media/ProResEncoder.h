@@ -8,6 +8,7 @@
 #include <map>
 #include <mutex>
 #include <optional>
+#include <stop_token>
 #include <thread>
 #include <vector>
 
@@ -16,9 +17,9 @@ namespace panoveer {
 // Null for a codec that is none of the family.
 const ProResVariant* findProResVariant(FourCC codec);
 
-// ProRes, one frame on each core. A frame has one quantiser, found from the frames before it, so that the frame as a
-// whole takes what the family publishes, and detail gets the bits that plain areas leave. libavcodec's prores_ks takes
-// no more than ten bits, and its rate control gives every slice the same share. Even at one quantiser, ProRes 422 HQ,
+// ProRes, one frame on each core. A frame has one quantiser step, found from the frames before it, so that the frame as
+// a whole takes what the family publishes, and detail gets the bits that plain areas leave. libavcodec's prores_ks
+// takes no more than ten bits, and its rate control gives every slice the same share. Even at one step, ProRes 422 HQ,
 // CPU time for a frame, its size, peak signal-to-noise ratio of luma:
 //                      a room, 1920 x 960             fine grain all over, 1920 x 1080
 //   prores_ks          24 ms  708 kB  62.1 dB         53 ms  2.94 MB  58.7 dB
@@ -27,9 +28,8 @@ const ProResVariant* findProResVariant(FourCC codec);
 // Not for other layers.
 class ProResEncoder final : public VideoEncoder {
 public:
-    // Throws std::bad_alloc.
+    // Throws std::bad_alloc, and std::system_error when there are no threads.
     ProResEncoder(const EncoderConfiguration& configuration, PacketSink sink);
-    ~ProResEncoder() override;
 
     CodecParametersPtr parameters() const override;
     void encode(PixelBufferPtr picture, std::int64_t presentationTime, std::int64_t duration) override;
@@ -41,15 +41,16 @@ private:
         PixelBufferPtr picture;
         std::int64_t presentationTime = 0;
         std::int64_t duration = 0;
+        int step = 0; // to try first
     };
     struct Compressed {
         PacketPtr packet;
-        int nextQuantiser = 0; // that would have met the target
+        int nextStep = 0; // that would have met the target
     };
 
-    void work();
-    bool takeJob(Job& job, int& quantiser);
-    Compressed compress(ProResFrameCoder& coder, const Job& job, int quantiser) const;
+    void work(const std::stop_token& stop);
+    std::optional<Job> takeJob(const std::stop_token& stop);
+    Compressed compress(ProResFrameCoder& coder, const Job& job) const;
     void handOut(std::int64_t index, Compressed compressed);
     void throwIfFailed() const;
 
@@ -61,20 +62,19 @@ private:
     std::size_t workerCount_ = 1;
 
     std::mutex mutex_; // guards all that follows
-    std::condition_variable changed_;
+    std::condition_variable_any changed_;
     std::optional<Job> waiting_;
     std::int64_t jobCount_ = 0;
     std::int64_t handedOutCount_ = 0;
-    // The quantiser for frame n comes from frame n - workerCount_, so that the stream does not depend on how the
-    // threads happen to run: frame n leaves it in place n mod workerCount_, and frame n + workerCount_ takes it from
-    // there.
-    std::vector<std::optional<int>> quantisers_;
+    // The step for frame n comes from frame n - workerCount_, so that the stream depends on how many threads there are,
+    // but not on how they happen to run: frame n leaves it in place n mod workerCount_, and frame n + workerCount_
+    // takes it from there.
+    std::vector<std::optional<int>> steps_;
     std::map<std::int64_t, PacketPtr> done_; // compressed ahead of an earlier frame
     std::exception_ptr failure_;
-    bool isStopping_ = false;
 
     std::mutex handOutMutex_;           // held while packets go to the sink
-    std::vector<std::jthread> workers_; // last: they are joined before the rest goes
+    std::vector<std::jthread> workers_; // last: they are stopped and joined before the rest goes
 };
 
 } // namespace panoveer

@@ -77,6 +77,19 @@ private:
 constexpr CodewordTable runWords(runBooks);
 constexpr CodewordTable levelWords(levelBooks);
 
+template<std::size_t count>
+constexpr int longestWord(const std::array<Codebook, count>& books, std::uint32_t value) {
+    int longest = 0;
+    for (const auto& book : books)
+        longest = std::max(longest, codewordOf(book, value).length);
+    return longest;
+}
+
+// A run, a level and its sign are put at once.
+constexpr std::uint32_t longestRun = 63 * 32; // of a slice with 32 blocks
+constexpr std::uint32_t largestLevel = 1 << 14;
+static_assert(longestWord(runBooks, longestRun) + longestWord(levelBooks, largestLevel) + 1 <= 56);
+
 void put(BitWriter& writer, Codeword word) { writer.put(word.bits, word.length); }
 
 // 0, -1, 1, -2, 2 …
@@ -107,7 +120,7 @@ public:
         const auto size = std::uint32_t(std::abs(level));
         const auto zeros = runWords(runBook_, run), word = levelWords(levelBook_, size - 1);
         const auto bits = (std::uint64_t(zeros.bits) << word.length | word.bits) << 1 | std::uint64_t(level < 0);
-        writer_.put(bits, zeros.length + word.length + 1); // 21 + 31 + 1 at most
+        writer_.put(bits, zeros.length + word.length + 1);
         runBook_ = std::min<std::size_t>(run, runBooks.size() - 1);
         levelBook_ = std::min<std::size_t>(size, levelBooks.size() - 1);
     }
@@ -183,9 +196,7 @@ void writeAlpha(std::span<const std::uint16_t> samples, int depth, BitWriter& wr
         const auto end = std::find_if(samples.begin() + std::ptrdiff_t(place) + 1, samples.end(),
                                       [&](std::uint16_t other) { return other != sample; });
         const auto next = std::size_t(end - samples.begin());
-        const auto run = std::uint32_t(next - place - 1);
-        if (run > 0 || next < samples.size())
-            writeAlphaRun(run, writer);
+        writeAlphaRun(std::uint32_t(next - place - 1), writer);
         previous = sample;
         place = next;
     }

@@ -19,7 +19,8 @@ public:
         held_ |= bits << (64 - heldCount_ - count);
         heldCount_ += count;
         // All eight bytes, whatever is in them: cheaper than to ask.
-        const auto word = std::endian::native == std::endian::little ? std::byteswap(held_) : held_;
+        static_assert(std::endian::native == std::endian::little);
+        const auto word = std::byteswap(held_);
         std::memcpy(target_, &word, sizeof word);
         target_ += heldCount_ / 8;
         held_ <<= heldCount_ & ~7;

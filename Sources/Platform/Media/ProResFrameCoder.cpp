@@ -15,13 +15,29 @@ namespace {
 // Sizes of the parts of a frame (RDD 36, 5.1 to 5.3): its own size and name come first, then its header, its picture's
 // header and the table of slices.
 constexpr std::size_t frameStart = 8;
-constexpr std::size_t frameHeaderSize = 20 + 2 * 64;
+constexpr std::size_t matricesStart = frameStart + 20;
+constexpr std::size_t matricesSize = 2 * 64;
+constexpr std::size_t frameHeaderSize = 20 + matricesSize;
 constexpr std::size_t pictureHeaderSize = 8;
 constexpr std::size_t tableStart = frameStart + frameHeaderSize + pictureHeaderSize;
 
-// Of every coefficient: the least that there is, so that the quantiser alone decides. With weights that rise with the
-// frequency, frames of the same size are further from their pictures, by the error and by SSIM.
-constexpr int weight = 2;
+// A step is a weight, which a frame gives to all coefficients, times the quantiser of its slices. With weights that
+// rise with the frequency, frames of the same size are further from their pictures, by the error and by SSIM.
+struct Quantisation {
+    int weight = 0;
+    int quantiser = 0;
+
+    int step() const { return weight * quantiser; }
+};
+
+Quantisation quantisationFor(int step) {
+    constexpr int weights[] = {2, 8, 32};  // of 2 to 63
+    constexpr int coarsestQuantiser = 128; // that slices name by itself
+    for (const int weight : weights)
+        if (step <= weight * coarsestQuantiser)
+            return {weight, std::max((step + weight - 1) / weight, 1)};
+    return {weights[2], coarsestQuantiser};
+}
 
 class HeaderWriter {
 public:
@@ -48,7 +64,7 @@ std::uint64_t frameRateCode(MediaTime frameDuration) {
     return found == std::end(rates) ? 0 : std::uint64_t(found - rates) + 1;
 }
 
-// What the sizes of a frame and its picture go into is left 0.
+// What the sizes of a frame and its picture and its weights go into is left 0.
 std::vector<std::uint8_t> headerOf(const ProResVariant& variant, const EncoderConfiguration& configuration,
                                    int alphaDepth, std::size_t sliceCount) {
     const auto& settings = configuration.settings;
@@ -70,22 +86,14 @@ std::vector<std::uint8_t> headerOf(const ProResVariant& variant, const EncoderCo
     header.put(alphaDepth == 0 ? 0 : alphaDepth == 8 ? 1 : 2, 1);
     header.put(0, 1);
     header.put(3, 1); // both matrices follow
-    for (int i = 0; i < 2 * 64; ++i)
-        header.put(std::uint64_t(weight), 1);
+    for (std::size_t i = 0; i < matricesSize; ++i)
+        header.put(0, 1);
     header.put(pictureHeaderSize << 3, 1);
-    header.put(0, 4);                   // size of the picture
-    header.put(sliceCount & 0xffff, 2); // readers count for themselves
+    header.put(0, 4);                                     // size of the picture
+    header.put(sliceCount <= 0xffff ? sliceCount : 0, 2); // readers count for themselves
     header.put(std::uint64_t(std::bit_width(unsigned(largestSliceLength)) - 1) << 4, 1);
     return header.take();
 }
-
-// RDD 36, 7.3: what a slice says its quantiser by, and the quantiser that it says.
-int indexOf(int quantiser) {
-    constexpr int lastOfSingleSteps = 128;
-    return quantiser <= lastOfSingleSteps ? quantiser : lastOfSingleSteps + (quantiser - lastOfSingleSteps + 3) / 4;
-}
-
-int quantiserOf(int index) { return index <= 128 ? index : 128 + 4 * (index - 128); }
 
 template<class Sample>
 void repeatLast(Sample* row, int count, int length) {
@@ -119,14 +127,18 @@ std::vector<ProResFrameCoder::Slice> ProResFrameCoder::slicesOf(int width, int h
     return slices;
 }
 
-std::span<const std::uint8_t> ProResFrameCoder::code(const PixelBuffer& picture, int quantiser) {
-    quantiserIndex_ = indexOf(quantiser);
-    // A coefficient is level * weight * quantiser / 8 for samples of 9 bits: for those of 12 bits, without the 8.
-    scales_ = levelScales(weight * quantiserOf(quantiserIndex_));
-    alphaByteCount_ = 0;
+int ProResFrameCoder::codableStep(int step) { return quantisationFor(step).step(); }
+
+std::span<const std::uint8_t> ProResFrameCoder::code(const PixelBuffer& picture, int step) {
+    const auto quantisation = quantisationFor(step);
+    quantiser_ = quantisation.quantiser;
+    // RDD 36, 7.3: a coefficient is level * weight * quantiser / 8 for samples of 9 bits; of 12 bits, without the 8.
+    scales_ = levelScales(quantisation.step());
+    colorByteCount_ = 0;
     used_ = tableStart + 2 * slices_.size();
     bytes_.resize(std::max(bytes_.size(), used_));
     std::ranges::copy(header_, bytes_.begin());
+    std::ranges::fill(std::span(bytes_).subspan(matricesStart, matricesSize), std::uint8_t(quantisation.weight));
     for (std::size_t i = 0; i < slices_.size(); ++i) {
         const auto start = used_;
         writeSlice(picture, slices_[i]);
@@ -156,13 +168,14 @@ void ProResFrameCoder::writeSlice(const PixelBuffer& picture, const Slice& slice
 
     const auto header = std::span(bytes_).subspan(start, headerSize);
     header[0] = std::uint8_t(headerSize << 3);
-    header[1] = std::uint8_t(quantiserIndex_);
+    header[1] = std::uint8_t(quantiser_);
     writeBigEndian(header.subspan(2, 2), ySize);
     writeBigEndian(header.subspan(4, 2), cbSize);
+    colorByteCount_ += ySize + cbSize + crSize;
     if (!hasAlpha_)
         return;
     writeBigEndian(header.subspan(6, 2), crSize);
-    alphaByteCount_ += writeAlphaOf(slice);
+    writeAlphaOf(slice);
 }
 
 // The slice's samples, the last columns and rows repeated where it goes beyond the picture.
@@ -177,8 +190,9 @@ void ProResFrameCoder::readSamples(const PixelBuffer& picture, const Slice& slic
         if (count == length)
             continue;
         repeatLast(y_.row(y), count, length);
-        repeatLast(cb_.row(y), count >> chromaShift, length >> chromaShift);
-        repeatLast(cr_.row(y), count >> chromaShift, length >> chromaShift);
+        const int chromaCount = (count + chromaShift) >> chromaShift;
+        repeatLast(cb_.row(y), chromaCount, length >> chromaShift);
+        repeatLast(cr_.row(y), chromaCount, length >> chromaShift);
         repeatLast(alpha, count, length);
     }
 }
@@ -192,11 +206,11 @@ std::size_t ProResFrameCoder::writeComponent(const SliceSamples& samples, int co
     return advance(writer.finish());
 }
 
-std::size_t ProResFrameCoder::writeAlphaOf(const Slice& slice) {
+void ProResFrameCoder::writeAlphaOf(const Slice& slice) {
     BitWriter writer(end());
     writeAlpha(std::span(alpha_).first(std::size_t(slice.length) * macroblockSide * macroblockSide), alphaDepth_,
                writer);
-    return advance(writer.finish());
+    advance(writer.finish());
 }
 
 std::size_t ProResFrameCoder::advance(const std::uint8_t* newEnd) {

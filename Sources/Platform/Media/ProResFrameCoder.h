@@ -25,15 +25,18 @@ struct ProResVariant {
 // with. It goes slice by slice, so that all of its work stays in the cache. Not for other layers.
 class ProResFrameCoder {
 public:
-    static constexpr int coarsestQuantiser = 512;
+    // What one level of every coefficient stands for, in steps of 12-bit samples; the transform is orthonormal. Of a
+    // step, the next one that a frame can have, not below it.
+    static constexpr int finestStep = 2;
+    static constexpr int coarsestStep = 4096;
+    static int codableStep(int step);
 
     ProResFrameCoder(const ProResVariant& variant, const EncoderConfiguration& configuration);
 
-    // The frame with this quantiser in all of its slices; above 128, with the next multiple of four. Valid until the
-    // next call. Throws std::bad_alloc.
-    std::span<const std::uint8_t> code(const PixelBuffer& picture, int quantiser);
-    // How many bytes of that frame are its alpha, which is kept without loss whatever it takes.
-    std::size_t alphaByteCount() const { return alphaByteCount_; }
+    // The frame with a codable step in all of its slices; valid until the next call. Throws std::bad_alloc.
+    std::span<const std::uint8_t> code(const PixelBuffer& picture, int step);
+    // How many bytes of that frame are Y'CbCr. Alpha is kept without loss, whatever it takes.
+    std::size_t colorByteCount() const { return colorByteCount_; }
 
 private:
     struct Slice {
@@ -46,7 +49,7 @@ private:
     void writeSlice(const PixelBuffer& picture, const Slice& slice);
     void readSamples(const PixelBuffer& picture, const Slice& slice);
     std::size_t writeComponent(const SliceSamples& samples, int columnCount, BlockOrder order);
-    std::size_t writeAlphaOf(const Slice& slice);
+    void writeAlphaOf(const Slice& slice);
     std::size_t advance(const std::uint8_t* newEnd);
 
     const bool hasAlpha_;
@@ -58,8 +61,8 @@ private:
 
     std::vector<std::uint8_t> bytes_; // the frame and room behind it
     std::size_t used_ = 0;
-    std::size_t alphaByteCount_ = 0;
-    int quantiserIndex_ = 1;
+    std::size_t colorByteCount_ = 0;
+    int quantiser_ = 1;
     LevelScales scales_{};
 
     // Of the slice that is being written.

@@ -11,7 +11,10 @@
 #include <bit>
 #include <cmath>
 #include <functional>
+#include <optional>
 #include <random>
+#include <span>
+#include <string>
 #include <vector>
 
 extern "C" {
@@ -98,7 +101,7 @@ struct Errors {
 };
 
 // No value when the decoder refuses the frame.
-std::optional<Errors> errorsOf(const Shot& shot, FourCC codec, int quantiser) {
+std::optional<Errors> errorsOf(const Shot& shot, FourCC codec, int step) {
     const auto& picture = *shot.picture;
     EncoderConfiguration configuration{
         .settings = {.codec = codec, .width = picture.width(), .height = picture.height()},
@@ -106,7 +109,7 @@ std::optional<Errors> errorsOf(const Shot& shot, FourCC codec, int quantiser) {
         .frameDuration = {1, 30}};
     configuration.settings.color.matrix = 9;
     ProResFrameCoder coder(*findProResVariant(codec), configuration);
-    const auto frame = decode(coder.code(picture, quantiser), codec);
+    const auto frame = decode(coder.code(picture, step), codec);
     if (!frame || frame->width != picture.width() || frame->height != picture.height())
         return std::nullopt;
     const bool hasAlpha = picture.format() == pixelFormat::rgbaHalf;
@@ -142,9 +145,11 @@ std::array<double, 4> ramp(int x, int y) {
     return {grey, grey, grey, x < 700 ? 1 : x / 2048.0};
 }
 
+constexpr int finest = ProResFrameCoder::finestStep;
+
 TEST(ProResFrameCoder, KeepsTwelveBitsAndAlphaAsTheyAre) {
     for (const FourCC codec : {FourCC("ap4h"), FourCC("ap4x")}) {
-        const auto errors = errorsOf(halfFloatShot(2048, 64, ramp), codec, 1);
+        const auto errors = errorsOf(halfFloatShot(2048, 64, ramp), codec, finest);
         ASSERT_TRUE(errors);
         for (const double error : errors->rootMeanSquare)
             EXPECT_LT(error, 0.65); // of a step of 12 bits
@@ -154,13 +159,16 @@ TEST(ProResFrameCoder, KeepsTwelveBitsAndAlphaAsTheyAre) {
 
 // Slices of all lengths and parts of macroblocks at the right and at the bottom, on every SIMD target.
 TEST(ProResFrameCoder, CodesEverySizeOnEveryTarget) {
+    const struct Restored {
+        ~Restored() { hwy::SetSupportedTargetsForTest(0); }
+    } restored;
     for (const auto target : hwy::SupportedAndGeneratedTargets()) {
         hwy::SetSupportedTargetsForTest(target);
-        for (const auto& [width, height] :
-             {std::pair(2, 1), std::pair(16, 16), std::pair(130, 34), std::pair(240, 17), std::pair(366, 50)}) {
+        for (const auto& [width, height] : {std::pair(2, 1), std::pair(16, 16), std::pair(130, 34), std::pair(33, 17),
+                                            std::pair(240, 17), std::pair(366, 50)}) {
             SCOPED_TRACE(std::string(hwy::TargetName(target)) + " " + std::to_string(width));
-            const auto halves = errorsOf(halfFloatShot(width, height, noise), FourCC("ap4h"), 1);
-            const auto tenBits = errorsOf(tenBitShot(width, height, noise), FourCC("apch"), 1);
+            const auto halves = errorsOf(halfFloatShot(width, height, noise), FourCC("ap4h"), finest);
+            const auto tenBits = errorsOf(tenBitShot(width, height, noise), FourCC("apch"), finest);
             ASSERT_TRUE(halves && tenBits);
             for (std::size_t i = 0; i < 3; ++i) {
                 EXPECT_LT(halves->rootMeanSquare[i], 0.8);
@@ -169,25 +177,63 @@ TEST(ProResFrameCoder, CodesEverySizeOnEveryTarget) {
             EXPECT_EQ(halves->largestAlpha, 0);
         }
     }
-    hwy::SetSupportedTargetsForTest(0);
 }
 
 // The largest coefficients that there are, and steps so coarse that hardly one is left.
-TEST(ProResFrameCoder, TakesTheHardestPicturesWithEveryQuantiser) {
+TEST(ProResFrameCoder, TakesTheHardestPicturesWithEveryStep) {
     const auto shot = tenBitShot(256, 32, [](int x, int y) {
         const double value = x < 128 ? (x + y) & 1 : (x / 8 + y / 8) & 1;
         return std::array{value, 1 - value, value, 1.0};
     });
     double before = 0;
-    for (const int quantiser : {1, 7, 128, 129, 132, 300, ProResFrameCoder::coarsestQuantiser}) {
-        const auto errors = errorsOf(shot, FourCC("apcn"), quantiser);
-        ASSERT_TRUE(errors) << quantiser;
+    for (const int step : {finest, 14, 256, 264, 1024, 1056, ProResFrameCoder::coarsestStep}) {
+        const auto errors = errorsOf(shot, FourCC("apcn"), step);
+        ASSERT_TRUE(errors) << step;
         // A step of 12 bits is a quarter of one of ten; coefficients are off by at most half a level or are left out.
-        EXPECT_LT(errors->rootMeanSquare[0], 0.4 + quantiser / 4.0);
+        EXPECT_LT(errors->rootMeanSquare[0], 0.4 + step / 8.0);
         EXPECT_GE(errors->rootMeanSquare[0], before * 0.5);
         before = errors->rootMeanSquare[0];
     }
 }
+
+struct RateCase {
+    const char* name;
+    FourCC codec;
+    double megabitsPerSecond; // at 1920 x 1080
+    int plainFramesBetween;   // between those with grain
+};
+
+class ProResRate : public testing::TestWithParam<RateCase> {};
+
+// Grain below and above half a level, where size falls steeply or hardly with the step, and scene changes.
+TEST_P(ProResRate, StaysNearWhatTheFamilyPublishes) {
+    constexpr int width = 640, height = 320, frameCount = 12;
+    const auto& row = GetParam();
+    const auto grain = tenBitShot(width, height, [](int x, int y) {
+        const auto n = noise(x, y);
+        return std::array{(x + y) / 2000.0 + 0.1 * n[0], 0.45 + 0.1 * n[1], 0.45 + 0.1 * n[2], 1.0};
+    });
+    const auto plain = tenBitShot(width, height, ramp);
+    std::vector<double> sizes;
+    ProResEncoder encoder({.settings = {.codec = row.codec, .width = width, .height = height},
+                           .pictureFormat = pixelFormat::yCbCr422TenBitVideoRange,
+                           .frameDuration = {1, 30}},
+                          [&](const PacketPtr& packet) { sizes.push_back(packet->size); });
+    for (int i = 0; i < frameCount; ++i)
+        encoder.encode(i % (row.plainFramesBetween + 1) == 0 ? grain.picture : plain.picture, i, 1);
+    encoder.finish();
+    ASSERT_EQ(sizes.size(), std::size_t(frameCount));
+    const double target = row.megabitsPerSecond * 1e6 / 8 * 1001 / 30000 * (width / 16 * height / 16) / (120 * 68);
+    for (std::size_t i = 0; i < sizes.size(); i += std::size_t(row.plainFramesBetween) + 1) {
+        EXPECT_LT(sizes[i], 1.15 * target) << i; // headers are not counted in
+        EXPECT_GT(sizes[i], 0.75 * target) << i;
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Variants, ProResRate,
+                         testing::Values(RateCase{"Proxy", "apco", 45, 0}, RateCase{"LT", "apcs", 102, 0},
+                                         RateCase{"HQ", "apch", 220, 0}, RateCase{"Flashes", "apch", 220, 2}),
+                         [](const auto& test) { return test.param.name; });
 
 } // namespace
 } // namespace panoveer

@@ -16,7 +16,6 @@ constexpr double footprintStep = 0.25;
 // Beyond this many samples a pixel is divided, into 8 by 8 at most. A little more than two, so that a picture of just
 // half the size is all made in one way.
 constexpr double undividedFootprint = 2.1;
-constexpr double finestDivision = 8;
 
 std::array<Direction, 3> rotatedAxes(const VRTransform& transform) {
     const auto rotated = [&](Direction axis) {
@@ -156,7 +155,7 @@ std::optional<ProjectionMapping::Place> ProjectionMapping::place(double x, doubl
 int ProjectionMapping::division(Footprint footprint, Footprint sampleSize) {
     // The lesser side decides: at the poles of a sphere a pixel spans many columns that show nearly the same.
     const double covered = std::min(footprint.x / sampleSize.x, footprint.y / sampleSize.y);
-    return int(std::clamp(std::ceil(covered / undividedFootprint), 1.0, finestDivision));
+    return int(std::clamp(std::ceil(covered / undividedFootprint), 1.0, double(finestDivision)));
 }
 
 std::vector<ProjectionMapping::Place> ProjectionMapping::places(double x, double y, Footprint pixelSize,

@@ -37,8 +37,9 @@ public:
     // place() without its footprint.
     std::optional<SourcePlace> position(double x, double y) const;
 
+    static constexpr int finestDivision = 8;
     // Into how many parts along each axis a pixel of this footprint is divided, so that none covers more than about two
-    // samples, which lie `sampleSize` source pixels apart; 8 at most.
+    // samples, which lie `sampleSize` source pixels apart; the finest division at most.
     static int division(Footprint footprint, Footprint sampleSize);
 
     // The places to read for an output pixel, whose values count alike: the pixel's own, or those of the parts that it

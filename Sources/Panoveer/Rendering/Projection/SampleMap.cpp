@@ -57,12 +57,14 @@ public:
 
     void fillBlock(Block& block) {
         block.entries.reserve(std::size_t(block.width) * std::size_t(block.height));
-        const AnchorGrid anchors(*this, block);
+        std::optional<AnchorGrid> anchors;
+        if (!mapping_.hasMesh()) // a mesh bends at every edge of a triangle
+            anchors.emplace(*this, block);
         std::vector<std::optional<Square>> squares; // across the block
         for (int top = 0; top < block.height; top += SmoothPatch::side) {
             squares.clear();
             for (int left = 0; left < block.width; left += SmoothPatch::side)
-                squares.push_back(square(anchors.around(left, top)));
+                squares.push_back(anchors ? square(anchors->around(left, top)) : std::nullopt);
             for (int row = top; row < std::min(top + SmoothPatch::side, block.height); ++row) {
                 block.firstSpans.push_back(std::uint32_t(block.spans.size()));
                 fillRow(block, row, squares);

@@ -22,12 +22,12 @@ namespace panoveer {
 class SmoothPatch {
 public:
     static constexpr int side = 8;
-    static constexpr int finestParts = 8;
+    static constexpr int finestParts = ProjectionMapping::finestDivision;
 
     using Anchors = std::array<std::array<std::optional<ProjectionMapping::Place>, 4>, 4>; // row by row
 
-    // No value unless all anchors belong to one face and change so evenly that a cubic is good to a thousandth of a
-    // source pixel.
+    // No value unless all anchors belong to one face and change so evenly that a cubic is good to a hundredth of a
+    // source pixel. Of a mapping that is smooth but for seams, poles, faces and rims.
     static std::optional<SmoothPatch> make(const Anchors& anchors);
 
     // From now on, places are stored columns and rows of a plane, and footprints are counted in its samples.
