@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <array>
 #include <fstream>
+#include <span>
 #include <string_view>
 
 namespace panoveer {
@@ -84,17 +85,15 @@ std::optional<AudioChannelLayout> readChannelLayout(const MovieBox& chan) {
 
 // ISO/IEC 14496-12, "Channel layout box", version 0: channels (1) whose places are listed (0), none of them known.
 std::vector<std::uint8_t> placelessChannelsBox(int channelCount) {
-    std::vector<std::uint8_t> payload(versionAndFlagsSize);
-    payload.push_back(1);
-    payload.push_back(0);
-    payload.resize(payload.size() + std::size_t(channelCount), unknownPosition);
+    std::vector<std::uint8_t> payload(versionAndFlagsSize + 2 + std::size_t(channelCount));
+    payload[versionAndFlagsSize] = 1;
+    std::ranges::fill(std::span(payload).last(std::size_t(channelCount)), unknownPosition);
     return makeMovieBox("chnl", payload);
 }
 
 std::vector<std::uint8_t> languageTagBox(std::string_view tag) {
-    std::vector<std::uint8_t> payload(versionAndFlagsSize);
-    payload.insert(payload.end(), tag.begin(), tag.end());
-    payload.push_back(0);
+    std::vector<std::uint8_t> payload(versionAndFlagsSize + tag.size() + 1); // ends with a zero
+    std::ranges::copy(tag, payload.begin() + versionAndFlagsSize);
     return makeMovieBox("elng", payload);
 }
 

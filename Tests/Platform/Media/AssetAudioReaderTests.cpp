@@ -122,8 +122,9 @@ TEST(AssetAudioReader, TellsOfTheGapThatADamagedPacketLeaves) {
     ASSERT_EQ(damaged.frames(), whole.frames());
     const auto first = packet.at("pts").get<std::int64_t>(), length = packet.at("duration").get<std::int64_t>();
     for (std::int64_t frame = 0; frame < whole.frames(); ++frame)
-        if (frame < first || frame >= first + length)
+        if (frame < first || frame >= first + length) {
             ASSERT_EQ(damaged.at(frame, 0), whole.at(frame, 0)) << frame;
+        }
 }
 
 TEST(AssetAudioReader, SaysWhenTheFileCannotBeRead) {
