@@ -45,35 +45,32 @@ Words peerRate(std::optional<int> megabitsPerSecond) {
 }
 
 std::vector<ExportCase> exportCases() {
-    return {
-        {.frames = 30,
-         .sourceWidth = 3840,
-         .sourceHeight = 1920,
-         .sourceName = "H.264",
-         .sourceEncoder = {"-c:v", "libx264", "-preset", "veryfast", "-crf", "18"},
-         .domeSize = 2048,
-         .codec = "h264",
-         .megabitsPerSecond = 40,
-         .peerEncoder = {"-c:v", "libx264", "-profile:v", "high", "-preset", "fast", "-x264-params", "force-cfr=1"}},
-        {.frames = 20,
-         .sourceWidth = 7680,
-         .sourceHeight = 3840,
-         .sourceName = "HEVC",
-         .sourceEncoder = {"-c:v", "libx265", "-preset", "ultrafast", "-crf", "20", "-x265-params", "log-level=none",
-                           "-tag:v", "hvc1"},
-         .domeSize = 4096,
-         .codec = "hevc8",
-         .megabitsPerSecond = 80,
-         .peerEncoder = {"-c:v", "libx265", "-profile:v", "main", "-preset", "veryfast", "-x265-params",
-                         "log-level=none:info=0", "-tag:v", "hvc1"}},
-        {.frames = 30,
-         .sourceWidth = 3840,
-         .sourceHeight = 1920,
-         .sourceName = "H.264",
-         .sourceEncoder = {"-c:v", "libx264", "-preset", "veryfast", "-crf", "18"},
-         .domeSize = 2048,
-         .codec = "proRes422HQ",
-         .peerEncoder = {"-pix_fmt", "yuv422p10le", "-c:v", "prores_ks", "-profile:v", "hq"}}};
+    const ExportCase fromH264{
+        .frames = 30,
+        .sourceWidth = 3840,
+        .sourceHeight = 1920,
+        .sourceName = "H.264",
+        .sourceEncoder = {"-c:v", "libx264", "-preset", "veryfast", "-crf", "18"},
+        .domeSize = 2048,
+        .codec = "h264",
+        .megabitsPerSecond = 40,
+        .peerEncoder = {"-c:v", "libx264", "-profile:v", "high", "-preset", "fast", "-x264-params", "force-cfr=1"}};
+    const ExportCase fromHEVC{.frames = 20,
+                              .sourceWidth = 7680,
+                              .sourceHeight = 3840,
+                              .sourceName = "HEVC",
+                              .sourceEncoder = {"-c:v", "libx265", "-preset", "ultrafast", "-crf", "20", "-x265-params",
+                                                "log-level=none", "-tag:v", "hvc1"},
+                              .domeSize = 4096,
+                              .codec = "hevc8",
+                              .megabitsPerSecond = 80,
+                              .peerEncoder = {"-c:v", "libx265", "-profile:v", "main", "-preset", "veryfast",
+                                              "-x265-params", "log-level=none:info=0", "-tag:v", "hvc1"}};
+    auto toProRes = fromH264;
+    toProRes.codec = "proRes422HQ";
+    toProRes.megabitsPerSecond.reset();
+    toProRes.peerEncoder = {"-pix_fmt", "yuv422p10le", "-c:v", "prores_ks", "-profile:v", "hq"};
+    return {fromH264, fromHEVC, toProRes};
 }
 
 std::string movieName(const ExportCase& example, const char* stem) {
