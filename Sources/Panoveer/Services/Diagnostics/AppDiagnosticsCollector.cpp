@@ -21,6 +21,7 @@ namespace panoveer {
 
 namespace {
 
+constexpr std::size_t maximumReportBytes = 262144;
 constexpr std::size_t maximumExportReportBytes = 98304;
 constexpr std::chrono::seconds logWindow(3600);
 constexpr int keptLogFiles = 3; // older ones beside the newest
@@ -92,15 +93,11 @@ void readLog(const std::filesystem::path& file, const std::string& since, std::v
 
 std::string AppDiagnosticsCollector::collect() {
     std::lock_guard lock(mutex_);
-    const std::string_view gap = "\n\n";
-    auto report = header();
-    if (const auto traces = exportReports(); !traces.empty())
-        report.append(gap) += traces;
-    // What is too long is always the log: what runs where, and the traces, tell more than its older entries.
-    if (auto log = applicationLog(); !log.empty())
-        report.append(gap) +=
-            limited(std::move(log), maximumReportBytes - std::min(maximumReportBytes, report.size() + gap.size()));
-    return report;
+    std::string report;
+    for (const auto& block : {header(), exportReports(), applicationLog()})
+        if (!block.empty())
+            report += (report.empty() ? "" : "\n\n") + block;
+    return limited(std::move(report));
 }
 
 std::string AppDiagnosticsCollector::header() const {
@@ -145,10 +142,10 @@ std::string AppDiagnosticsCollector::applicationLog() const {
     return text;
 }
 
-std::string AppDiagnosticsCollector::limited(std::string text, std::size_t maximumBytes) {
-    if (text.size() <= maximumBytes)
+std::string AppDiagnosticsCollector::limited(std::string text) {
+    if (text.size() <= maximumReportBytes)
         return text;
-    text.erase(0, text.size() - maximumBytes);
+    text.erase(0, text.size() - maximumReportBytes);
     // The cut may have split a character.
     const auto isContinuation = [](char c) { return (static_cast<unsigned char>(c) & 0xc0) == 0x80; };
     const auto whole = std::ranges::find_if_not(text, isContinuation);

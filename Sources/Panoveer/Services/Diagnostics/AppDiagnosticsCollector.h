@@ -30,11 +30,9 @@ public:
 
     std::string collect();
 
-    // What a report holds at most; a line that says what was left out comes on top.
-    static constexpr std::size_t maximumReportBytes = 262'144;
-    // A text of at most so many bytes as it is; of a longer one the end, which tells what just went wrong, with a line
+    // A text of at most 262,144 bytes as it is; of a longer one the end, which tells what just went wrong, with a line
     // that says so in front.
-    static std::string limited(std::string text, std::size_t maximumBytes = maximumReportBytes);
+    static std::string limited(std::string text);
 
 private:
     std::string header() const;
