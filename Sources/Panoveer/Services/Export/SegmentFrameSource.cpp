@@ -77,7 +77,7 @@ public:
         giveWayToPreview();
         const std::stop_callback cancel(stop_, [this] { token_.cancel(); });
         throwIfStopped(); // a token stops no read that begins later
-        auto frame = read();
+        auto frame = read(reader_);
         if (!std::exchange(hasBegun_, true))
             goBackForFirst(frame);
         if (!frame)
@@ -94,20 +94,30 @@ private:
         }
     }
 
-    std::optional<FFmpegDecodedFrame> read() {
+    std::optional<FFmpegDecodedFrame> read(FFmpegFrameReader& reader) {
         // Only a read that waits for a time can be stopped; every picture of the segment is late enough.
-        auto frame = reader_.copyFrame(earliestSeconds_, &token_, stop_);
+        auto frame = reader.copyFrame(earliestSeconds_, &token_, stop_);
         throwIfStopped();
         return frame;
     }
 
-    // Without an index (MPEG-TS) the reader starts between key frames, where nothing decodes until the next one.
+    // Without an index (MPEG-TS) the reader starts between key frames, where nothing decodes until the next one. Others
+    // that start earlier look for what is missing; what there is already stays when they find nothing better.
     void goBackForFirst(std::optional<FFmpegDecodedFrame>& frame) {
         for (const double leadSeconds : {4.0, 16.0}) {
             if (segment_.start <= 0 || (frame && frame->ptsSeconds <= segment_.start + frameSeconds_))
                 return;
-            reader_.seek(segment_.start - leadSeconds); // before 0 is the beginning; 0 may be behind the first picture
-            frame = read();
+            try {
+                const double start = std::max(segment_.start - leadSeconds, 0.0);
+                FFmpegFrameReader earlier(segment_.sourceURL, start, segment_.end - start);
+                auto found = read(earlier);
+                if (!found || (frame && found->ptsSeconds >= frame->ptsSeconds))
+                    continue;
+                frame = std::move(found);
+                reader_ = std::move(earlier);
+            } catch (const FFmpegReaderError&) {
+                return;
+            }
         }
     }
 

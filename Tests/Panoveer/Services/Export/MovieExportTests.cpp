@@ -112,6 +112,18 @@ TEST_F(MovieExportTest, FindsTheFirstPictureOfASegmentFarBehindItsKeyFrame) {
     EXPECT_THAT(numbers(out / "movie.mp4"), ElementsAre(45, 46, 47, 48, 49, 50, 51, 52, 53, 54, 55, 56, 57, 58, 59));
 }
 
+// Nor is a picture lost that comes late, where there is none before it and a reader cannot go back.
+TEST_F(MovieExportTest, StartsWithALatePictureWhereThereIsNoneBefore) {
+    auto gap = clip({.name = "gap.flv",
+                     .frameCount = 60,
+                     .codec = "flv",
+                     .outputOptions = {"-vf", "select='not(between(n,15,44))'", "-fps_mode", "passthrough"}});
+    gap.videoDecodingBackend = VideoDecodingBackend::ffmpeg;
+    gap.start = 1;
+    run({gap});
+    EXPECT_EQ(numbers(out / "movie.mp4").size(), 30U);
+}
+
 TEST_F(MovieExportTest, ReadsASegmentAgainThatTheNativeRoadGivesNoPictureOf) {
     roads.openNative = [](auto&&...) { return std::make_unique<ScriptedSource>(std::vector<double>{}); };
     run({clip({.frameCount = 6})});
