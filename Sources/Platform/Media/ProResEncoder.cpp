@@ -97,7 +97,8 @@ ProResEncoder::ProResEncoder(const EncoderConfiguration& configuration, PacketSi
     if (configuration_.isProbe)
         return;
     workerCount_ = affordableWorkerCount(configuration, variant_.hasAlpha);
-    steps_.assign(workerCount_, firstStep);
+    for (std::size_t i = 0; i < workerCount_; ++i)
+        steps_.push_back({std::int64_t(i), firstStep});
     for (std::size_t i = 0; i < workerCount_; ++i)
         workers_.emplace_back([this](const std::stop_token& stop) { work(stop); });
 }
@@ -149,11 +150,11 @@ std::optional<ProResEncoder::Job> ProResEncoder::takeJob(const std::stop_token& 
         return std::nullopt;
     auto job = std::exchange(waiting_, std::nullopt);
     changed_.notify_all();
-    auto& step = steps_[std::size_t(job->index) % workerCount_];
-    changed_.wait(lock, stop, [&] { return step || failure_; });
+    const auto& known = steps_[std::size_t(job->index) % workerCount_];
+    changed_.wait(lock, stop, [&] { return known.index == job->index || failure_; });
     if (stop.stop_requested() || failure_)
         return std::nullopt;
-    job->step = *std::exchange(step, std::nullopt);
+    job->step = known.step;
     return job;
 }
 
@@ -171,7 +172,7 @@ ProResEncoder::Compressed ProResEncoder::compress(ProResFrameCoder& coder, const
 void ProResEncoder::handOut(std::int64_t index, Compressed compressed) {
     {
         std::lock_guard lock(mutex_);
-        steps_[std::size_t(index) % workerCount_] = compressed.nextStep;
+        steps_[std::size_t(index) % workerCount_] = {index + std::int64_t(workerCount_), compressed.nextStep};
         done_.emplace(index, std::move(compressed.packet));
         changed_.notify_all();
     }

@@ -67,9 +67,12 @@ private:
     std::int64_t jobCount_ = 0;
     std::int64_t handedOutCount_ = 0;
     // The step for frame n comes from frame n - workerCount_, so that the stream depends on how many threads there are,
-    // but not on how they happen to run: frame n leaves it in place n mod workerCount_, and frame n + workerCount_
-    // takes it from there.
-    std::vector<std::optional<int>> steps_;
+    // but not on how they happen to run. It stands in place n mod workerCount_.
+    struct KnownStep {
+        std::int64_t index = 0; // of the frame that it is for
+        int step = 0;
+    };
+    std::vector<KnownStep> steps_;
     std::map<std::int64_t, PacketPtr> done_; // compressed ahead of an earlier frame
     std::exception_ptr failure_;
 

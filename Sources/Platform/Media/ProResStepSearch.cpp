@@ -17,17 +17,21 @@ constexpr int largestTryCount = 6;
 // Frames aim a little below the target, and a size up to it is left as it is, so that the step comes to rest.
 constexpr double aimedShare = 0.97;
 
-constexpr double gentlestSlope = 0.3, steepestSlope = 4;
+constexpr double gentlestSlope = 0.3, steepestSlope = 16;
 
 } // namespace
+
+double ProResStepSearch::slopeBetween(const Try& a, const Try& b) {
+    const double slope = std::log(a.share / b.share) / std::log(double(b.step) / a.step);
+    return std::clamp(slope, gentlestSlope, steepestSlope);
+}
 
 bool ProResStepSearch::note(int step, double share) {
     ++count_;
     const Try made{step, share};
     const auto& before = fitting_ ? fitting_ : tooLarge_;
-    if (before && before->step != step && share > 0)
-        slope_ = std::clamp(std::log(before->share / share) / std::log(double(step) / before->step), gentlestSlope,
-                            steepestSlope);
+    if (before && before->step != step)
+        slope_ = slopeBetween(*before, made);
     if (share > largestShare) {
         if (tooLarge_ && step <= tooLarge_->step)
             return false;
@@ -46,7 +50,7 @@ int ProResStepSearch::aimedStep() const {
         return best.step;
     auto slope = slope_;
     if (fitting_ && tooLarge_ && tooLarge_->step < fitting_->step) // what lies between is on the line through both
-        slope = std::log(tooLarge_->share / fitting_->share) / std::log(double(fitting_->step) / tooLarge_->step);
+        slope = slopeBetween(*tooLarge_, *fitting_);
     const double exact = best.step * std::pow(std::max(best.share, 1e-3) / aimedShare, 1 / slope);
     const double limited = std::clamp(exact, double(finestStep_), double(ProResFrameCoder::coarsestStep));
     return ProResFrameCoder::codableStep(int(std::ceil(limited)));

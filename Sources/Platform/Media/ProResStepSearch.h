@@ -27,6 +27,8 @@ private:
         double share = 0;
     };
 
+    static double slopeBetween(const Try& a, const Try& b);
+
     int finestStep_;
     int count_ = 0;
     std::optional<Try> tooLarge_; // the coarsest of those
