@@ -190,8 +190,10 @@ VRClipSegment ConversionOptions::clip(const VideoAsset& asset, const ExportSetti
     applyInRange(transform.domemasterThetaDegrees, thetaDegrees, 1, 360, "--theta");
     transform = transform.normalized();
 
-    if (inSeconds)
-        requirePictureAt(result.start = *inSeconds, asset, "--in");
+    if (inSeconds) {
+        requirePictureAt(*inSeconds, asset, "--in");
+        result.start = *inSeconds;
+    }
     if (outSeconds) {
         if (!(*outSeconds >= 0))
             throw UsageError(std::format("--out: {} is no time in seconds", *outSeconds));

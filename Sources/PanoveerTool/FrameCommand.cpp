@@ -45,8 +45,8 @@ SegmentFrame frameAtStart(const VRClipSegment& clip, const std::stop_token& stop
                 return std::move(*frame);
     if (auto frame = openFFmpegSource(clip, stop)->next())
         return std::move(*frame);
-    throw Error(std::format("{} has no picture at {:.3f} s. Choose an earlier second.",
-                            clip.sourceURL.lastPathComponent(), clip.start));
+    throw Error(std::format("{} has no picture at {:.3f} s. Choose another second.", clip.sourceURL.lastPathComponent(),
+                            clip.start));
 }
 
 void writeFrame(const FrameArguments& arguments, const std::stop_token& stop) {

@@ -61,7 +61,9 @@ void requirePictureAt(double seconds, const VideoAsset& asset, std::string_view 
     } catch (const Error&) { // what only FFmpeg reads
     }
     end = end > 0 ? std::min(end, asset.duration) : asset.duration;
-    if (seconds >= end)
+    // Some writers of Matroska leave the last picture out of the length that they tell.
+    const double lastPicture = asset.frameRate > 0 ? 1 / asset.frameRate : 0;
+    if (seconds >= std::min(end + lastPicture, asset.duration))
         throw UsageError(std::format("{}: the video of {} lasts only {:.3f} s. Choose an earlier second.", option,
                                      asset.url.lastPathComponent(), end));
 }

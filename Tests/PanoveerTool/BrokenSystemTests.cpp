@@ -171,13 +171,14 @@ TEST_P(BrokenSystem, LeavesNoHalfMovieUnderItsNameWhenKilled) {
             EXPECT_GE(std::stoi(frames), 30) << "the first fragment holds a second";
         }
     }
-    if (GetParam().extension == std::string("mov"))
+    if (GetParam().extension == std::string("mov")) {
         EXPECT_GT(playable, 0);
+    }
 }
 
 INSTANTIATE_TEST_SUITE_P(Movies, BrokenSystem,
                          testing::Values(MovieCase{"mp4", "h264"}, MovieCase{"mov", "proRes422HQ"}),
-                         [](const auto& info) { return info.param.extension; });
+                         [](const auto& test) { return test.param.extension; });
 
 } // namespace
 } // namespace panoveer::test

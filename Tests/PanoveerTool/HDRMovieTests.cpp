@@ -122,7 +122,7 @@ INSTANTIATE_TEST_SUITE_P(
                     HDRCase{"PQToHLG", "smpte2084", "hlg", "hevc10", "yuv420p10le", 1, 2},
                     HDRCase{"HLGToPQ", "arib-std-b67", "hdr", "proRes422HQ", "yuv422p10le", 1, 2},
                     HDRCase{"HLGToPQInProRes4444", "arib-std-b67", "hdr", "proRes4444", "yuva444p12le", 4, 0.5}),
-    [](const auto& info) { return info.param.name; });
+    [](const auto& test) { return test.param.name; });
 
 } // namespace
 } // namespace panoveer::test

@@ -89,8 +89,9 @@ TEST_F(PlaybackClockTest, SoundsAsTheSourceAndIsSilentWhereItIs) {
         for (std::size_t tenth = 0; tenth < count; ++tenth) {
             const bool isEdge = tenth == given.firstLoud || tenth + 1 == given.firstLoud || tenth == given.silentFrom ||
                                 tenth + 1 == given.silentFrom; // codecs ring
-            if (!isEdge)
+            if (!isEdge) {
                 EXPECT_EQ(tenths[tenth], tenth > given.firstLoud && tenth < given.silentFrom ? 0.5 : 0) << tenth;
+            }
         }
     }
 }

@@ -108,8 +108,9 @@ TEST_P(Delivery, HasTheChannelsAndSaysWhatTheyAre) {
     ASSERT_EQ(sound.channelCount, int(given.heard.size()));
     for (int channel = 0; channel < sound.channelCount; ++channel) {
         const int expected = given.heard[std::size_t(channel)];
-        if (expected >= 0)
+        if (expected >= 0) {
             EXPECT_NEAR(sound.amplitude(channel, 220 * (expected + 1)), 0.25, 0.01) << "channel " << channel;
+        }
     }
     EXPECT_EQ(events.count("audio_writer_configured"), 1);
     EXPECT_EQ(events.count("audio_encoding_completed"), 1);
