@@ -35,8 +35,8 @@ struct ExportAudioTrackPlan {
     };
     using Content = std::variant<Speakers, Ambisonic, Discrete>;
 
-    Encoding encoding;
-    Content content;
+    Encoding encoding = AAC{};
+    Content content = Speakers{};
     int channelCount = 0;
     AudioChannelLayout bufferLayout; // of the samples that the writer is fed
     AudioChannelLayout writerLayout; // of the track that it writes

@@ -42,7 +42,7 @@ struct SourceAudioTrack {
     };
     using Kind = std::variant<Speakers, Ambisonic, Discrete>;
 
-    Backend backend;
+    Backend backend = AVFoundationBackend{};
     int channelCount = 0;
     Kind kind = Discrete{};
     std::vector<int> canonicalOrder; // for each canonical channel, its position in the decoded source
